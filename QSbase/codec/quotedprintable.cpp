@@ -1,0 +1,1 @@
+#include <QSbase/codec/encodedecode.h>

@@ -1,0 +1,1 @@
+#include <QSbase/log/log.h>

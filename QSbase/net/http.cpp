@@ -1,0 +1,1 @@
+#include <QSbase/net/http.h>

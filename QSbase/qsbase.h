@@ -1,0 +1,27 @@
+/// \file
+/// Every public header of the library.
+#ifndef QSBASE_QSBASE_H
+#define QSBASE_QSBASE_H
+
+#include <QSbase/codec/binhex.h>
+#include <QSbase/codec/encodedecode.h>
+#include <QSbase/codec/hash.h>
+#include <QSbase/compat.h>
+#include <QSbase/errors.h>
+#include <QSbase/export.h>
+#include <QSbase/log/filelog.h>
+#include <QSbase/log/log.h>
+#include <QSbase/net/http.h>
+#include <QSbase/process.h>
+#include <QSbase/support/cleanup.h>
+#include <QSbase/support/filesupport.h>
+#include <QSbase/support/findfile.h>
+#include <QSbase/support/paths.h>
+#include <QSbase/support/qsfile.h>
+#include <QSbase/support/uniquename.h>
+#include <QSbase/sync/criticalsection.h>
+#include <QSbase/text/datetime.h>
+#include <QSbase/text/qschar.h>
+#include <QSbase/text/qsstring.h>
+
+#endif

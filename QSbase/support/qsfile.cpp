@@ -1,0 +1,1 @@
+#include <QSbase/support/qsfile.h>

@@ -1,0 +1,1 @@
+#include <QSbase/support/uniquename.h>

@@ -1,0 +1,1 @@
+#include <QSbase/sync/criticalsection.h>

@@ -1,0 +1,1 @@
+#include <QSbase/text/qsstring.h>
