@@ -44,6 +44,10 @@ QSBASE_API unsigned int SplitString(const std::string& text, const std::string& 
 QSBASE_API void SeparateString(const std::string& text, char separator, std::string& before, std::string& after);
 QSBASE_API int QsReplaceStringInPlace(std::string& text, const std::string& what, const std::string& with,
                                       bool caseSensitive);
+QSBASE_API std::string QsReplaceString(const std::string& text, const std::string& what, const std::string& with,
+                                       bool caseSensitive);
+QSBASE_API void QsReplaceCharInPlace(std::string& text, char from, char to);
+QSBASE_API std::string QsReplaceChar(const std::string& text, char from, char to);
 QSBASE_API void ReplaceCRLFHT(std::string& text);
 QSBASE_API void ReplaceCRLFHT(unsigned char* text, int length);
 QSBASE_API void QsConditionalAppendChar(std::string& text, char c);
