@@ -1,1 +1,120 @@
-#include <string>
+#include <QSbase/processos.h>
+
+#include <dlfcn.h>
+#include <link.h>
+#include <pthread.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+namespace qsbase::detail {
+
+namespace {
+
+std::string ProgramPath() {
+  std::error_code failed;
+  const std::filesystem::path path = std::filesystem::read_symlink("/proc/self/exe", failed);
+  return failed ? std::string() : path.string();
+}
+
+struct Search {
+  const link_map* first;
+  const void* module;
+  bool found;
+  std::string name;
+};
+
+/// Runs inside the loader's lock (dl_iterate_phdr holds it), so no module comes or goes during the walk.
+int FindModule(dl_phdr_info* /*info*/, std::size_t /*size*/, void* context) {
+  Search& search = *static_cast<Search*>(context);
+  for (const link_map* entry = search.first; entry != nullptr; entry = entry->l_next) {
+    if (entry == search.module) {
+      search.found = true;
+      search.name = entry->l_name == nullptr ? "" : entry->l_name;
+      break;
+    }
+  }
+  return 1;
+}
+
+const link_map* FirstModule() {
+  void* const program = dlopen(nullptr, RTLD_LAZY | RTLD_NOLOAD);
+  if (program == nullptr) {
+    return nullptr;
+  }
+  link_map* first = nullptr;
+  if (dlinfo(program, RTLD_DI_LINKMAP, &first) != 0) {
+    first = nullptr;
+  }
+  dlclose(program);
+  return first;  // the main program is never unloaded
+}
+
+std::string Absolute(const std::string& name) {
+  std::error_code failed;
+  const std::filesystem::path path = std::filesystem::absolute(name, failed);
+  return failed ? name : path.string();
+}
+
+thread_local int cachedThreadId = 0;
+
+void ForgetThreadId() { cachedThreadId = 0; }
+
+}  // namespace
+
+std::string OsModuleFileName(void* module) {
+  if (module == nullptr) {
+    return ProgramPath();
+  }
+  Search search{FirstModule(), module, false, {}};
+  dl_iterate_phdr(&FindModule, &search);
+  if (!search.found) {
+    return {};
+  }
+  return search.name.empty() ? ProgramPath() : Absolute(search.name);
+}
+
+std::uint64_t OsTickCount() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_BOOTTIME, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1000U + static_cast<std::uint64_t>(now.tv_nsec) / 1000000U;
+}
+
+int OsProcessId() noexcept { return getpid(); }
+
+int OsThreadId() noexcept {
+  if (cachedThreadId == 0) {
+    // In a forked child the one thread has a new id.
+    static const bool registered = pthread_atfork(nullptr, nullptr, &ForgetThreadId) == 0;
+    const int id = static_cast<int>(syscall(SYS_gettid));
+    if (!registered) {
+      return id;
+    }
+    cachedThreadId = id;
+  }
+  return cachedThreadId;
+}
+
+std::uint64_t OsFreePhysicalMemory() noexcept {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen("/proc/meminfo", "re"), &std::fclose);
+  char line[128];
+  unsigned long long kibibytes = 0;
+  while (file != nullptr && std::fgets(line, sizeof line, file.get()) != nullptr) {
+    if (std::sscanf(line, "MemAvailable: %llu kB", &kibibytes) == 1) {
+      return static_cast<std::uint64_t>(kibibytes) * 1024U;
+    }
+  }
+  const long pages = sysconf(_SC_AVPHYS_PAGES);
+  const long pageSize = sysconf(_SC_PAGESIZE);
+  if (pages < 0 || pageSize < 0) {
+    return 0;
+  }
+  return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize);
+}
+
+}  // namespace qsbase::detail

@@ -1,0 +1,30 @@
+/// \file
+/// What the process basics ask of the operating system. Twins: posix/processos.cpp, win32/processos.cpp.
+/// Every function may be called from any thread and may change the last-error code.
+#ifndef QSBASE_PROCESSOS_H
+#define QSBASE_PROCESSOS_H
+
+#include <cstdint>
+#include <string>
+
+namespace qsbase::detail {
+
+/// The full path of the loaded module \p module (null: the main program), or empty when it is no loaded module or the
+/// call fails. Never dereferences a handle that the system does not know.
+std::string OsModuleFileName(void* module);
+
+/// Milliseconds since system start, time in suspend included; never goes back.
+std::uint64_t OsTickCount() noexcept;
+
+/// The process id.
+int OsProcessId() noexcept;
+
+/// The system's id of the calling thread. Cached: no system call but the first of a thread, and of a forked child.
+int OsThreadId() noexcept;
+
+/// Free physical memory in bytes, 0 when unknown.
+std::uint64_t OsFreePhysicalMemory() noexcept;
+
+}  // namespace qsbase::detail
+
+#endif
