@@ -1,0 +1,26 @@
+/// \file
+/// What date and time need of the operating system (internal): the local zone's rules. Every function may be called
+/// from any thread at any time; none touches the last error for its caller's purposes, though it may change it.
+#ifndef QSBASE_TEXT_TIMEOS_H
+#define QSBASE_TEXT_TIMEOS_H
+
+#include <cstdint>
+#include <ctime>
+
+namespace qsbase::detail {
+
+/// Breaks a time (seconds since 1970-01-01 00:00 UTC) down as local time. False when it cannot be broken down; `parts`
+/// is then undefined. Need not notice that the zone changed since the last RefreshTimeZone.
+bool BreakDownLocal(std::int64_t time, std::tm& parts) noexcept;
+
+/// The time of local parts (tm_isdst as given: 0 reads them as standard time, below 0 lets the system find out), which
+/// it normalises and completes (tm_wday, tm_yday, tm_isdst). -1 when there is no such time; `parts` is then undefined.
+/// Notices a changed zone.
+std::int64_t MakeLocal(std::tm& parts) noexcept;
+
+/// Takes over a change of the zone (on POSIX of the variable TZ).
+void RefreshTimeZone() noexcept;
+
+}  // namespace qsbase::detail
+
+#endif
