@@ -1,1 +1,224 @@
 #include <QSbase/support/findfile.h>
+
+#include <cstddef>
+#include <exception>
+#include <utility>
+#include <vector>
+
+#include <QSbase/support/findentries.h>
+#include <QSbase/support/paths.h>
+#include <QSbase/text/timeos.h>
+
+namespace qsbase::detail {
+
+namespace {
+
+// Where the directory part of a pattern ends. A colon stands for a drive on Windows ("C:*.txt"), but is a plain
+// character of a Linux name ("12:30.log"), so the set cannot be the same.
+#ifdef _WIN32
+constexpr const char* kDirectoryEnds = "\\:";
+#else
+constexpr const char* kDirectoryEnds = "\\";
+#endif
+
+char FoldCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool MatchesOne(char pattern, char c) { return pattern == '?' || FoldCase(pattern) == FoldCase(c); }
+
+void FindMatching(const std::string& dir, const std::string& pattern, LinkRule rule, std::vector<DirEntry>& out) {
+  DirReader reader(dir, rule);
+  std::string name;
+  while (reader.Next(name)) {
+    DirEntry entry;
+    if (IsAddressable(name) && MatchesWildcard(pattern, name) && reader.Describe(entry)) {
+      out.push_back(std::move(entry));
+    }
+  }
+}
+
+}  // namespace
+
+// On a mismatch only the last "*" is asked to take one byte more: what the earlier ones took stays right.
+bool MatchesWildcard(std::string_view pattern, std::string_view name) {
+  if (pattern == "*.*") {
+    return true;
+  }
+  std::size_t p = 0;
+  std::size_t n = 0;
+  std::size_t afterStar = std::string_view::npos;
+  std::size_t starEnd = 0;
+  while (n < name.size()) {
+    if (p < pattern.size() && pattern[p] == '*') {
+      afterStar = ++p;
+      starEnd = n;
+    } else if (p < pattern.size() && MatchesOne(pattern[p], name[n])) {
+      ++p;
+      ++n;
+    } else if (afterStar != std::string_view::npos) {
+      p = afterStar;
+      n = ++starEnd;
+    } else {
+      return false;
+    }
+  }
+  return pattern.find_first_not_of('*', p) == std::string_view::npos;
+}
+
+bool IsDotEntry(std::string_view name) { return name == "." || name == ".."; }
+
+bool IsAddressable(std::string_view name) { return name.find('\\') == std::string_view::npos; }
+
+void FindEntries(const std::string& path, LinkRule rule, std::vector<DirEntry>& out) {
+  out.clear();
+  const std::string translated = QsTranslateFilename(path);
+  const std::size_t dirLength = translated.find_last_of(kDirectoryEnds) + 1;
+  const std::string pattern = translated.substr(dirLength);
+  if (pattern.empty()) {
+    return;
+  }
+  if (pattern.find_first_of("*?") != std::string::npos) {
+    FindMatching(translated.substr(0, dirLength), pattern, rule, out);
+    return;
+  }
+  DirEntry entry;
+  if (DescribePath(translated, entry)) {
+    out.push_back(std::move(entry));
+  }
+}
+
+QsDateTime EntryDate(const DirEntry& entry) {
+  std::tm parts;
+  if (!BreakDownLocal(entry.written, parts)) {
+    return QsDateTime();
+  }
+  return QsDateTime(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+                    0);
+}
+
+}  // namespace qsbase::detail
+
+using qsbase::detail::DirEntry;
+
+namespace {
+
+constexpr long kSearchHandle = 1;
+
+void Collect(const std::string& dir, const std::string& pattern, unsigned attributes, std::list<std::string>* files,
+             std::list<std::string>* dirs) {
+  CQsFindFile find(dir, pattern, attributes);
+  const std::string prefix = QsAppendFileslash(dir);
+  for (long found = find.FindFirst(); found != -1; found = find.FindNext()) {
+    const std::string name = find.Filename();
+    std::list<std::string>* const list = find.IsDir() ? dirs : files;
+    if (list != nullptr && !name.empty() && !find.IsThisDir_PrevDir()) {
+      list->push_back(prefix + name);
+    }
+  }
+}
+
+}  // namespace
+
+struct CQsFindFile::Record {
+  Record(std::string path, unsigned mask) : pattern(std::move(path)), attributes(mask) {}
+
+  // The entry that the accessors describe, if there is one.
+  static const DirEntry* CurrentOf(const Record* record) {
+    return record == nullptr || record->next == 0 ? nullptr : &record->entries[record->next - 1];
+  }
+
+  std::string pattern;
+  unsigned attributes;  // kept for whoever looks at it: nothing is filtered by it
+  std::vector<DirEntry> entries;
+  std::size_t next = 0;
+};
+
+CQsFindFile::CQsFindFile(const std::string& pattern, unsigned attributes) {
+  try {
+    _record = std::make_unique<Record>(pattern, attributes);
+  } catch (const std::exception&) {
+    _record.reset();  // an empty search from now on
+  }
+}
+
+CQsFindFile::CQsFindFile(const std::string& dir, const std::string& pattern, unsigned attributes) {
+  try {
+    _record = std::make_unique<Record>(QsAppendFileslash(dir) + pattern, attributes);
+  } catch (const std::exception&) {
+    _record.reset();
+  }
+}
+
+CQsFindFile::~CQsFindFile() = default;
+
+long CQsFindFile::FindFirst() {
+  if (!_record) {
+    return 0;
+  }
+  _record->next = 0;
+  try {
+    qsbase::detail::FindEntries(_record->pattern, qsbase::detail::LinkRule::Follow, _record->entries);
+  } catch (const std::exception&) {
+    _record->entries.clear();
+  }
+  return CQsFindFile::FindNext() == 0 ? kSearchHandle : -1;
+}
+
+int CQsFindFile::FindNext() {
+  if (!_record || _record->next == _record->entries.size()) {
+    return -1;
+  }
+  ++_record->next;
+  return 0;
+}
+
+bool CQsFindFile::IsDir() const {
+  const DirEntry* const entry = Record::CurrentOf(_record.get());
+  return entry != nullptr && entry->isDirectory;
+}
+
+bool CQsFindFile::IsReadOnly() const {
+  const DirEntry* const entry = Record::CurrentOf(_record.get());
+  return entry != nullptr && entry->isReadOnly;
+}
+
+std::string CQsFindFile::Filename() const {
+  const DirEntry* const entry = Record::CurrentOf(_record.get());
+  return entry == nullptr ? std::string() : entry->name;
+}
+
+std::uint64_t CQsFindFile::FileSize() const {
+  const DirEntry* const entry = Record::CurrentOf(_record.get());
+  return entry == nullptr ? 0 : entry->size;
+}
+
+std::int64_t CQsFindFile::FileLastWriteTime() const {
+  const DirEntry* const entry = Record::CurrentOf(_record.get());
+  return entry == nullptr ? 0 : entry->written;
+}
+
+bool CQsFindFile::IsThisDir_PrevDir() const {
+  const DirEntry* const entry = Record::CurrentOf(_record.get());
+  return entry != nullptr && qsbase::detail::IsDotEntry(entry->name);
+}
+
+QsDateTime CQsFindFile::FileDate() const {
+  const DirEntry* const entry = Record::CurrentOf(_record.get());
+  return entry == nullptr ? QsDateTime() : qsbase::detail::EntryDate(*entry);
+}
+
+int GetAllFiles(const std::string& dir, const std::string& pattern, std::list<std::string>& files,
+                unsigned attributes) {
+  Collect(dir, pattern, attributes, &files, nullptr);
+  return 0;
+}
+
+int GetAllDirs(const std::string& dir, const std::string& pattern, std::list<std::string>& dirs, unsigned attributes) {
+  Collect(dir, pattern, attributes, nullptr, &dirs);
+  return 0;
+}
+
+int GetAllFilesAndDirs(const std::string& dir, const std::string& pattern, std::list<std::string>& files,
+                       std::list<std::string>& dirs, unsigned attributes) {
+  Collect(dir, pattern, attributes, &files, &dirs);
+  return 0;
+}

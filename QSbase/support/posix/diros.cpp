@@ -61,32 +61,34 @@ bool IsUsableTempDirectory(const std::string& dir) {
 }  // namespace
 
 struct DirReader::Stream {
-  explicit Stream(DIR* directory) : handle(directory) {}
-  ~Stream() { closedir(handle); }
+  Stream() = default;
+  ~Stream() {
+    if (handle != nullptr) {
+      closedir(handle);
+    }
+  }
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
 
-  DIR* handle;
+  DIR* handle = nullptr;
   const dirent* current = nullptr;
 };
 
-DirReader::DirReader(const std::string& dir, LinkRule rule) {
+DirReader::DirReader(const std::string& dir, LinkRule rule) : _stream(std::make_unique<Stream>()) {
   const int descriptor = OpenDirectory(dir, rule);
   if (descriptor == -1) {
     return;
   }
-  DIR* const handle = fdopendir(descriptor);
-  if (handle == nullptr) {
+  _stream->handle = fdopendir(descriptor);
+  if (_stream->handle == nullptr) {
     close(descriptor);
-    return;
   }
-  _stream = std::make_unique<Stream>(handle);
 }
 
 DirReader::~DirReader() = default;
 
 bool DirReader::Next(std::string& name) {
-  if (!_stream) {
+  if (_stream->handle == nullptr) {
     return false;
   }
   _stream->current = readdir(_stream->handle);
@@ -98,7 +100,7 @@ bool DirReader::Next(std::string& name) {
 }
 
 bool DirReader::IsDirectory() const {
-  if (!_stream || _stream->current == nullptr) {
+  if (_stream->current == nullptr) {
     return false;
   }
   if (_stream->current->d_type != DT_UNKNOWN) {
@@ -109,7 +111,7 @@ bool DirReader::IsDirectory() const {
 }
 
 bool DirReader::Describe(DirEntry& entry) const {
-  if (!_stream || _stream->current == nullptr) {
+  if (_stream->current == nullptr) {
     return false;
   }
   struct stat status;

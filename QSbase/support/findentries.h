@@ -1,0 +1,36 @@
+/// \file
+/// The enumeration behind CQsFindFile and the directory listings (internal). Any thread may call; no state is kept.
+#ifndef QSBASE_SUPPORT_FINDENTRIES_H
+#define QSBASE_SUPPORT_FINDENTRIES_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <QSbase/support/diros.h>
+#include <QSbase/text/datetime.h>
+
+namespace qsbase::detail {
+
+/// Whether the whole name matches: "*" is any run of bytes, "?" one byte, ASCII letters match in either case, and the
+/// pattern "*.*" is "*". Takes at most pattern times name steps.
+bool MatchesWildcard(std::string_view pattern, std::string_view name);
+
+/// "." or "..".
+bool IsDotEntry(std::string_view name);
+
+/// Whether the library can address the name: one that holds a "\" would read as a path.
+bool IsAddressable(std::string_view name);
+
+/// Takes a snapshot of what a path with a pattern as its last component matches, in the operating system's order, "."
+/// and ".." included; out is cleared first. A last component without wildcard names one object, in its own case. The
+/// rule says what to do when the directory itself is a symbolic link. Nothing is found for an empty or over-long path,
+/// an empty last component or a directory that cannot be read.
+void FindEntries(const std::string& path, LinkRule rule, std::vector<DirEntry>& out);
+
+/// The write time as local date and time, milliseconds 0.
+QsDateTime EntryDate(const DirEntry& entry);
+
+}  // namespace qsbase::detail
+
+#endif
