@@ -1,1 +1,299 @@
 #include <QSbase/log/filelog.h>
+
+#include <QSbase/immortal.h>
+#include <QSbase/lasterrorguard.h>
+#include <QSbase/log/logfileos.h>
+#include <QSbase/log/logstage.h>
+#include <QSbase/support/cleanup.h>
+#include <QSbase/support/filesupport.h>
+#include <QSbase/support/paths.h>
+#include <QSbase/support/qsfile.h>
+#include <QSbase/text/datetime.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+using qsbase::detail::LastErrorGuard;
+
+namespace {
+
+constexpr unsigned int errorFlags = 0x40000000U;
+constexpr unsigned int infoLevel4Flags = 0x10000004U;
+constexpr std::uint32_t defaultMaxBackupFiles = 200;
+constexpr std::uint32_t defaultMaxFileSize = 0x500000;
+constexpr std::uint32_t smallestMaxFileSize = 102400;
+
+// ---- messages logged by a thread that is inside the file stage ------------------------------------------------------
+
+struct DeferredMessage {
+  unsigned int flags;
+  std::string text;
+};
+
+using DeferredMessages = std::vector<DeferredMessage>;
+
+/// Where the calling thread's messages go while it is inside the file stage; null outside it.
+thread_local DeferredMessages* deferredMessages = nullptr;
+
+/// Set while a thread logs what its rotation had to say. Such a line never starts a rotation: one that keeps failing
+/// and says so would start the next without end.
+thread_local bool loggingDeferred = false;
+
+class DeferScope {
+ public:
+  explicit DeferScope(DeferredMessages& messages) noexcept { deferredMessages = &messages; }
+  ~DeferScope() { deferredMessages = nullptr; }
+  DeferScope(const DeferScope&) = delete;
+  DeferScope& operator=(const DeferScope&) = delete;
+};
+
+void LogDeferred(const DeferredMessages& messages) {
+  if (messages.empty()) {
+    return;
+  }
+  const bool nested = std::exchange(loggingDeferred, true);
+  for (const DeferredMessage& message : messages) {
+    try {
+      QsLogMsg(message.flags, message.text);
+    } catch (...) {  // NOLINT(bugprone-empty-catch): one callback that throws must not cost the other messages
+    }
+  }
+  loggingDeferred = nested;
+}
+
+// ---- the log file ---------------------------------------------------------------------------------------------------
+
+/// The log file. Its owner serialises the calls.
+class LogFile {
+ public:
+  void Configure(const FileLoggingConfig& config) { _config = config; }
+  void Write(std::string& line);
+
+ private:
+  bool IsConfigured() const;
+  void Rotate();
+  void MoveToBackup(const std::string& current, const std::string& backupDirectory) const;
+  bool IsFull();
+
+  FileLoggingConfig _config;
+  QsFile _file;
+  bool _rotatePending = true;
+  bool _buffered = false;       // the stream may hold bytes that the file lacks
+  std::int64_t _size = -1;      // as last asked, plus what was written since; -1 unknown
+  std::size_t _sinceAsked = 0;  // bytes written since
+};
+
+bool LogFile::IsConfigured() const {
+  return !_config.logDirectory.empty() && !_config.logFileName.empty() && !_config.backupDirectory.empty();
+}
+
+void LogFile::Write(std::string& line) {
+  if (!IsConfigured()) {
+    return;
+  }
+  if (_rotatePending && !loggingDeferred) {
+    Rotate();
+  }
+  if (!_file.IsOpen()) {
+    return;
+  }
+  if (IsFull()) {
+    _rotatePending = true;
+  }
+  std::replace_if(
+      line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+  line += '\n';
+  _file.Write(line);
+  _buffered = true;
+  _sinceAsked += line.size();
+  if (_size >= 0) {
+    _size += static_cast<std::int64_t>(line.size());
+  }
+  if (QsGetLogLevel() == 0) {
+    _file.Flush();
+    _buffered = false;
+  }
+}
+
+/// Lines that are flushed one by one ask the system each time, so that what other processes append counts at once.
+/// Otherwise it is asked when a stream buffer's worth was written, about when the stream would write it out anyway.
+bool LogFile::IsFull() {
+  constexpr std::size_t askInterval = 4096;
+  if (_size < 0 || QsGetLogLevel() == 0 || _sinceAsked >= askInterval) {
+    if (_buffered) {
+      _file.Flush();
+      _buffered = false;
+    }
+    _size = qsbase::detail::OsStreamFileSize(_file);
+    _sinceAsked = 0;
+  }
+  return _size >= 0 && static_cast<std::uint64_t>(_size) >= _config.maxFileSize;
+}
+
+void LogFile::Rotate() {
+  _rotatePending = false;
+  _file.Close();
+  _buffered = false;
+  _size = -1;
+  const std::string current = ConstructPath(_config.logDirectory, _config.logFileName);
+  const std::string backupDirectory = QsAppendFileslash(_config.backupDirectory);
+  QsCleanupDirectory(backupDirectory, _config.maxBackupFiles, "*", true);
+  ForceCreateDirectories(backupDirectory);
+  if (QsGetFSObjectType(current) != FSO_NOTHING) {
+    MoveToBackup(current, backupDirectory);
+  }
+  _file.Open(current.c_str(), "a");
+}
+
+/// The name of the \p attempt-th try for a backup made at \p time: 2013-02-13_10_11_12.250_my_app.log, then
+/// 2013-02-13_10_11_12.250_2_my_app.log. Only the name is made compatible: the configured directory is used as given.
+std::string BackupName(const std::string& time, int attempt, const std::string& logFileName) {
+  std::string name = time + "_";
+  if (attempt > 1) {
+    name += std::to_string(attempt) + "_";
+  }
+  name += logFileName;
+  std::replace(name.begin(), name.end(), ' ', '_');
+  return QsMakeCompatibleFilename(name);
+}
+
+void LogFile::MoveToBackup(const std::string& current, const std::string& backupDirectory) const {
+  constexpr int attempts = 10000;
+  const std::string time = DateTime2string(QsDateTime::Now(), true, true);
+  for (int attempt = 1; attempt <= attempts; ++attempt) {
+    const std::string backup = backupDirectory + BackupName(time, attempt, _config.logFileName);
+    // Never onto an earlier backup of the same millisecond, also when another process makes it meanwhile.
+    if (QsMoveFile(current, backup, false, true) || QsGetFSObjectType(backup) == FSO_NOTHING) {
+      return;
+    }
+  }
+}
+
+// ---- the stage ------------------------------------------------------------------------------------------------------
+
+/// Console and file output of the process. The switches are read without the lock; everything about the file under it.
+class OutputStage {
+ public:
+  static OutputStage& Get() {
+    static qsbase::detail::Immortal<OutputStage> stage;
+    return stage.value;
+  }
+
+  void Output(std::string& line);
+  void Configure(const FileLoggingConfig& config);
+
+  std::atomic<bool> fileEnabled{false};
+  std::atomic<bool> consoleEnabled{false};
+
+ private:
+  void WriteToFile(std::string& line);
+
+  std::mutex _fileLock;
+  LogFile _file;
+};
+
+void OutputStage::Output(std::string& line) {
+  if (line.empty()) {
+    return;
+  }
+  if (consoleEnabled.load(std::memory_order_relaxed)) {
+    std::fputs(line.c_str(), stdout);
+  }
+  if (fileEnabled.load(std::memory_order_relaxed)) {
+    WriteToFile(line);
+  }
+}
+
+void OutputStage::WriteToFile(std::string& line) {
+  DeferredMessages messages;
+  {
+    const std::lock_guard<std::mutex> lock(_fileLock);
+    const DeferScope scope(messages);
+    _file.Write(line);
+  }
+  LogDeferred(messages);
+}
+
+void OutputStage::Configure(const FileLoggingConfig& config) {
+  const std::lock_guard<std::mutex> lock(_fileLock);
+  _file.Configure(config);
+}
+
+/// Corrects the limits of a configuration that asks for file logging; false when it names no complete target.
+bool CorrectConfig(FileLoggingConfig& config) {
+  const bool complete = !config.logDirectory.empty() && !config.logFileName.empty() && !config.backupDirectory.empty();
+  config.enabled = complete;
+  config.maxBackupFiles = std::max<std::uint32_t>(config.maxBackupFiles, 1);
+  config.maxFileSize = std::max(config.maxFileSize, smallestMaxFileSize);
+  return complete;
+}
+
+void Switch(std::atomic<bool>& output, bool on, const char* what) {
+  if (output.exchange(on) != on) {
+    QsLogMsg(infoLevel4Flags, std::string("Set ") + what + " to " + (on ? "Enabled" : "Disabled"));
+  }
+}
+
+}  // namespace
+
+// ---- the seam to the logging core -----------------------------------------------------------------------------------
+
+void qsbase::detail::OutputLogLine(std::string&& line) noexcept {
+  try {
+    OutputStage::Get().Output(line);
+  } catch (...) {  // NOLINT(bugprone-empty-catch): output never throws at who logs
+  }
+}
+
+bool qsbase::detail::DeferInFileStage(unsigned int flags, const std::string& text) {
+  if (deferredMessages == nullptr) {
+    return false;
+  }
+  deferredMessages->push_back({flags, text});
+  return true;
+}
+
+bool qsbase::detail::DeferInFileStage(unsigned int flags, const char* text) {
+  return deferredMessages != nullptr && DeferInFileStage(flags, std::string(text));
+}
+
+// ---- configuration --------------------------------------------------------------------------------------------------
+
+FileLoggingConfig::FileLoggingConfig()
+    : enabled(false),
+      maxBackupFiles(defaultMaxBackupFiles),
+      maxFileSize(defaultMaxFileSize),
+      lineFormatter(&DefaultLogLineFormatter) {}
+FileLoggingConfig::FileLoggingConfig(const FileLoggingConfig& other) = default;
+FileLoggingConfig& FileLoggingConfig::operator=(const FileLoggingConfig& other) = default;
+FileLoggingConfig::~FileLoggingConfig() = default;
+
+void InitLogConfig(const FileLoggingConfig& config, bool consoleLogging) {
+  static std::atomic<bool> done{false};
+  if (done.exchange(true)) {
+    return;
+  }
+  const LastErrorGuard keepLastError;
+  FileLoggingConfig inForce = config;
+  const bool invalid = config.enabled && !CorrectConfig(inForce);
+  OutputStage& stage = OutputStage::Get();
+  SetLogLineFormatter(inForce.lineFormatter);
+  stage.consoleEnabled = consoleLogging;
+  stage.Configure(inForce);
+  stage.fileEnabled = inForce.enabled;
+  if (invalid) {
+    QsLogMsg(errorFlags,
+             "InitLog: FileLoggingConfig is invalid or not completely set up! -> FileLogging is now DISABLED!");
+  }
+}
+
+void SetEnabledLog(bool fileLogging, bool consoleLogging) {
+  const LastErrorGuard keepLastError;
+  OutputStage& stage = OutputStage::Get();
+  Switch(stage.fileEnabled, fileLogging, "FileLogging");
+  Switch(stage.consoleEnabled, consoleLogging, "Console Logging");
+}

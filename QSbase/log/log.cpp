@@ -1,1 +1,333 @@
 #include <QSbase/log/log.h>
+
+#include <QSbase/errors.h>
+#include <QSbase/immortal.h>
+#include <QSbase/lasterrorguard.h>
+#include <QSbase/log/logstage.h>
+#include <QSbase/process.h>
+#include <QSbase/text/qsstring.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <charconv>
+#include <cstdarg>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <new>
+#include <utility>
+
+using qsbase::detail::LastErrorGuard;
+
+namespace {
+
+constexpr unsigned int infoFlag = 0x10000000U;
+constexpr unsigned int warningFlag = 0x20000000U;
+constexpr unsigned int errorFlag = 0x40000000U;
+constexpr int firstCallbackOnlyLevel = 100;
+
+std::atomic<int> logLevel{0};
+std::atomic<LogLineFormatter> lineFormatter{&DefaultLogLineFormatter};
+
+// ---- callbacks ------------------------------------------------------------------------------------------------------
+
+/// Used entries are packed from index 0 and never removed, so the table can be walked without a lock.
+struct CallbackEntry {
+  std::atomic<LogCallback> callback{nullptr};
+  std::atomic<bool> enabled{false};
+  std::atomic<bool> savedEnabled{false};
+};
+
+std::array<CallbackEntry, 64> callbacks;
+
+/// Calls \p visit for every used entry until it returns false.
+template <typename Visit>
+void ForEachCallback(Visit visit) {
+  for (CallbackEntry& entry : callbacks) {
+    const LogCallback callback = entry.callback.load(std::memory_order_acquire);
+    if (callback == nullptr || !visit(entry, callback)) {
+      return;
+    }
+  }
+}
+
+bool RunCallbacks(unsigned int flags, const char* text) {
+  bool anyCalled = false;
+  ForEachCallback([&](const CallbackEntry& entry, LogCallback callback) {
+    if (entry.enabled.load(std::memory_order_acquire)) {
+      callback(flags, text);
+      anyCalled = true;
+    }
+    return true;
+  });
+  return anyCalled;
+}
+
+// ---- dispatch -------------------------------------------------------------------------------------------------------
+
+const char* CString(const std::string& text) { return text.c_str(); }
+const char* CString(const char* text) { return text; }
+
+template <typename Text>
+void Dispatch(unsigned int flags, const Text& text) {
+  if (qsbase::detail::DeferInFileStage(flags, text)) {
+    return;
+  }
+  if (!RunCallbacks(flags, CString(text))) {
+    DefaultLogLine(MsgEntry(flags, text));
+  }
+}
+
+constexpr std::size_t formatLimit = 32767;
+
+/// A text ready for dispatch: the format itself, what `buffer` holds, or null when there is nothing to log.
+struct Message {
+  const char* text;
+  std::unique_ptr<char[]> buffer;
+};
+
+/// The length of what Qs_vsnprintf leaves in the buffer when it returns -1: the full limit when the text is too long,
+/// what came before the faulty directive when the format is broken. Neither is terminated, so it starts from zeros.
+QSBASE_PRINTF(2, 0)
+std::size_t CutLength(char* buffer, const char* format, std::va_list arguments) {
+  std::memset(buffer, 0, formatLimit);
+  Qs_vsnprintf(buffer, static_cast<unsigned int>(formatLimit), format, arguments);
+  return static_cast<std::size_t>(std::find(buffer, buffer + formatLimit, '\0') - buffer);
+}
+
+QSBASE_PRINTF(1, 0)
+Message Format(const char* format, std::va_list arguments) {
+  if (format == nullptr || std::strchr(format, '%') == nullptr) {
+    return {format, nullptr};
+  }
+  std::unique_ptr<char[]> buffer(new (std::nothrow) char[formatLimit + 1]);
+  if (!buffer) {
+    return {nullptr, nullptr};
+  }
+  std::va_list again;
+  va_copy(again, arguments);
+  if (Qs_vsnprintf(buffer.get(), static_cast<unsigned int>(formatLimit), format, arguments) < 0) {
+    buffer[CutLength(buffer.get(), format, again)] = '\0';
+  }
+  va_end(again);
+  const char* const text = buffer.get();
+  return {text, std::move(buffer)};
+}
+
+void DispatchIfAny(unsigned int flags, const Message& message) {
+  if (message.text != nullptr) {
+    Dispatch(flags, message.text);
+  }
+}
+
+unsigned int WithAlert(unsigned int flags, int alert) {
+  return flags | ((static_cast<unsigned int>(alert) & 0xFFU) << 8U);
+}
+
+std::int32_t LevelOf(unsigned int flags) { return static_cast<std::int32_t>(flags & 0xFFU); }
+std::int32_t AlertOf(unsigned int flags) { return static_cast<std::int32_t>((flags >> 8U) & 0xFFU); }
+
+// ---- the default line -----------------------------------------------------------------------------------------------
+
+void AppendNumber(std::string& line, int value) {
+  char digits[12];
+  const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value);
+  line.append(digits, end.ptr);
+}
+
+void AppendWithoutTabs(std::string& line, const std::string& text) {
+  const std::size_t start = line.size();
+  line += text;
+  std::replace(line.begin() + static_cast<std::ptrdiff_t>(start), line.end(), '\t', ' ');
+}
+
+}  // namespace
+
+// ---- entries --------------------------------------------------------------------------------------------------------
+
+MsgEntry::MsgEntry(MessageType typeOfEntry, const char* entryText, int entryLevel, int entryAlert)
+    : time(QsDateTime::Now()),
+      type(typeOfEntry),
+      text(entryText == nullptr ? "" : entryText),
+      alert(entryAlert),
+      level(entryLevel),
+      threadId(QsGetCurrentThreadId()) {}
+
+MsgEntry::MsgEntry(MessageType typeOfEntry, const std::string& entryText, int entryLevel, int entryAlert)
+    : time(QsDateTime::Now()),
+      type(typeOfEntry),
+      text(entryText),
+      alert(entryAlert),
+      level(entryLevel),
+      threadId(QsGetCurrentThreadId()) {}
+
+MsgEntry::MsgEntry(unsigned int flags, const char* entryText)
+    : MsgEntry(FlagsToMessageType(flags), entryText, LevelOf(flags), AlertOf(flags)) {}
+
+MsgEntry::MsgEntry(unsigned int flags, const std::string& entryText)
+    : MsgEntry(FlagsToMessageType(flags), entryText, LevelOf(flags), AlertOf(flags)) {}
+
+MessageType FlagsToMessageType(unsigned int flags) {
+  if ((flags & infoFlag) != 0) {
+    return MsgInfo;
+  }
+  if ((flags & errorFlag) != 0) {
+    return MsgError;
+  }
+  return (flags & warningFlag) != 0 ? MsgWarning : MsgInfo;
+}
+
+const std::string& GetMsgTypeString(MessageType type) {
+  using qsbase::detail::Immortal;
+  static const Immortal<std::string> error("E");
+  static const Immortal<std::string> warning("W");
+  static const Immortal<std::string> info("I");
+  static const Immortal<std::string> unknown("U");
+  switch (type) {
+    case MsgError:
+      return error.value;
+    case MsgWarning:
+      return warning.value;
+    case MsgInfo:
+      return info.value;
+  }
+  return unknown.value;
+}
+
+// ---- logging --------------------------------------------------------------------------------------------------------
+
+void QsLogMsg(unsigned int flags, const char* format, ...) {
+  const LastErrorGuard keepLastError;
+  std::va_list arguments;
+  va_start(arguments, format);
+  const Message message = Format(format, arguments);
+  va_end(arguments);
+  DispatchIfAny(flags, message);
+}
+
+void QsLogMsg(unsigned int flags, const std::string& text) {
+  const LastErrorGuard keepLastError;
+  Dispatch(flags, text);
+}
+
+void QsLogAlert(unsigned int flags, int alert, const char* format, ...) {
+  const LastErrorGuard keepLastError;
+  std::va_list arguments;
+  va_start(arguments, format);
+  const Message message = Format(format, arguments);
+  va_end(arguments);
+  DispatchIfAny(WithAlert(flags, alert), message);
+}
+
+void QsLogAlert(unsigned int flags, int alert, const std::string& text) { QsLogMsg(WithAlert(flags, alert), text); }
+
+int QsGetLogLevel() { return logLevel.load(std::memory_order_relaxed); }
+
+void QsSetLogLevel(int level) {
+  if (level == QsGetLogLevel()) {
+    return;
+  }
+  QsLogMsg(infoFlag, "Setting Log Level to %d", level);
+  logLevel = level;
+}
+
+// ---- callback table -------------------------------------------------------------------------------------------------
+
+void SetLogCallback(LogCallback callback) {
+  if (callback == nullptr) {
+    return;
+  }
+  for (CallbackEntry& entry : callbacks) {
+    LogCallback holder = nullptr;
+    if (entry.callback.compare_exchange_strong(holder, callback) || holder == callback) {
+      entry.enabled = true;
+      return;
+    }
+  }
+  throw ExBase("Error adding logcallback: no free entries available!");
+}
+
+void DisableLogCallback(LogCallback callback) {
+  ForEachCallback([callback](CallbackEntry& entry, LogCallback holder) {
+    if (holder != callback) {
+      return true;
+    }
+    entry.enabled = false;
+    return false;
+  });
+}
+
+void DisableLogCallbacks() {
+  ForEachCallback([](CallbackEntry& entry, LogCallback) {
+    entry.savedEnabled = entry.enabled.exchange(false);
+    return true;
+  });
+}
+
+void EnableLogCallbacks() {
+  ForEachCallback([](CallbackEntry& entry, LogCallback) {
+    if (entry.savedEnabled) {
+      entry.enabled = true;
+    }
+    return true;
+  });
+}
+
+// ---- default output -------------------------------------------------------------------------------------------------
+
+LogLineFormatter SetLogLineFormatter(LogLineFormatter formatter) { return lineFormatter.exchange(formatter); }
+
+LogLineFormatter GetLogLineFormatter() { return lineFormatter.load(std::memory_order_acquire); }
+
+bool DefaultLogLineFormatter(const MsgEntry& entry, std::string& line) {
+  // The time is never shorter than its field of 12 characters, so it needs no padding.
+  line = DateTime2string(entry.time, true, true);
+  const std::size_t indent = entry.level > 0 ? static_cast<std::size_t>(entry.level) : 0;
+  line.reserve(line.size() + indent + entry.text.size() + 64);
+  line += '\t';
+  line += GetMsgTypeString(entry.type);
+  if (entry.alert >= 1) {
+    line += " (Alert=";
+    AppendNumber(line, entry.alert);
+    line += ')';
+  }
+  line += '\t';
+  line.append(indent, ' ');
+  AppendWithoutTabs(line, entry.text);
+  line += '\t';
+  AppendNumber(line, entry.level);
+  line += '\t';
+  if (entry.threadId == 0) {
+    line += "main";
+  } else {
+    AppendNumber(line, entry.threadId);
+  }
+  line += '\n';
+  return true;
+}
+
+void DefaultLogLine(const MsgEntry& entry) {
+  const LastErrorGuard keepLastError;
+  const LogLineFormatter formatter = GetLogLineFormatter();
+  if (formatter == nullptr || entry.level >= firstCallbackOnlyLevel || entry.text.empty()) {
+    return;
+  }
+  std::string line;
+  if (formatter(entry, line)) {
+    qsbase::detail::OutputLogLine(std::move(line));
+  }
+}
+
+void DefaultLogLine(unsigned int flags, const char* text) {
+  const LastErrorGuard keepLastError;
+  DefaultLogLine(MsgEntry(flags, text));
+}
+
+void DoLogMsg(const std::string& line) {
+  const LastErrorGuard keepLastError;
+  try {
+    qsbase::detail::OutputLogLine(std::string(line));
+  } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): output never throws at who logs
+  }
+}
