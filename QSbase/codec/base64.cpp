@@ -4,6 +4,7 @@
 #include <QSbase/errors.h>
 
 #include <array>
+#include <bit>
 #include <cstring>
 
 namespace qsbase::detail {
@@ -37,33 +38,41 @@ constexpr std::array<char, 8192> MakePairs() {
 
 alignas(64) constexpr std::array<char, 8192> kPairs = MakePairs();
 
-/// A character's six bits where the group of 24 needs them; anything else sets bits above them.
+/// A character's six bits where the group's three bytes, first byte lowest, need them; anything else sets bits above.
 constexpr std::uint32_t kNotClean = 0xFF000000;
-using ShiftedValues = std::array<std::array<std::uint32_t, 256>, 4>;
+using PlacedValues = std::array<std::array<std::uint32_t, 256>, 4>;
 
-constexpr ShiftedValues MakeShiftedValues() {
-  ShiftedValues tables{};
+constexpr std::uint32_t PlaceValue(std::uint32_t value, unsigned int place) {
+  const std::uint32_t bits = value << (18 - 6 * place);
+  return (bits >> 16 & 0xFF) | (bits & 0xFF00) | (bits & 0xFF) << 16;
+}
+
+constexpr PlacedValues MakePlacedValues() {
+  PlacedValues tables{};
   for (unsigned int place = 0; place < 4; ++place) {
     for (unsigned int c = 0; c < 256; ++c) {
-      tables[place][c] = kValues[c] < 64 ? std::uint32_t{kValues[c]} << (18 - 6 * place) : kNotClean;
+      tables[place][c] = kValues[c] < 64 ? PlaceValue(kValues[c], place) : kNotClean;
     }
   }
   return tables;
 }
 
-alignas(64) constexpr ShiftedValues kShifted = MakeShiftedValues();
+alignas(64) constexpr PlacedValues kPlaced = MakePlacedValues();
 
 std::uint64_t Load64(const unsigned char* p) {
   return std::uint64_t{p[0]} << 56 | std::uint64_t{p[1]} << 48 | std::uint64_t{p[2]} << 40 | std::uint64_t{p[3]} << 32 |
          std::uint64_t{p[4]} << 24 | std::uint64_t{p[5]} << 16 | std::uint64_t{p[6]} << 8 | std::uint64_t{p[7]};
 }
 
+/// Stores the lowest byte first.
 void Store64(char* p, std::uint64_t v) {
-  const unsigned char bytes[8] = {static_cast<unsigned char>(v >> 56), static_cast<unsigned char>(v >> 48),
-                                  static_cast<unsigned char>(v >> 40), static_cast<unsigned char>(v >> 32),
-                                  static_cast<unsigned char>(v >> 24), static_cast<unsigned char>(v >> 16),
-                                  static_cast<unsigned char>(v >> 8),  static_cast<unsigned char>(v)};
-  std::memcpy(p, bytes, 8);
+  if constexpr (std::endian::native == std::endian::little) {
+    std::memcpy(p, &v, 8);
+  } else {
+    for (unsigned int i = 0; i < 8; ++i) {
+      p[i] = static_cast<char>(v >> (8 * i));
+    }
+  }
 }
 
 void PutPair(char* output, std::uint64_t bits) { std::memcpy(output, kPairs.data() + 2 * (bits & 0xFFF), 2); }
@@ -103,7 +112,7 @@ char* EncodeRest(const unsigned char* input, std::size_t count, char* output) {
 }
 
 std::uint32_t CleanGroup(const unsigned char* p) {
-  return kShifted[0][p[0]] | kShifted[1][p[1]] | kShifted[2][p[2]] | kShifted[3][p[3]];
+  return kPlaced[0][p[0]] | kPlaced[1][p[1]] | kPlaced[2][p[2]] | kPlaced[3][p[3]];
 }
 
 /// What a call of the decoder moves along.
@@ -114,7 +123,7 @@ struct DecodeState {
   std::uint32_t illegal;
 };
 
-/// Decodes clean groups as long as there are any. The 8-byte store never passes what was read of the input.
+/// Decodes clean pairs of groups as long as there are any. The 8-byte store never passes what was read of the input.
 void DecodeCleanGroups(DecodeState& state) {
   const unsigned char* p = state.position;
   char* output = state.output;
@@ -124,7 +133,7 @@ void DecodeCleanGroups(DecodeState& state) {
     if (((first | second) & kNotClean) != 0) {
       break;
     }
-    Store64(output, std::uint64_t{first} << 40 | std::uint64_t{second} << 16);
+    Store64(output, first | std::uint64_t{second} << 24);
     p += 8;
     output += 6;
   }
@@ -132,9 +141,9 @@ void DecodeCleanGroups(DecodeState& state) {
   state.output = output;
 }
 
-void PutBytes(DecodeState& state, std::uint32_t bits, unsigned int count) {
+void PutBytes(DecodeState& state, std::uint32_t bytes, unsigned int count) {
   for (unsigned int i = 0; i < count; ++i) {
-    *state.output++ = static_cast<char>(bits >> (16 - 8 * i));
+    *state.output++ = static_cast<char>(bytes >> (8 * i));
   }
 }
 
@@ -142,9 +151,9 @@ void DecodeOneCleanGroup(DecodeState& state) {
   if (state.end - state.position < 4) {
     return;
   }
-  const std::uint32_t bits = CleanGroup(state.position);
-  if ((bits & kNotClean) == 0) {
-    PutBytes(state, bits, 3);
+  const std::uint32_t bytes = CleanGroup(state.position);
+  if ((bytes & kNotClean) == 0) {
+    PutBytes(state, bytes, 3);
     state.position += 4;
   }
 }
@@ -157,19 +166,19 @@ void SkipLineBreaks(DecodeState& state) {
 
 /// Reads one group character by character. Returns false when decoding ends with it.
 bool DecodeAnyGroup(DecodeState& state) {
-  std::uint32_t bits = 0;
+  std::uint32_t bytes = 0;
   unsigned int count = 0;
   while (count < 4 && state.position != state.end) {
     const std::uint8_t value = kValues[*state.position++];
     if (value < 64) {
-      bits |= std::uint32_t{value} << (18 - 6 * count++);
+      bytes |= PlaceValue(value, count++);
     } else if (value == kBase64Pad) {
       break;
     } else if (value == kBase64Illegal) {
       ++state.illegal;
     }
   }
-  PutBytes(state, bits, count < 2 ? 0 : count - 1);
+  PutBytes(state, bytes, count < 2 ? 0 : count - 1);
   return count == 4;
 }
 

@@ -15,7 +15,9 @@ struct alignas(4) QPEntry {
   char text[3];
   std::uint8_t width;
 };
-inline constexpr std::uint8_t kQPHardBreak = 2;
+inline constexpr std::uint8_t kQPBreakMark = 0x80;
+inline constexpr std::uint8_t kQPHardBreak = kQPBreakMark | 2;
+inline constexpr std::uint8_t kQPWidthMask = 3;
 
 using QPTable = std::array<QPEntry, 256>;
 
