@@ -1,0 +1,256 @@
+// qs: fetches articles, decodes and checks their attachments and stores them; encodes, decodes and hashes files.
+
+#include <QSbase/errors.h>
+#include <QSbase/export.h>
+#include <QSbase/net/http.h>
+
+#include <CLI/CLI.hpp>
+
+#include <exception>
+#include <limits>
+#include <map>
+#include <string>
+
+#include "coders.h"
+#include "demo.h"
+#include "fetch.h"
+#include "interrupt.h"
+
+namespace {
+
+struct Options {
+  qs::FetchOptions fetch;
+  qs::LogOptions log;
+  qs::DemoOptions demo;
+  qs::CodeOptions encode;
+  qs::CodeOptions decode;
+  qs::HashOptions hash;
+  bool verbose = false;
+  bool hmac = false;
+  unsigned int memoryLimit = 1024;
+};
+
+// Starts and stops what transfers need.
+class HttpSession {
+ public:
+  HttpSession() { InitQsInetHttp(1); }
+  ~HttpSession() { InitQsInetHttp(2); }
+  HttpSession(const HttpSession&) = delete;
+  HttpSession& operator=(const HttpSession&) = delete;
+};
+
+std::string VersionText() {
+  std::string curl;
+  std::string ssl;
+  QsGetCurlOpenSSLVersions(curl, ssl);
+  return "qs " QSBASE_VERSION_STRING " (libcurl " + curl + ", SSL " + ssl + ")";
+}
+
+void AddLogOptions(CLI::App& command, int& level, bool& quiet, bool& verbose) {
+  command.add_option("--level", level, "Log level: messages up to this detail are logged (0 to 99)")
+      ->check(CLI::Range(0, 99))
+      ->type_name("N");
+  command.add_flag("-v,--verbose", verbose, "The same as --level 4: what the servers answer is logged too");
+  command.add_flag("-q,--quiet", quiet, "No progress and no log lines on the console, the table only");
+}
+
+void AddFetch(CLI::App& app, Options& options) {
+  CLI::App* command = app.add_subcommand("fetch", "Fetch URLs, decode and check their attachments, store them");
+  command->footer(
+      "Mail and news articles and bare encoded texts are taken apart: yEnc (several parts too), UU, XX, Base64,\n"
+      "quoted-printable, BinHex, MIME multipart. Anything else is stored as it came. A damaged attachment is\n"
+      "reported and not stored. An existing file is never replaced.\n"
+      "Exit codes: 0 all is well, 1 an item failed, 2 bad usage, 130 interrupted.");
+  qs::FetchOptions& fetch = options.fetch;
+  command->add_option("URL", fetch.urls, "http and https URLs")->required();
+  command->add_option("-o,--output", fetch.outputFolder, "Folder for the files, made when missing (default: here)")
+      ->type_name("DIR");
+  command->add_option("--log", options.log.folder, "Write a log file qs.log in this folder; old ones go to backup/")
+      ->type_name("DIR");
+  AddLogOptions(*command, options.log.level, options.log.quiet, options.verbose);
+  command->add_option("--user", fetch.transfer.user, "User name for the servers")->type_name("NAME");
+  command->add_option("--password", fetch.transfer.password, "Password for the servers")->type_name("TEXT");
+  command->add_option("--proxy", fetch.transfer.proxy, "HTTP proxy, as host:port or URL")->type_name("PROXY");
+  command->add_option("--proxy-user", fetch.transfer.proxyUser, "User name for the proxy")->type_name("NAME");
+  command->add_option("--proxy-password", fetch.transfer.proxyPassword, "Password for the proxy")->type_name("TEXT");
+  command->add_option("--ca", fetch.transfer.caFile, "Trust the certificate authorities in this PEM file only")
+      ->check(CLI::ExistingFile)
+      ->type_name("FILE");
+  command->add_flag("--insecure", fetch.transfer.insecure, "Do not verify certificates and host names (dangerous)");
+  command->add_flag("--resume", fetch.resume,
+                    "Keep NAME.part of a transfer that was cut off, and go on with one that is there");
+  command->add_option("--timeout", fetch.transfer.connectTimeout, "Seconds to wait for a connection (default: 30)")
+      ->check(CLI::Range(1, 86400))
+      ->type_name("SECONDS");
+  command->add_option("--memory", options.memoryLimit, "Look into content of at most so many MiB (default: 1024)")
+      ->check(CLI::Range(1U, 4095U))
+      ->type_name("MIB");
+}
+
+void AddDemo(CLI::App& app, Options& options) {
+  CLI::App* command = app.add_subcommand("demo", "Serve example articles on 127.0.0.1 and fetch all of them");
+  command->add_option("--data", options.demo.articles, "Folder of the articles (default: the examples)")
+      ->check(CLI::ExistingDirectory)
+      ->type_name("DIR");
+  command->add_option("-o,--output", options.demo.outputFolder, "Folder for files and log (default: a temporary one)")
+      ->type_name("DIR");
+  AddLogOptions(*command, options.demo.level, options.demo.quiet, options.verbose);
+  command->footer("Exit code 0 when every article is as expected: those named damaged-* reported, all others stored.");
+}
+
+CLI::Option_group* AddCodecs(CLI::App& command, qs::CodeOptions& code) {
+  CLI::Option_group* group = command.add_option_group("Encoding");
+  const auto flag = [group, &code](const char* name, qs::Codec codec, const char* help) {
+    group->add_flag_callback(
+        name, [&code, codec] { code.codec = codec; }, help);
+  };
+  flag("--base64", qs::Codec::Base64, "Base64 (RFC 2045)");
+  flag("--qp", qs::Codec::QuotedPrintable, "Quoted-printable (RFC 2045)");
+  flag("--uu", qs::Codec::UU, "UU");
+  flag("--xx", qs::Codec::XX, "XX");
+  flag("--yenc", qs::Codec::YEnc, "yEnc 1.3");
+  return group;
+}
+
+void AddFiles(CLI::App& command, qs::CodeOptions& code, const char* outputHelp) {
+  command.add_option("FILE", code.input, "Input, \"-\" for standard input (default)");
+  command.add_option("-o,--output", code.output, outputHelp)->type_name("FILE");
+}
+
+void AddEncode(CLI::App& app, Options& options) {
+  CLI::App* command = app.add_subcommand("encode", "Encode a file or standard input");
+  AddCodecs(*command, options.encode)->require_option(1);
+  AddFiles(*command, options.encode, "Output, replaced in one step (default: standard output)");
+  command->add_option("--name", options.encode.name, "Name for the yEnc header; UU and XX get begin and end lines")
+      ->type_name("NAME");
+  command->add_option("--line-length", options.encode.lineLength, "Longest line of Base64, quoted-printable and yEnc")
+      ->check(CLI::Range(21, 998))
+      ->type_name("N");
+  command->add_flag("--text", options.encode.text, "Quoted-printable: line breaks stay line breaks");
+  command->add_flag("--lf", options.encode.plainLineFeeds, "End lines with LF instead of CR LF");
+}
+
+void AddDecode(CLI::App& app, Options& options) {
+  CLI::App* command = app.add_subcommand("decode", "Decode a file or standard input, finding out its encoding");
+  CLI::Option_group* codecs = AddCodecs(*command, options.decode);
+  codecs->add_flag_callback(
+      "--binhex", [&options] { options.decode.codec = qs::Codec::BinHex; }, "BinHex 4.0");
+  codecs->require_option(0, 1);
+  AddFiles(*command, options.decode,
+           "Output, replaced in one step, or an existing folder for all attachments (default: standard output)");
+}
+
+void AddHash(CLI::App& app, Options& options) {
+  CLI::App* command = app.add_subcommand("hash", "MD5, CRC-32 or HMAC-MD5 of files, in the form of md5sum");
+  CLI::Option_group* group = command->add_option_group("Digest");
+  group->add_flag_callback(
+      "--md5", [&options] { options.hash.digest = qs::Digest::MD5; }, "MD5 (default)");
+  group->add_flag_callback(
+      "--crc32", [&options] { options.hash.digest = qs::Digest::CRC32; }, "CRC-32");
+  group
+      ->add_option_function<std::string>(
+          "--hmac-key",
+          [&options](const std::string& key) {
+            options.hash.digest = qs::Digest::HMAC;
+            options.hash.key = key;
+          },
+          "HMAC-MD5 with this key")
+      ->type_name("TEXT");
+  group->require_option(0, 1);
+  command->add_option("FILE", options.hash.inputs, "Inputs, \"-\" for standard input (default)");
+}
+
+// What the parser cannot check by itself.
+std::string UsageProblem(const CLI::App& app, const Options& options) {
+  if (!app.got_subcommand("encode")) {
+    return {};
+  }
+  const qs::CodeOptions& code = options.encode;
+  const bool uue = code.codec == qs::Codec::UU || code.codec == qs::Codec::XX;
+  if (uue && code.lineLength != 0) {
+    return "the lines of UU and XX have a fixed length";
+  }
+  if (code.codec == qs::Codec::Base64 && code.lineLength % 4 != 0) {
+    return "a Base64 line length must be a multiple of 4";
+  }
+  if (code.text && code.codec != qs::Codec::QuotedPrintable) {
+    return "--text goes with --qp only";
+  }
+  if (code.name.find_first_of("\r\n") != std::string::npos) {
+    return "a name cannot hold line breaks";
+  }
+  return {};
+}
+
+int RunCommand(const CLI::App& app, Options& options) {
+  constexpr int kVerboseLevel = 4;
+  if (options.verbose) {
+    options.log.level = std::max(options.log.level, kVerboseLevel);
+    options.demo.level = std::max(options.demo.level, kVerboseLevel);
+  }
+  if (app.got_subcommand("fetch")) {
+    options.fetch.quiet = options.log.quiet;
+    options.fetch.memoryLimit = std::uint64_t{options.memoryLimit} << 20;
+    qs::CatchInterrupts();
+    if (const std::string problem = qs::StartLog(options.log); !problem.empty()) {
+      qs::PrintError(problem);
+      return qs::kExitFailed;
+    }
+    const HttpSession session;
+    return qs::RunFetch(options.fetch);
+  }
+  if (app.got_subcommand("demo")) {
+    qs::CatchInterrupts();
+    const HttpSession session;
+    return qs::RunDemo(options.demo);
+  }
+  if (app.got_subcommand("encode")) {
+    return qs::RunEncode(options.encode);
+  }
+  if (app.got_subcommand("decode")) {
+    return qs::RunDecode(options.decode);
+  }
+  if (options.hash.inputs.empty()) {
+    options.hash.inputs = {"-"};
+  }
+  return qs::RunHash(options.hash);
+}
+
+int ParseAndRun(int argc, char** argv) {
+  Options options;
+  CLI::App app("Fetches articles, decodes and checks their attachments and stores them.", "qs");
+  app.set_version_flag("--version", VersionText);
+  app.require_subcommand(1);
+  AddFetch(app, options);
+  AddDemo(app, options);
+  AddEncode(app, options);
+  AddDecode(app, options);
+  AddHash(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) {  // --help and --version
+      return app.exit(error);
+    }
+    qs::PrintError(std::string(error.what()) + " (see qs --help)");
+    return qs::kExitUsage;
+  }
+  if (const std::string problem = UsageProblem(app, options); !problem.empty()) {
+    qs::PrintError(problem);
+    return qs::kExitUsage;
+  }
+  return RunCommand(app, options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return ParseAndRun(argc, argv);
+  } catch (const ExBase& error) {
+    qs::PrintError(error.GetErrorText());
+  } catch (const std::exception& error) {
+    qs::PrintError(error.what());
+  }
+  return qs::kExitFailed;
+}

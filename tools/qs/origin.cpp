@@ -1,0 +1,184 @@
+#include "origin.h"
+
+#include <QSbase/codec/encodedecode.h>
+#include <QSbase/errors.h>
+#include <QSbase/support/filesupport.h>
+#include <QSbase/text/qschar.h>
+#include <QSbase/text/qsstring.h>
+
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <optional>
+#include <utility>
+
+#include "loopbackos.h"
+#include "text.h"
+
+namespace qs {
+namespace {
+
+constexpr int kPollMilliseconds = 50;
+constexpr int kPeerMilliseconds = 5000;
+constexpr std::size_t kMaxRequest = 16384;
+
+std::string PercentEncode(const std::string& name) {
+  std::string encoded;
+  for (const char c : name) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (QsChar::IsAsciiAlphaNumeric(byte) || c == '-' || c == '.' || c == '_' || c == '~') {
+      encoded += c;
+    } else {
+      encoded += "%" + Byte2Hex(byte);
+    }
+  }
+  return encoded;
+}
+
+std::string HeaderValue(std::string_view request, std::string_view name) {
+  LineReader lines(request);
+  while (lines.Next()) {
+    if (StartsWithNoCase(lines.Line(), name)) {
+      return std::string(Trim(lines.Line().substr(name.size())));
+    }
+  }
+  return {};
+}
+
+bool ParseNumber(std::string_view text, std::uint64_t& number) {
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  return error == std::errc() && end == text.data() + text.size();
+}
+
+struct ByteRange {
+  std::uint64_t first;
+  std::uint64_t length;
+};
+
+enum class RangeKind { None, Served, Impossible };
+
+// "bytes=5-9", "bytes=5-" and "bytes=-5"; any other form is no range, and the whole file is sent.
+RangeKind ParseRange(std::string_view value, std::uint64_t size, ByteRange& range) {
+  if (!StartsWith(value, "bytes=")) {
+    return RangeKind::None;
+  }
+  value.remove_prefix(6);
+  const std::size_t dash = value.find('-');
+  if (dash == std::string_view::npos) {
+    return RangeKind::None;
+  }
+  const std::string_view from = value.substr(0, dash);
+  const std::string_view to = value.substr(dash + 1);
+  std::uint64_t last = 0;
+  if (from.empty()) {
+    if (!ParseNumber(to, last)) {
+      return RangeKind::None;
+    }
+    range.length = std::min(last, size);
+    range.first = size - range.length;
+    return range.length > 0 ? RangeKind::Served : RangeKind::Impossible;
+  }
+  if (!ParseNumber(from, range.first) || (!to.empty() && (!ParseNumber(to, last) || last < range.first))) {
+    return RangeKind::None;
+  }
+  if (range.first >= size) {
+    return RangeKind::Impossible;
+  }
+  range.length = size - range.first;
+  if (!to.empty()) {
+    range.length = std::min(range.length, last - range.first + 1);
+  }
+  return RangeKind::Served;
+}
+
+std::string Response(const char* status, const std::string& headers, const std::string& body, bool withBody) {
+  return "HTTP/1.1 " + std::string(status) + "\r\n" + headers + "Content-Length: " + std::to_string(body.size()) +
+         "\r\nConnection: close\r\n\r\n" + (withBody ? body : "");
+}
+
+}  // namespace
+
+Origin::Origin(std::map<std::string, std::string> files) : _files(std::move(files)) {}
+
+Origin::~Origin() {
+  _stop = true;
+  if (_thread.joinable()) {
+    _thread.join();
+  }
+  CloseDescriptor(_listener);
+}
+
+std::string Origin::Start() {
+  _listener = ListenOnLoopback(_port);
+  if (_listener < 0) {
+    return "cannot listen on 127.0.0.1 (" + QsErrorMessage(QsGetLastError()) + ")";
+  }
+  _thread = std::thread([this] { Serve(); });
+  return {};
+}
+
+std::string Origin::UrlOf(const std::string& name) const {
+  return "http://127.0.0.1:" + std::to_string(_port) + "/" + PercentEncode(name);
+}
+
+void Origin::Serve() {
+  while (!_stop) {
+    const int connection = AcceptWithin(_listener, kPollMilliseconds);
+    if (connection >= 0) {
+      Answer(connection);
+      CloseDescriptor(connection);
+    }
+  }
+}
+
+void Origin::Answer(int connection) const {
+  std::string request;
+  std::array<char, 2048> block{};
+  while (request.find("\r\n\r\n") == std::string::npos && request.size() < kMaxRequest) {
+    const int count = ReceiveWithin(connection, block.data(), block.size(), kPeerMilliseconds);
+    if (count <= 0) {
+      return;
+    }
+    request.append(block.data(), static_cast<std::size_t>(count));
+  }
+  const std::string response = ResponseTo(request);
+  SendAll(connection, response.data(), response.size(), kPeerMilliseconds);
+}
+
+std::string Origin::ResponseTo(std::string_view request) const {
+  const std::string_view line = request.substr(0, request.find("\r\n"));
+  const std::size_t first = line.find(' ');
+  const std::size_t second = first == std::string_view::npos ? first : line.find(' ', first + 1);
+  if (second == std::string_view::npos) {
+    return Response("400 Bad Request", "", "", true);
+  }
+  const std::string_view method = line.substr(0, first);
+  if (method != "GET" && method != "HEAD") {
+    return Response("405 Method Not Allowed", "Allow: GET, HEAD\r\n", "", true);
+  }
+  const bool withBody = method == "GET";
+  std::string name(line.substr(first + 1, second - first - 1));
+  name = name.substr(std::min<std::size_t>(name.size(), 1), name.find('?') - 1);
+  CEncodeDecode::UnescapeHexString(name, '%');
+  const auto found = _files.find(name);
+  if (found == _files.end()) {
+    return Response("404 Not Found", "", "There is no such article.\n", withBody);
+  }
+  const std::string content = LoadBinaryFile(found->second);
+  const std::string size = std::to_string(content.size());
+  ByteRange range{};
+  switch (ParseRange(HeaderValue(request, "Range:"), content.size(), range)) {
+    case RangeKind::Impossible:
+      return Response("416 Range Not Satisfiable", "Content-Range: bytes */" + size + "\r\n", "", withBody);
+    case RangeKind::Served: {
+      const std::string span = std::to_string(range.first) + "-" + std::to_string(range.first + range.length - 1);
+      return Response("206 Partial Content", "Content-Range: bytes " + span + "/" + size + "\r\n",
+                      content.substr(range.first, range.length), withBody);
+    }
+    case RangeKind::None:
+      break;
+  }
+  return Response("200 OK", "Accept-Ranges: bytes\r\nContent-Type: application/octet-stream\r\n", content, withBody);
+}
+
+}  // namespace qs

@@ -1,0 +1,11 @@
+#include "../consoleos.h"
+
+#include <unistd.h>
+
+namespace qs {
+
+bool IsTerminal(std::FILE* stream) { return isatty(fileno(stream)) == 1; }
+
+void SetBinaryMode(std::FILE*) {}
+
+}  // namespace qs

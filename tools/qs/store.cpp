@@ -1,0 +1,142 @@
+#include "store.h"
+
+#include <QSbase/codec/hash.h>
+#include <QSbase/errors.h>
+#include <QSbase/support/filesupport.h>
+#include <QSbase/support/paths.h>
+#include <QSbase/support/qsfile.h>
+#include <QSbase/text/qsstring.h>
+
+#include <vector>
+
+#include "text.h"
+
+namespace qs {
+namespace {
+
+// File systems take 255 bytes; a counter and the suffix of a temporary file must fit too.
+constexpr std::size_t kMaxName = 230;
+constexpr std::size_t kMaxExtension = 32;
+constexpr int kMaxAttempts = 1000;
+constexpr std::size_t kBlock = 1 << 16;
+
+bool IsContinuationByte(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+// Cuts in front of a UTF-8 character, not inside.
+std::string Cut(const std::string& text, std::size_t length) {
+  while (length > 0 && length < text.size() && IsContinuationByte(text[length])) {
+    --length;
+  }
+  return text.substr(0, length);
+}
+
+std::string Shorten(const std::string& name) {
+  if (name.size() <= kMaxName) {
+    return name;
+  }
+  std::string extension = ExtractFileExt(name);
+  if (extension.size() > kMaxExtension) {
+    extension.clear();
+  }
+  return Cut(name, kMaxName - extension.size()) + extension;
+}
+
+std::string LastError() { return QsErrorMessage(QsGetLastError()); }
+
+std::string CopyStream(std::FILE* from, const QsFile& to, std::string& md5, std::uint64_t& size) {
+  std::vector<unsigned char> block(kBlock);
+  QsMD5 digest;
+  digest.Init();
+  size = 0;
+  std::rewind(from);
+  for (std::size_t count; (count = std::fread(block.data(), 1, block.size(), from)) > 0;) {
+    const auto length = static_cast<unsigned int>(count);
+    if (to.Write(block.data(), 1, length) != length) {
+      return "cannot write (" + LastError() + ")";
+    }
+    digest.Update(block.data(), length);
+    size += count;
+  }
+  if (std::ferror(from) != 0 || to.Flush() != 0) {
+    return "cannot copy the download (" + LastError() + ")";
+  }
+  unsigned char bytes[16];
+  digest.Final(bytes);
+  md5 = ToLowerAscii(Bytes2Hex(bytes, sizeof bytes, false));
+  return {};
+}
+
+}  // namespace
+
+std::string SafeFileName(const std::string& name) {
+  const std::size_t separator = name.find_last_of("/\\");
+  std::string last(Trim(separator == std::string::npos ? name : name.substr(separator + 1)));
+  last.resize(std::min(last.find('\0'), last.size()));
+  if (last.empty() || last == "." || last == "..") {
+    return "unnamed";
+  }
+  return QsMakeCompatibleFilename(Shorten(last));
+}
+
+Store::Store(const std::string& folder) : _folder(folder), _names(1, " (", ")") {}
+
+std::string Store::Open() {
+  if (!ForceCreateDirectories(_folder) || QsGetFSObjectType(_folder) != FSO_DIRECTORY) {
+    return "cannot create the folder '" + Printable(_folder) + "'";
+  }
+  return {};
+}
+
+std::string Store::PathOf(const std::string& fileName) const { return ConstructPath(_folder, fileName); }
+
+// The manager puts a dot behind the counter of a name without an extension; that dot is taken off again.
+std::string Store::FreeName(const std::string& wanted) {
+  const std::string path = PathOf(wanted);
+  const bool hasExtension = !ExtractFileExt(wanted).empty();
+  std::string free;
+  do {
+    _names.GetUniquePath(path, free, true);
+    if (!hasExtension && EndsWith(free, ").")) {
+      free.pop_back();
+    }
+  } while (free != path && QsGetFSObjectType(free) != FSO_NOTHING);
+  return ExtractFileName(free);
+}
+
+std::string Store::Save(const std::string& wanted, const std::string& data, std::string& fileName) {
+  const std::string safe = SafeFileName(wanted);
+  for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
+    fileName = FreeName(safe);
+    const std::string path = PathOf(fileName);
+    if (QsAtomicSaveBinaryFile(path, data, false)) {
+      return {};
+    }
+    const std::string error = LastError();
+    // Somebody took the name in between: the next one. Anything else will not get better.
+    if (QsGetFSObjectType(path) == FSO_NOTHING) {
+      return "cannot store '" + fileName + "' (" + error + ")";
+    }
+  }
+  return "no free name for '" + safe + "'";
+}
+
+std::string Store::SaveStream(const std::string& wanted, std::FILE* stream, std::string& fileName, std::string& md5,
+                              std::uint64_t& size) {
+  fileName = FreeName(SafeFileName(wanted));
+  const std::string temporary = PathOf(FreeName(fileName + ".tmp"));
+  const QsFileDeleter deleter(temporary);
+  QsFile file;
+  if (!file.Open(temporary.c_str(), "wbx")) {
+    return "cannot store '" + fileName + "' (" + LastError() + ")";
+  }
+  const std::string problem = CopyStream(stream, file, md5, size);
+  if (file.Close() != 0 && problem.empty()) {
+    return "cannot store '" + fileName + "' (" + LastError() + ")";
+  }
+  if (problem.empty() && !QsMoveFile(temporary, PathOf(fileName), false, false)) {
+    return "cannot store '" + fileName + "' (" + LastError() + ")";
+  }
+  return problem;
+}
+
+}  // namespace qs

@@ -1,0 +1,48 @@
+/// \file
+/// The output folder: safe and free names, whole files only. One thread uses an object.
+#ifndef QS_STORE_H
+#define QS_STORE_H
+
+#include <QSbase/support/uniquename.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+namespace qs {
+
+/// A name from outside as a file name that stays in its folder: its last component, made compatible, cut to a
+/// length that leaves room for a counter, its extension kept. An empty name, "." and ".." give "unnamed".
+std::string SafeFileName(const std::string& name);
+
+class Store {
+ public:
+  explicit Store(const std::string& folder);
+
+  /// Creates the folder and those above it. \returns what went wrong, empty for success.
+  std::string Open();
+
+  /// Stores the data under the wanted name, or under that name and a counter when it is taken: an existing file is
+  /// never replaced, and no half file is ever seen. \param fileName the name it was stored under, without the folder.
+  /// \returns what went wrong, empty for success.
+  std::string Save(const std::string& wanted, const std::string& data, std::string& fileName);
+
+  /// The same for all that is in an open stream, without taking it into memory.
+  /// \param md5 of what was stored, in small hex digits. \param size bytes stored.
+  std::string SaveStream(const std::string& wanted, std::FILE* stream, std::string& fileName, std::string& md5,
+                         std::uint64_t& size);
+
+  /// The path of a file in the folder, as the library takes it.
+  std::string PathOf(const std::string& fileName) const;
+  const std::string& Folder() const { return _folder; }
+
+ private:
+  std::string FreeName(const std::string& wanted);
+
+  std::string _folder;
+  CUniqueFilenameManager _names;
+};
+
+}  // namespace qs
+
+#endif

@@ -1,0 +1,75 @@
+#include "text.h"
+
+#include <algorithm>
+
+namespace qs {
+namespace {
+
+char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+}  // namespace
+
+LineReader::LineReader(std::string_view text) : _text(text) {}
+
+bool LineReader::Next() {
+  if (_end >= _text.size()) {
+    return false;
+  }
+  _begin = _end;
+  const std::size_t feed = _text.find('\n', _begin);
+  _end = feed == std::string_view::npos ? _text.size() : feed + 1;
+  _line = WithoutLastBreak(_text.substr(_begin, _end - _begin));
+  return true;
+}
+
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+std::string_view TrimRight(std::string_view text) {
+  while (!text.empty() && (IsBlank(text.back()) || text.back() == '\r' || text.back() == '\n')) {
+    text.remove_suffix(1);
+  }
+  return text;
+}
+
+std::string_view Trim(std::string_view text) {
+  while (!text.empty() && (IsBlank(text.front()) || text.front() == '\r' || text.front() == '\n')) {
+    text.remove_prefix(1);
+  }
+  return TrimRight(text);
+}
+
+std::string ToLowerAscii(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(), LowerAscii);
+  return lower;
+}
+
+bool StartsWith(std::string_view text, std::string_view prefix) { return text.substr(0, prefix.size()) == prefix; }
+
+bool EndsWith(std::string_view text, std::string_view suffix) {
+  return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
+}
+
+bool StartsWithNoCase(std::string_view text, std::string_view prefix) {
+  return text.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), text.begin(),
+                                                    [](char a, char b) { return LowerAscii(a) == LowerAscii(b); });
+}
+
+std::string_view WithoutLastBreak(std::string_view text) {
+  if (!text.empty() && text.back() == '\n') {
+    text.remove_suffix(1);
+    if (!text.empty() && text.back() == '\r') {
+      text.remove_suffix(1);
+    }
+  }
+  return text;
+}
+
+std::string Printable(std::string_view text) {
+  std::string printable(text);
+  std::replace_if(
+      printable.begin(), printable.end(), [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }, '?');
+  return printable;
+}
+
+}  // namespace qs

@@ -1,0 +1,263 @@
+#include "transfer.h"
+
+#include <QSbase/codec/encodedecode.h>
+#include <QSbase/errors.h>
+#include <QSbase/export.h>
+#include <QSbase/log/log.h>
+#include <QSbase/net/http.h>
+#include <QSbase/support/filesupport.h>
+#include <QSbase/support/paths.h>
+#include <QSbase/text/qsstring.h>
+
+#include <limits>
+
+#include "interrupt.h"
+#include "text.h"
+
+namespace qs {
+namespace {
+
+constexpr int kPartialFile = 18;
+constexpr int kRangeError = 33;
+constexpr unsigned int kInfo = 0x10000000;
+constexpr int kHeaderLogLevel = 4;
+
+// What the callbacks of one transfer share.
+struct Watch {
+  Progress* progress;
+  std::FILE* stream;
+  std::uint64_t total = 0;
+  std::uint64_t offset = 0;
+  std::string errorText;
+};
+
+std::uint64_t NumberAfter(const std::string& text, const char* what) {
+  const char* found = stristr(text.c_str(), what);
+  if (found == nullptr) {
+    return 0;
+  }
+  const std::int64_t number = AsciiToInt64(found + std::char_traits<char>::length(what));
+  return number > 0 ? static_cast<std::uint64_t>(number) : 0;
+}
+
+// The library hands over status lines ("D ..."), the header text so far, and at the end the reason of a failure.
+void NoteText(const char* text, void* user) {
+  Watch& watch = *static_cast<Watch*>(user);
+  if (StartsWith(text, "HTTP/")) {
+    watch.total = NumberAfter(text, "Content-Length: ");
+    watch.total += watch.total > 0 ? watch.offset : 0;
+  } else if (!StartsWith(text, "D ")) {
+    watch.errorText = text;
+  }
+}
+
+bool ShallAbort(void* user) {
+  const Watch& watch = *static_cast<Watch*>(user);
+  const long bytes = std::ftell(watch.stream);
+  if (bytes > 0) {
+    watch.progress->Update(static_cast<std::uint64_t>(bytes), watch.total);
+  }
+  return Interrupted();
+}
+
+// The status of the last header block: a transfer that was cut off in its body reports none itself.
+int StatusOf(const QsInetHttpResponse& response) {
+  if (response.httpCode != 0) {
+    return response.httpCode;
+  }
+  const std::size_t block = response.headers.rfind("HTTP/");
+  const std::size_t blank = block == std::string::npos ? block : response.headers.find(' ', block);
+  return blank == std::string::npos ? 0 : AsciiToInt(response.headers.c_str() + blank);
+}
+
+// The whole length in "Content-Range: bytes 5-9/10" or "bytes */10", 0 when it is unknown.
+std::uint64_t TotalOf(const std::string& headers) {
+  const char* range = stristr(headers.c_str(), "Content-Range:");
+  if (range == nullptr) {
+    return 0;
+  }
+  const std::string line(range, std::string_view(range).find_first_of("\r\n") == std::string_view::npos
+                                    ? std::char_traits<char>::length(range)
+                                    : std::string_view(range).find_first_of("\r\n"));
+  return NumberAfter(line, "/");
+}
+
+std::string LocationOf(const std::string& headers) {
+  const char* found = stristr(headers.c_str(), "Location: ");
+  if (found == nullptr) {
+    return {};
+  }
+  const std::string_view rest(found + 10);
+  return std::string(rest.substr(0, rest.find_first_of("\r\n")));
+}
+
+std::string StatusProblem(int status, const std::string& headers) {
+  std::string problem = status == 0 ? "no HTTP status" : "HTTP status " + std::to_string(status);
+  if (status >= 300 && status < 400 && !LocationOf(headers).empty()) {
+    problem += ", see " + DisplayUrl(LocationOf(headers));
+  }
+  return problem;
+}
+
+std::string FailureText(const QsInetHttpResponse& response, const Watch& watch) {
+  std::string text = watch.errorText.empty() ? response.errorText : watch.errorText;
+  if (text.empty()) {
+    text = "transfer failed";
+  }
+  text += " (code " + std::to_string(response.curlCode) + ")";
+  return Printable(text) + (response.retryable ? ", worth another try" : "");
+}
+
+QsInetHttpRequest RequestFor(const std::string& url, const TransferOptions& options, std::FILE* stream) {
+  QsInetHttpRequest request;
+  request.url = url;
+  request.userAgent = "qs/" QSBASE_VERSION_STRING;
+  request.httpUser = options.user;
+  request.httpPassword = options.password;
+  request.proxyServer = options.proxy;
+  request.proxyUser = options.proxyUser;
+  request.proxyPassword = options.proxyPassword;
+  request.connectTimeout = options.connectTimeout;
+  request.caInfoFile = options.caFile;
+  request.verifyPeer = !options.insecure;
+  request.verifyHost = !options.insecure;
+  request.outputFile = stream;
+  return request;
+}
+
+bool HasHttpScheme(const std::string& url) {
+  return url.find("://") == std::string::npos || StartsWithNoCase(url, "http://") || StartsWithNoCase(url, "https://");
+}
+
+}  // namespace
+
+Download::Download(const std::string& partPath) : _partPath(partPath) {}
+
+Download::~Download() {
+  if (_partPath.empty() || !_part.IsOpen()) {
+    return;
+  }
+  const bool worthIt = _keep && Size() > 0;
+  _part.Close();
+  if (!worthIt) {
+    QsDeleteFile(_partPath, false);
+  }
+}
+
+std::FILE* Download::Stream() { return _partPath.empty() ? _temporary.get() : static_cast<std::FILE*>(_part); }
+
+std::int64_t Download::Size() {
+  std::FILE* stream = Stream();
+  return std::fseek(stream, 0, SEEK_END) == 0 ? std::int64_t{std::ftell(stream)} : -1;
+}
+
+bool Download::Open() {
+  if (_partPath.empty()) {
+    _temporary.reset(std::tmpfile());
+    return _temporary != nullptr;
+  }
+  return _part.Open(_partPath.c_str(), "a+b");
+}
+
+bool Download::Restart() {
+  if (_partPath.empty()) {
+    return Open();
+  }
+  _part.Close();
+  return _part.Open(_partPath.c_str(), "w+b");
+}
+
+std::string Download::Run(const std::string& url, const TransferOptions& options, Progress& progress) {
+  if (!HasHttpScheme(url)) {
+    return "only http and https URLs are fetched";
+  }
+  if (!Open()) {
+    return "cannot open a file for the download (" + QsErrorMessage(QsGetLastError()) + ")";
+  }
+  bool again = false;
+  std::string problem = RunOnce(url, options, progress, again);
+  if (!again) {
+    return problem;
+  }
+  if (!Restart()) {
+    return "cannot start the download over (" + QsErrorMessage(QsGetLastError()) + ")";
+  }
+  return RunOnce(url, options, progress, again);
+}
+
+std::string Download::RunOnce(const std::string& url, const TransferOptions& options, Progress& progress, bool& again) {
+  again = false;
+  const std::int64_t have = Size();
+  if (have < 0 || have > std::numeric_limits<std::uint32_t>::max()) {
+    again = have > 0;
+    return "the partial file is too long to go on with";
+  }
+  QsInetHttpRequest request = RequestFor(url, options, Stream());
+  request.resume = have > 0;
+  request.resumeFrom = static_cast<std::uint32_t>(have);
+  QsInetHttpResponse response;
+  Watch watch{&progress, Stream(), 0, static_cast<std::uint64_t>(have), {}};
+  const bool performed = QsInetHttp(request, response, &NoteText, &watch, &ShallAbort, &watch, 0);
+  if (QsGetLogLevel() >= kHeaderLogLevel) {
+    QsLogMsg(kInfo | kHeaderLogLevel, "Response of " + DisplayUrl(url) + ": " + response.headers);
+  }
+  const int status = StatusOf(response);
+  const std::uint64_t total = TotalOf(response.headers);
+  _keep = have > 0 || (status >= 200 && status < 300);
+  if (Interrupted()) {
+    return "interrupted";
+  }
+  if (!performed) {
+    return FailureText(response, watch);
+  }
+  if (have > 0 && status == 416) {
+    again = total != static_cast<std::uint64_t>(have);
+    return again ? StatusProblem(status, response.headers) : "";
+  }
+  if (status < 200 || status >= 300) {
+    return StatusProblem(status, response.headers);
+  }
+  if (response.curlCode == kRangeError) {
+    again = have > 0;
+    return "the server does not serve the rest of the file";
+  }
+  if (response.curlCode == kPartialFile) {
+    return "the connection ended before the whole file was there";
+  }
+  if (status == 206 && (have == 0 || (total > 0 && total != static_cast<std::uint64_t>(Size())))) {
+    again = have > 0;
+    _keep = false;
+    return "the server sent a part that was not asked for";
+  }
+  return {};
+}
+
+std::string DisplayUrl(const std::string& url) {
+  std::string shown = url;
+  const std::size_t scheme = shown.find("://");
+  const std::size_t start = scheme == std::string::npos ? 0 : scheme + 3;
+  const std::size_t slash = shown.find_first_of("/?#", start);
+  const std::size_t at = shown.rfind('@', slash == std::string::npos ? shown.size() : slash);
+  if (at != std::string::npos && at >= start) {
+    const std::size_t colon = shown.find(':', start);
+    if (colon < at) {
+      shown.replace(colon + 1, at - colon - 1, "***");
+    }
+  }
+  return Printable(shown);
+}
+
+std::string UrlFileName(const std::string& url) {
+  const std::size_t scheme = url.find("://");
+  std::string path = url.substr(scheme == std::string::npos ? 0 : scheme + 3);
+  path.resize(std::min(path.find_first_of("?#"), path.size()));
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) {
+    return {};
+  }
+  std::string name = path.substr(slash + 1);
+  CEncodeDecode::UnescapeHexString(name, '%');
+  return name;
+}
+
+}  // namespace qs
