@@ -1,1 +1,381 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <list>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <common/logcapture.h>
+#include <common/tempdir.h>
+
+#include <QSbase/support/findentries.h>
+#include <QSbase/support/findfile.h>
+#include <QSbase/support/paths.h>
+
+namespace {
+
+bool failAllocations = false;
+
+}  // namespace
+
+// Allocations fail on demand, so that an object can be made without memory.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  void* const memory = failAllocations ? nullptr : std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
+
+using qsbase::detail::MatchesWildcard;
+using qsbase::testing::LogCapture;
+using qsbase::testing::TempDir;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+
+std::vector<std::string> Names(CQsFindFile& find) {
+  std::vector<std::string> names;
+  for (long found = find.FindFirst(); found != -1; found = find.FindNext()) {
+    names.push_back(find.Filename());
+  }
+  return names;
+}
+
+std::vector<std::string> Names(const std::string& dir, const std::string& pattern) {
+  CQsFindFile find(dir, pattern, 0);
+  return Names(find);
+}
+
+// The definition read literally, in exponential time.
+bool SlowMatch(const std::string& pattern, const std::string& name) {
+  if (pattern.empty()) {
+    return name.empty();
+  }
+  if (pattern[0] == '*') {
+    return SlowMatch(pattern.substr(1), name) || (!name.empty() && SlowMatch(pattern, name.substr(1)));
+  }
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  return !name.empty() && (pattern[0] == '?' || lower(pattern[0]) == lower(name[0])) &&
+         SlowMatch(pattern.substr(1), name.substr(1));
+}
+
+// Every text over the alphabet of at most this length.
+std::vector<std::string> AllTexts(const std::string& alphabet, std::size_t longest) {
+  std::vector<std::string> texts = {""};
+  for (std::size_t done = 0, length = 0; length < longest; ++length) {
+    const std::size_t end = texts.size();
+    for (; done < end; ++done) {
+      for (const char c : alphabet) {
+        texts.push_back(texts[done] + c);
+      }
+    }
+  }
+  return texts;
+}
+
+TEST(Wildcard, AgreesWithTheDefinition) {
+  const std::vector<std::string> names = AllTexts("aBb.", 4);
+  for (const std::string& pattern : AllTexts("ab.*?", 4)) {
+    for (const std::string& name : names) {
+      const bool expected = pattern == "*.*" || SlowMatch(pattern, name);
+      ASSERT_EQ(MatchesWildcard(pattern, name), expected) << pattern << " on " << name;
+    }
+  }
+}
+
+TEST(Wildcard, FoldsAsciiOnly) {
+  EXPECT_TRUE(MatchesWildcard("*.TXT", "readme.txt"));
+  EXPECT_TRUE(MatchesWildcard("ReadMe.*", "rEADmE.md"));
+  EXPECT_FALSE(MatchesWildcard("\xC4*", "\xE4.txt"));
+  EXPECT_TRUE(MatchesWildcard("\xC4*", "\xC4.txt"));
+  EXPECT_FALSE(MatchesWildcard("[a]", "{a}"));  // 32 apart, but no letters
+  EXPECT_FALSE(MatchesWildcard("@*", "`x"));
+}
+
+TEST(Wildcard, StarDotStarIsStar) {
+  EXPECT_TRUE(MatchesWildcard("*.*", "noextension"));
+  EXPECT_TRUE(MatchesWildcard("*.*", ""));
+  EXPECT_FALSE(MatchesWildcard("a*.*", "ab"));
+}
+
+TEST(Wildcard, ManyStarsTakeNoTimeToSpeakOf) {
+  std::string pattern;
+  for (int i = 0; i < 200; ++i) {
+    pattern += "*a";
+  }
+  pattern += "b";
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(MatchesWildcard(pattern, std::string(5000, 'a')));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+}
+
+TEST(FindFile, SearchesTheJoinedPath) {
+  const TempDir dir;
+  dir.Write("a.txt", "");
+  dir.Write("B.TXT", "");
+  dir.Write("c.txtx", "");
+  dir.Write("sub/d.txt", "");
+  EXPECT_THAT(Names(dir.Path(), "*.txt"), UnorderedElementsAre("a.txt", "B.TXT"));
+  EXPECT_THAT(Names(dir.Path() + "/", "*.txt"), UnorderedElementsAre("a.txt", "B.TXT"));
+  EXPECT_THAT(Names(QsTranslateFilename(dir.Path()) + "\\", "*.txt"), UnorderedElementsAre("a.txt", "B.TXT"));
+  EXPECT_THAT(Names(dir.Path(), "?.txt"), UnorderedElementsAre("a.txt", "B.TXT"));
+  EXPECT_THAT(Names(dir.Path(), "sub\\*"), UnorderedElementsAre(".", "..", "d.txt"));
+  CQsFindFile find(dir.Path() + "\\*.txtx", 0);
+  EXPECT_THAT(Names(find), ElementsAre("c.txtx"));
+}
+
+TEST(FindFile, DeliversTheDotEntriesAndHiddenNames) {
+  const TempDir dir;
+  dir.Write(".hidden", "");
+  dir.Write("plain", "");
+  EXPECT_THAT(Names(dir.Path(), "*"), UnorderedElementsAre(".", "..", ".hidden", "plain"));
+  EXPECT_THAT(Names(dir.Path(), "*.*"), UnorderedElementsAre(".", "..", ".hidden", "plain"));
+  EXPECT_THAT(Names(dir.Path(), "p*.*"), IsEmpty());
+  CQsFindFile find(dir.Path(), "*", 0);
+  for (long found = find.FindFirst(); found != -1; found = find.FindNext()) {
+    const bool dot = find.Filename() == "." || find.Filename() == "..";
+    EXPECT_EQ(find.IsThisDir_PrevDir(), dot);
+    EXPECT_EQ(find.IsDir(), dot);
+  }
+}
+
+TEST(FindFile, WithoutWildcardFindsThatOneName) {
+  const TempDir dir;
+  dir.Write("Name.txt", "four");
+  dir.Write("name.txt2", "");
+  CQsFindFile find(dir.Path(), "Name.txt", 0);
+  EXPECT_NE(find.FindFirst(), -1);
+  EXPECT_EQ(find.Filename(), "Name.txt");
+  EXPECT_EQ(find.FileSize(), 4U);
+  EXPECT_EQ(find.FindNext(), -1);
+  EXPECT_THAT(Names(dir.Path(), "NAME.TXT"), IsEmpty());
+  EXPECT_THAT(Names(dir.Path(), "missing"), IsEmpty());
+  EXPECT_THAT(Names(dir.Path(), ".."), ElementsAre(".."));
+}
+
+TEST(FindFile, PatternCountsInTheLastComponentOnly) {
+  const TempDir dir;
+  dir.Write("sub/x.txt", "");
+  EXPECT_THAT(Names(dir.Path() + "/s*", "*.txt"), IsEmpty());
+  dir.Write("s*/y.txt", "");
+  EXPECT_THAT(Names(dir.Path() + "/s*", "*.txt"), ElementsAre("y.txt"));
+}
+
+TEST(FindFile, FindsNothing) {
+  const TempDir dir;
+  CQsFindFile empty("", 0);
+  EXPECT_EQ(empty.FindFirst(), -1);
+  EXPECT_EQ(empty.FindNext(), -1);
+  EXPECT_THAT(Names(dir.Path(), ""), IsEmpty());
+  EXPECT_THAT(Names(dir / "missing", "*"), IsEmpty());
+  EXPECT_THAT(Names(dir.Write("file", "x"), "*"), IsEmpty());
+  EXPECT_THAT(Names(dir.Path() + std::string("\0x", 2), "*"), IsEmpty());
+  LogCapture log;
+  EXPECT_THAT(Names(std::string(3000, 'a'), "*"), IsEmpty());
+  EXPECT_EQ(log.Messages().size(), 1U);
+}
+
+TEST(FindFile, AccessorsWithoutACurrentEntry) {
+  const TempDir dir;
+  CQsFindFile find(dir.Path(), "*", 0);
+  EXPECT_EQ(find.FindNext(), -1);
+  EXPECT_EQ(find.Filename(), "");
+  EXPECT_FALSE(find.IsDir());
+  EXPECT_FALSE(find.IsReadOnly());
+  EXPECT_FALSE(find.IsThisDir_PrevDir());
+  EXPECT_EQ(find.FileSize(), 0U);
+  EXPECT_EQ(find.FileLastWriteTime(), 0);
+  EXPECT_EQ(find.FileDate(), QsDateTime());
+}
+
+TEST(FindFile, TakesASnapshotAtFindFirst) {
+  const TempDir dir;
+  dir.Write("fa", "1");
+  dir.Write("fb", "2");
+  CQsFindFile find(dir.Path(), "f*", 0);
+  ASSERT_NE(find.FindFirst(), -1);
+  dir.Write("fc", "3");
+  std::filesystem::remove(dir / "fa");
+  std::filesystem::remove(dir / "fb");
+  std::vector<std::string> names = {find.Filename()};
+  while (find.FindNext() == 0) {
+    names.push_back(find.Filename());
+    EXPECT_EQ(find.FileSize(), 1U);
+  }
+  EXPECT_THAT(names, UnorderedElementsAre("fa", "fb"));
+  EXPECT_THAT(Names(find), ElementsAre("fc"));
+}
+
+TEST(FindFile, SizesAre64BitsAndDirectoriesHaveNone) {
+  const TempDir dir;
+  const std::string big = dir.Write("big", "");
+  const std::uint64_t size = (std::uint64_t{5} << 30) + 7;
+  ASSERT_EQ(truncate(big.c_str(), static_cast<off_t>(size)), 0);
+  std::filesystem::create_directory(dir / "sub");
+  CQsFindFile find(dir.Path(), "big", 0);
+  ASSERT_NE(find.FindFirst(), -1);
+  EXPECT_EQ(find.FileSize(), size);
+  CQsFindFile sub(dir.Path(), "sub", 0);
+  ASSERT_NE(sub.FindFirst(), -1);
+  EXPECT_TRUE(sub.IsDir());
+  EXPECT_EQ(sub.FileSize(), 0U);
+}
+
+TEST(FindFile, ReadOnlyIsAMissingOwnerWriteBit) {
+  const TempDir dir;
+  for (unsigned mode = 0; mode < 0777; mode += 0011) {
+    ASSERT_EQ(chmod(dir.Write("f", "").c_str(), mode), 0);
+    CQsFindFile find(dir.Path(), "f", 0);
+    ASSERT_NE(find.FindFirst(), -1);
+    EXPECT_EQ(find.IsReadOnly(), (mode & 0200) == 0) << std::oct << mode;
+    ASSERT_EQ(chmod((dir / "f").c_str(), 0600), 0);
+  }
+}
+
+TEST(FindFile, DescribesALinkItself) {
+  const TempDir dir;
+  dir.Write("target/file", "content");
+  std::filesystem::create_directory_symlink(dir / "target", dir / "todir");
+  std::filesystem::create_symlink(dir / "target/file", dir / "tofile");
+  std::filesystem::create_symlink(dir / "nowhere", dir / "tonothing");
+  CQsFindFile find(dir.Path(), "to*", 0);
+  std::vector<std::string> names;
+  for (long found = find.FindFirst(); found != -1; found = find.FindNext()) {
+    names.push_back(find.Filename());
+    EXPECT_FALSE(find.IsDir());
+    EXPECT_FALSE(find.IsReadOnly());
+    EXPECT_EQ(find.FileSize(), 0U);
+  }
+  EXPECT_THAT(names, UnorderedElementsAre("todir", "tofile", "tonothing"));
+  EXPECT_THAT(Names(dir / "todir", "*"), UnorderedElementsAre(".", "..", "file"));
+}
+
+TEST(FindFile, WriteTimeIsLocalInFileDate) {
+  setenv("TZ", "Asia/Kolkata", 1);
+  tzset();
+  const TempDir dir;
+  const std::string path = dir.Write("f", "");
+  const timespec times[2] = {{1000000000, 0}, {1000000000, 999000000}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  CQsFindFile find(path, 0);
+  ASSERT_NE(find.FindFirst(), -1);
+  EXPECT_EQ(find.FileLastWriteTime(), 1000000000);
+  // 2001-09-09 01:46:40 UTC
+  EXPECT_EQ(find.FileDate(), QsDateTime(2001, 9, 9, 7, 16, 40, 0));
+}
+
+TEST(FindFile, SummerTimeOfTheFileCountsNotOfToday) {
+  setenv("TZ", "Europe/Berlin", 1);
+  tzset();
+  const TempDir dir;
+  const std::string path = dir.Write("f", "");
+  const timespec summer[2] = {{1720000000, 0}, {1720000000, 0}};  // 2024-07-03 09:46:40 UTC
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), summer, 0), 0);
+  CQsFindFile find(path, 0);
+  ASSERT_NE(find.FindFirst(), -1);
+  EXPECT_EQ(find.FileDate(), QsDateTime(2024, 7, 3, 11, 46, 40, 0));
+  const timespec winter[2] = {{1705000000, 0}, {1705000000, 0}};  // 2024-01-11 19:06:40 UTC
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), winter, 0), 0);
+  ASSERT_NE(find.FindFirst(), -1);
+  EXPECT_EQ(find.FileDate(), QsDateTime(2024, 1, 11, 20, 6, 40, 0));
+}
+
+TEST(FindFile, NamesNeedNoEncoding) {
+  const TempDir dir;
+  const std::string name = "\xff\xfe \x80\n:.txt";
+  dir.Write(name, "x");
+  EXPECT_THAT(Names(dir.Path(), "*.txt"), ElementsAre(name));
+  EXPECT_THAT(Names(dir.Path(), "\xff??\x80*"), ElementsAre(name));
+  EXPECT_THAT(Names(dir.Path(), name), ElementsAre(name));
+}
+
+TEST(FindFile, AColonIsAPlainCharacter) {
+  const TempDir dir;
+  dir.Write("12:30.log", "x");
+  dir.Write("a:b/c", "x");
+  EXPECT_THAT(Names(dir.Path(), "12:*"), ElementsAre("12:30.log"));
+  EXPECT_THAT(Names(dir / "a:b", "c*"), ElementsAre("c"));
+}
+
+TEST(FindFile, SkipsNamesThatNoPathCanName) {
+  const TempDir dir;
+  dir.Write("..\\evil", "x");
+  dir.Write("a\\b", "x");
+  dir.Write("good", "x");
+  EXPECT_THAT(Names(dir.Path(), "*"), UnorderedElementsAre(".", "..", "good"));
+  EXPECT_THAT(Names(dir.Path(), "a?b"), IsEmpty());
+}
+
+TEST(FindFile, WithoutMemoryItIsAnEmptySearch) {
+  const std::string pattern = "*";
+  const std::string dir = "a directory with a long name";
+  failAllocations = true;
+  CQsFindFile find(pattern, 0);
+  CQsFindFile joined(dir, pattern, 0);
+  failAllocations = false;
+  for (CQsFindFile* object : {&find, &joined}) {
+    EXPECT_EQ(object->FindFirst(), 0);
+    EXPECT_EQ(object->FindNext(), -1);
+    EXPECT_FALSE(object->IsDir());
+    EXPECT_FALSE(object->IsReadOnly());
+    EXPECT_FALSE(object->IsThisDir_PrevDir());
+    EXPECT_EQ(object->Filename(), "");
+    EXPECT_EQ(object->FileSize(), 0U);
+    EXPECT_EQ(object->FileLastWriteTime(), 0);
+    EXPECT_EQ(object->FileDate(), QsDateTime());
+  }
+}
+
+TEST(FindFile, TheRootCanBeListed) {
+  EXPECT_FALSE(Names("\\", "*").empty());
+  EXPECT_FALSE(Names("/", "*.*").empty());
+}
+
+TEST(GetAll, SortsEntriesByKindAndAppends) {
+  const TempDir dir;
+  dir.Write("a.txt", "");
+  dir.Write("b.bin", "");
+  dir.Write("sub.txt/c.txt", "");
+  std::filesystem::create_directory_symlink(dir / "sub.txt", dir / "link.txt");
+  const std::string prefix = dir.Path() + "\\";
+  std::list<std::string> files = {"kept"};
+  std::list<std::string> dirs = {"kept"};
+  EXPECT_EQ(GetAllFiles(dir.Path(), "*.txt", files, 0), 0);
+  EXPECT_THAT(files, UnorderedElementsAre("kept", prefix + "a.txt", prefix + "link.txt"));
+  EXPECT_EQ(files.front(), "kept");
+  EXPECT_EQ(GetAllDirs(dir.Path(), "*", dirs, 0x10), 0);
+  EXPECT_THAT(dirs, ElementsAre("kept", prefix + "sub.txt"));
+}
+
+TEST(GetAll, BothKindsInOneCall) {
+  const TempDir dir;
+  dir.Write("a", "");
+  dir.Write(".b", "");
+  dir.Write("sub/c", "");
+  const std::string prefix = dir.Path() + "/";
+  std::list<std::string> files;
+  std::list<std::string> dirs;
+  EXPECT_EQ(GetAllFilesAndDirs(prefix, "*.*", files, dirs, 0), 0);
+  EXPECT_THAT(files, UnorderedElementsAre(prefix + "a", prefix + ".b"));
+  EXPECT_THAT(dirs, ElementsAre(prefix + "sub"));
+  EXPECT_EQ(GetAllFilesAndDirs(dir / "missing", "*", files, dirs, 0), 0);
+  EXPECT_EQ(files.size(), 2U);
+  EXPECT_EQ(dirs.size(), 1U);
+}
+
+}  // namespace
