@@ -284,9 +284,9 @@ bool IsElement(const std::vector<std::string>& parts, const std::string& text) {
   return !before(&text, parts.data()) && before(&text, parts.data() + parts.size());
 }
 
-// Cuts behind every piece that a separator ends; what stands behind the last separator is no piece.
-void CutAtSeparators(std::string_view text, std::string_view separator, std::vector<std::string>& parts,
-                     bool keepEmpty) {
+// Cuts behind every piece that a separator ends; gives what stands behind the last separator.
+std::string_view CutAtSeparators(std::string_view text, std::string_view separator, std::vector<std::string>& parts,
+                                 bool keepEmpty) {
   std::size_t start = 0;
   for (std::size_t end; (end = text.find(separator, start)) != std::string_view::npos;) {
     if (end > start || keepEmpty) {
@@ -294,15 +294,16 @@ void CutAtSeparators(std::string_view text, std::string_view separator, std::vec
     }
     start = end + separator.size();
   }
+  return text.substr(start);
 }
 
+// As if the separator followed the text; only the rest behind the last one has to be copied for that.
 void SplitLongerText(const std::string& text, const std::string& separator, std::vector<std::string>& parts,
                      bool keepEmpty) {
+  const std::string_view rest = CutAtSeparators(text, separator, parts, keepEmpty);
   const bool endsWithSeparator = text.compare(text.size() - separator.size(), separator.size(), separator) == 0;
-  if (endsWithSeparator && !keepEmpty) {
-    CutAtSeparators(text, separator, parts, keepEmpty);
-  } else {
-    CutAtSeparators(text + separator, separator, parts, keepEmpty);
+  if (keepEmpty || !endsWithSeparator) {
+    CutAtSeparators(std::string(rest) + separator, separator, parts, keepEmpty);
   }
 }
 
@@ -354,17 +355,25 @@ std::size_t ReplaceShrinking(std::string& text, const std::string& searched, con
   return count;
 }
 
+std::size_t CountMatches(const std::string& text, const std::string& what) {
+  std::size_t count = 0;
+  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += what.size()) {
+    ++count;
+  }
+  return count;
+}
+
+// Into a new text of the final size: counting first is cheaper than growing several times.
 std::size_t ReplaceGrowing(std::string& text, const std::string& searched, const std::string& what,
                            const std::string& with) {
-  std::size_t found = searched.find(what);
-  if (found == std::string::npos) {
+  const std::size_t count = CountMatches(searched, what);
+  if (count == 0) {
     return 0;
   }
   std::string result;
-  result.reserve(text.size() + with.size());
-  std::size_t count = 0;
+  result.reserve(text.size() + count * (with.size() - what.size()));
   std::size_t read = 0;
-  for (; found != std::string::npos; found = searched.find(what, read), ++count) {
+  for (std::size_t found; (found = searched.find(what, read)) != std::string::npos;) {
     result.append(text, read, found - read).append(with);
     read = found + what.size();
   }

@@ -682,11 +682,13 @@ TEST(AsciiToDouble, OutOfRange) {
 }
 
 TEST(AsciiToDouble, DoesNotAskTheLocale) {
-  bool other = false;
-  for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "C.UTF-8"}) {
-    other = other || std::setlocale(LC_ALL, name) != nullptr;
+  bool comma = false;
+  for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8", "German"}) {
+    comma = comma || (std::setlocale(LC_ALL, name) != nullptr && *std::localeconv()->decimal_point == ',');
   }
-  ASSERT_TRUE(other);
+  if (!comma) {
+    GTEST_SKIP() << "no locale with a decimal comma is installed";
+  }
   EXPECT_EQ(AsciiToDouble("1.5"), 1.5);
   EXPECT_EQ(AsciiToDouble("1,5"), 1.5);
   std::setlocale(LC_ALL, "C");
