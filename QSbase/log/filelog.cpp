@@ -21,11 +21,11 @@ using qsbase::detail::LastErrorGuard;
 
 namespace {
 
-constexpr unsigned int errorFlags = 0x40000000U;
-constexpr unsigned int infoLevel4Flags = 0x10000004U;
-constexpr std::uint32_t defaultMaxBackupFiles = 200;
-constexpr std::uint32_t defaultMaxFileSize = 0x500000;
-constexpr std::uint32_t smallestMaxFileSize = 102400;
+constexpr unsigned int kErrorFlags = 0x40000000U;
+constexpr unsigned int kInfoLevel4Flags = 0x10000004U;
+constexpr std::uint32_t kDefaultMaxBackupFiles = 200;
+constexpr std::uint32_t kDefaultMaxFileSize = 0x500000;
+constexpr std::uint32_t kSmallestMaxFileSize = 102400;
 
 // ---- messages logged by a thread that is inside the file stage ------------------------------------------------------
 
@@ -122,8 +122,8 @@ void LogFile::Write(std::string& line) {
 /// Lines that are flushed one by one ask the system each time, so that what other processes append counts at once.
 /// Otherwise it is asked when a stream buffer's worth was written, about when the stream would write it out anyway.
 bool LogFile::IsFull() {
-  constexpr std::size_t askInterval = 4096;
-  if (_size < 0 || QsGetLogLevel() == 0 || _sinceAsked >= askInterval) {
+  constexpr std::size_t kAskInterval = 4096;
+  if (_size < 0 || QsGetLogLevel() == 0 || _sinceAsked >= kAskInterval) {
     if (_buffered) {
       _file.Flush();
       _buffered = false;
@@ -162,9 +162,9 @@ std::string BackupName(const std::string& time, int attempt, const std::string& 
 }
 
 void LogFile::MoveToBackup(const std::string& current, const std::string& backupDirectory) const {
-  constexpr int attempts = 10000;
+  constexpr int kAttempts = 10000;
   const std::string time = DateTime2string(QsDateTime::Now(), true, true);
-  for (int attempt = 1; attempt <= attempts; ++attempt) {
+  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
     const std::string backup = backupDirectory + BackupName(time, attempt, _config.logFileName);
     // Never onto an earlier backup of the same millisecond, also when another process makes it meanwhile.
     if (QsMoveFile(current, backup, false, true) || QsGetFSObjectType(backup) == FSO_NOTHING) {
@@ -228,13 +228,13 @@ bool CorrectConfig(FileLoggingConfig& config) {
   const bool complete = !config.logDirectory.empty() && !config.logFileName.empty() && !config.backupDirectory.empty();
   config.enabled = complete;
   config.maxBackupFiles = std::max<std::uint32_t>(config.maxBackupFiles, 1);
-  config.maxFileSize = std::max(config.maxFileSize, smallestMaxFileSize);
+  config.maxFileSize = std::max(config.maxFileSize, kSmallestMaxFileSize);
   return complete;
 }
 
 void Switch(std::atomic<bool>& output, bool on, const char* what) {
   if (output.exchange(on) != on) {
-    QsLogMsg(infoLevel4Flags, std::string("Set ") + what + " to " + (on ? "Enabled" : "Disabled"));
+    QsLogMsg(kInfoLevel4Flags, std::string("Set ") + what + " to " + (on ? "Enabled" : "Disabled"));
   }
 }
 
@@ -265,8 +265,8 @@ bool qsbase::detail::DeferInFileStage(unsigned int flags, const char* text) {
 
 FileLoggingConfig::FileLoggingConfig()
     : enabled(false),
-      maxBackupFiles(defaultMaxBackupFiles),
-      maxFileSize(defaultMaxFileSize),
+      maxBackupFiles(kDefaultMaxBackupFiles),
+      maxFileSize(kDefaultMaxFileSize),
       lineFormatter(&DefaultLogLineFormatter) {}
 FileLoggingConfig::FileLoggingConfig(const FileLoggingConfig& other) = default;
 FileLoggingConfig& FileLoggingConfig::operator=(const FileLoggingConfig& other) = default;
@@ -286,7 +286,7 @@ void InitLogConfig(const FileLoggingConfig& config, bool consoleLogging) {
   stage.Configure(inForce);
   stage.fileEnabled = inForce.enabled;
   if (invalid) {
-    QsLogMsg(errorFlags,
+    QsLogMsg(kErrorFlags,
              "InitLog: FileLoggingConfig is invalid or not completely set up! -> FileLogging is now DISABLED!");
   }
 }

@@ -22,10 +22,10 @@ using qsbase::detail::LastErrorGuard;
 
 namespace {
 
-constexpr unsigned int infoFlag = 0x10000000U;
-constexpr unsigned int warningFlag = 0x20000000U;
-constexpr unsigned int errorFlag = 0x40000000U;
-constexpr int firstCallbackOnlyLevel = 100;
+constexpr unsigned int kInfoFlag = 0x10000000U;
+constexpr unsigned int kWarningFlag = 0x20000000U;
+constexpr unsigned int kErrorFlag = 0x40000000U;
+constexpr int kFirstCallbackOnlyLevel = 100;
 
 std::atomic<int> logLevel{0};
 std::atomic<LogLineFormatter> lineFormatter{&DefaultLogLineFormatter};
@@ -79,7 +79,7 @@ void Dispatch(unsigned int flags, const Text& text) {
   }
 }
 
-constexpr std::size_t formatLimit = 32767;
+constexpr std::size_t kFormatLimit = 32767;
 
 /// A text ready for dispatch: the format itself, what `buffer` holds, or null when there is nothing to log.
 struct Message {
@@ -91,9 +91,9 @@ struct Message {
 /// what came before the faulty directive when the format is broken. Neither is terminated, so it starts from zeros.
 QSBASE_PRINTF(2, 0)
 std::size_t CutLength(char* buffer, const char* format, std::va_list arguments) {
-  std::memset(buffer, 0, formatLimit);
-  Qs_vsnprintf(buffer, static_cast<unsigned int>(formatLimit), format, arguments);
-  return static_cast<std::size_t>(std::find(buffer, buffer + formatLimit, '\0') - buffer);
+  std::memset(buffer, 0, kFormatLimit);
+  Qs_vsnprintf(buffer, static_cast<unsigned int>(kFormatLimit), format, arguments);
+  return static_cast<std::size_t>(std::find(buffer, buffer + kFormatLimit, '\0') - buffer);
 }
 
 QSBASE_PRINTF(1, 0)
@@ -101,13 +101,13 @@ Message Format(const char* format, std::va_list arguments) {
   if (format == nullptr || std::strchr(format, '%') == nullptr) {
     return {format, nullptr};
   }
-  std::unique_ptr<char[]> buffer(new (std::nothrow) char[formatLimit + 1]);
+  std::unique_ptr<char[]> buffer(new (std::nothrow) char[kFormatLimit + 1]);
   if (!buffer) {
     return {nullptr, nullptr};
   }
   std::va_list again;
   va_copy(again, arguments);
-  if (Qs_vsnprintf(buffer.get(), static_cast<unsigned int>(formatLimit), format, arguments) < 0) {
+  if (Qs_vsnprintf(buffer.get(), static_cast<unsigned int>(kFormatLimit), format, arguments) < 0) {
     buffer[CutLength(buffer.get(), format, again)] = '\0';
   }
   va_end(again);
@@ -169,13 +169,13 @@ MsgEntry::MsgEntry(unsigned int flags, const std::string& entryText)
     : MsgEntry(FlagsToMessageType(flags), entryText, LevelOf(flags), AlertOf(flags)) {}
 
 MessageType FlagsToMessageType(unsigned int flags) {
-  if ((flags & infoFlag) != 0) {
+  if ((flags & kInfoFlag) != 0) {
     return MsgInfo;
   }
-  if ((flags & errorFlag) != 0) {
+  if ((flags & kErrorFlag) != 0) {
     return MsgError;
   }
-  return (flags & warningFlag) != 0 ? MsgWarning : MsgInfo;
+  return (flags & kWarningFlag) != 0 ? MsgWarning : MsgInfo;
 }
 
 const std::string& GetMsgTypeString(MessageType type) {
@@ -228,7 +228,7 @@ void QsSetLogLevel(int level) {
   if (level == QsGetLogLevel()) {
     return;
   }
-  QsLogMsg(infoFlag, "Setting Log Level to %d", level);
+  QsLogMsg(kInfoFlag, "Setting Log Level to %d", level);
   logLevel = level;
 }
 
@@ -310,7 +310,7 @@ bool DefaultLogLineFormatter(const MsgEntry& entry, std::string& line) {
 void DefaultLogLine(const MsgEntry& entry) {
   const LastErrorGuard keepLastError;
   const LogLineFormatter formatter = GetLogLineFormatter();
-  if (formatter == nullptr || entry.level >= firstCallbackOnlyLevel || entry.text.empty()) {
+  if (formatter == nullptr || entry.level >= kFirstCallbackOnlyLevel || entry.text.empty()) {
     return;
   }
   std::string line;
