@@ -35,8 +35,6 @@ struct FileStatus {
   unsigned permissions = 0;  ///< read, write and execute bits of owner, group and others (0 to 0777)
   std::int64_t size = 0;     ///< in bytes, as the system reports it
   FileTime modified;         ///< last change of the content
-  std::uint64_t device = 0;  ///< with fileId: what two names of one object have in common
-  std::uint64_t fileId = 0;
 };
 
 /// What the permissions of a file are made from when nothing else is asked for; the process's mask is applied.
@@ -48,6 +46,9 @@ std::FILE* OsOpenStream(const std::string& path, const char* mode);
 
 /// Describes what the path names. False if nothing is there or it must not be looked at; status is then unspecified.
 bool OsGetStatus(const std::string& path, LinkView view, FileStatus& status);
+
+/// Whether a last-error code says that there is nothing of that name.
+bool OsErrorMeansMissing(int error);
 
 enum class AccessKind { Read, Write };
 
@@ -116,6 +117,9 @@ class OsFile {
 
   /// Describes the open file; the permissions are those of now.
   bool Describe(FileStatus& status) const;
+
+  /// Whether both are the same file, or it cannot be told. The last error then says so ("busy"); else it is unchanged.
+  bool IsSameAs(const OsFile& other) const;
 
   /// Sets the position for the next Read or Write, in bytes from the start.
   bool Seek(std::uint64_t position);

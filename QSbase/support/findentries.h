@@ -22,6 +22,10 @@ bool IsDotEntry(std::string_view name);
 /// Whether the library can address the name: one that holds a "\" would read as a path.
 bool IsAddressable(std::string_view name);
 
+/// The directory part of a path or pattern with its trailing separator, as FindEntries cuts it: on Linux a colon is a
+/// plain character of a name. Empty if there is none. The path is translated first.
+std::string DirectoryPart(const std::string& path);
+
 /// Takes a snapshot of what a path with a pattern as its last component matches, in the operating system's order, "."
 /// and ".." included; out is cleared first. A last component without wildcard names one object, in its own case. The
 /// rule says what to do when the directory itself is a symbolic link. Nothing is found for an empty or over-long path,

@@ -68,6 +68,11 @@ bool IsDotEntry(std::string_view name) { return name == "." || name == ".."; }
 
 bool IsAddressable(std::string_view name) { return name.find('\\') == std::string_view::npos; }
 
+std::string DirectoryPart(const std::string& path) {
+  const std::string translated = QsTranslateFilename(path);
+  return translated.substr(0, translated.find_last_of(kDirectoryEnds) + 1);
+}
+
 void FindEntries(const std::string& path, LinkRule rule, std::vector<DirEntry>& out) {
   out.clear();
   const std::string translated = QsTranslateFilename(path);

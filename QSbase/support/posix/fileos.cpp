@@ -65,8 +65,6 @@ void Fill(const struct stat& native, FileStatus& status) {
   status.size = native.st_size;
   status.modified.seconds = native.st_mtim.tv_sec;
   status.modified.nanoseconds = static_cast<std::int32_t>(native.st_mtim.tv_nsec);
-  status.device = native.st_dev;
-  status.fileId = native.st_ino;
 }
 
 // Descriptors of anything but regular files are given back: their size says nothing and reading them may wait.
@@ -167,6 +165,8 @@ bool OsGetStatus(const std::string& path, LinkView view, FileStatus& status) {
   return true;
 }
 
+bool OsErrorMeansMissing(int error) { return error == ENOENT; }
+
 bool OsHasAccess(const std::string& path, AccessKind kind) {
   return access(SystemPath(path).c_str(), kind == AccessKind::Read ? R_OK : W_OK) == 0;
 }
@@ -263,6 +263,19 @@ bool OsFile::Describe(FileStatus& status) const {
     return false;
   }
   Fill(native, status);
+  return true;
+}
+
+bool OsFile::IsSameAs(const OsFile& other) const {
+  struct stat mine;
+  struct stat theirs;
+  if (fstat(static_cast<int>(_handle), &mine) != 0 || fstat(static_cast<int>(other._handle), &theirs) != 0) {
+    return true;
+  }
+  if (mine.st_dev != theirs.st_dev || mine.st_ino != theirs.st_ino) {
+    return false;
+  }
+  errno = EBUSY;
   return true;
 }
 

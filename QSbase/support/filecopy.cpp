@@ -1,0 +1,133 @@
+// Copying and moving of files.
+#include <QSbase/support/filesupport.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdlib>
+
+#include <QSbase/lasterrorguard.h>
+#include <QSbase/support/filedetail.h>
+#include <QSbase/support/fileos.h>
+#include <QSbase/support/paths.h>
+
+namespace qsbase::detail {
+
+OsFile::Creation CreateBeside(const std::string& target, unsigned permissions, OsFile& file, std::string& name) {
+  constexpr int kAttempts = 100;
+  OsFile::Creation result = OsFile::Creation::Exists;
+  for (int attempt = 0; attempt < kAttempts && result == OsFile::Creation::Exists; ++attempt) {
+    name = target + "." + std::to_string(std::rand());
+    result = file.CreateNew(name, permissions);
+  }
+  return result;
+}
+
+}  // namespace qsbase::detail
+
+using namespace qsbase::detail;
+
+namespace {
+
+constexpr std::size_t kCopyBlock = 32768;
+
+void RemoveKeepingError(const std::string& path) {
+  const LastErrorGuard keep;
+  OsRemoveFile(path);
+}
+
+bool CopyContent(OsFile& from, OsFile& to) {
+  to.CopyInSystem(from);
+  std::array<char, kCopyBlock> block;
+  std::ptrdiff_t count = 0;
+  while ((count = from.Read(block.data(), block.size())) > 0) {
+    if (!to.Write(block.data(), static_cast<std::size_t>(count))) {
+      return false;
+    }
+  }
+  return count == 0;
+}
+
+// Content, permissions and modification time. The permissions come first, so that a private content is never readable
+// for others; a file system that keeps neither them nor the time still gets its copy.
+bool CopyInto(OsFile& from, const FileStatus& status, OsFile& to) {
+  to.SetPermissions(status.permissions);
+  if (!CopyContent(from, to)) {
+    return false;
+  }
+  to.SetModified(status.modified);
+  return true;
+}
+
+// Opens the target empty, unless it is the source itself.
+bool OpenTarget(const std::string& target, const FileStatus& source, bool failIfExists, const OsFile& from, OsFile& to,
+                bool& created) {
+  const OsFile::Creation creation = to.CreateNew(target, source.permissions);
+  created = creation == OsFile::Creation::Created;
+  if (creation != OsFile::Creation::Exists) {
+    return created;
+  }
+  return !failIfExists && to.OpenWrite(target, OsFile::Writing::Keep) && !to.IsSameAs(from) && to.Truncate();
+}
+
+// Half a copy must not pass for a whole one.
+void DropCopy(const std::string& target, OsFile& to, bool created) {
+  const LastErrorGuard keep;
+  if (created) {
+    OsRemoveFile(target);
+  } else {
+    to.Truncate();
+  }
+}
+
+// Copies beside the target first: the target is always the old file or the whole new one.
+bool MoveAcrossVolumes(const std::string& source, const std::string& target, bool replace) {
+  OsFile from;
+  OsFile to;
+  FileStatus status;
+  std::string temporary;
+  if (!from.OpenRead(source) || !from.Describe(status) ||
+      CreateBeside(target, status.permissions, to, temporary) != OsFile::Creation::Created) {
+    return false;
+  }
+  const bool copied = CopyInto(from, status, to) && to.Flush() && to.Close();
+  if (!copied || OsMove(temporary, target, replace) != MoveResult::Done) {
+    RemoveKeepingError(temporary);
+    return false;
+  }
+  RemoveKeepingError(source);
+  return true;
+}
+
+}  // namespace
+
+bool QsCopyFile(const std::string& from, const std::string& to, bool failIfExists, bool clearReadOnly) {
+  const std::string target = QsTranslateFilename(to);
+  if (clearReadOnly) {
+    ClearReadOnlyIfSet(target, LinkView::Target);
+  }
+  OsFile in;
+  OsFile out;
+  FileStatus status;
+  bool created = false;
+  if (!in.OpenRead(QsTranslateFilename(from)) || !in.Describe(status) ||
+      !OpenTarget(target, status, failIfExists, in, out, created)) {
+    return false;
+  }
+  if (CopyInto(in, status, out) && out.Close()) {
+    return true;
+  }
+  DropCopy(target, out, created);
+  return false;
+}
+
+bool QsLinkFile(const std::string& from, const std::string& to, bool) { return QsCopyFile(from, to, true, false); }
+
+bool QsMoveFile(const std::string& from, const std::string& to, bool replace, bool clearReadOnly) {
+  const std::string source = QsTranslateFilename(from);
+  const std::string target = QsTranslateFilename(to);
+  if (clearReadOnly) {
+    ClearReadOnlyIfSet(target, LinkView::Itself);
+  }
+  const MoveResult result = OsMove(source, target, replace);
+  return result == MoveResult::OtherVolume ? MoveAcrossVolumes(source, target, replace) : result == MoveResult::Done;
+}

@@ -1,0 +1,31 @@
+/// \file
+/// Pieces that the file operations share (internal). Any thread may call; no state is kept.
+#ifndef QSBASE_SUPPORT_FILEDETAIL_H
+#define QSBASE_SUPPORT_FILEDETAIL_H
+
+#include <string>
+
+#include <QSbase/support/fileos.h>
+
+namespace qsbase::detail {
+
+constexpr unsigned kLogError = 0x40000000;
+constexpr unsigned kLogWarning = 0x20000000;
+
+/// The file's topic in the texts of ExMemoryAllocation.
+constexpr const char* kFileTopic = "QSbase/support/filesupport";
+
+/// The system's text for the last error.
+std::string LastErrorText();
+
+/// Clears the read-only attribute of what the path names, if it is there and has it. Failure is ignored. A symbolic
+/// link looked at itself is never read-only.
+void ClearReadOnlyIfSet(const std::string& path, LinkView view);
+
+/// Makes a new file in the target's directory, named target + "." + decimal(rand()), and opens it for writing. Exists
+/// if 100 names in a row were taken; the last error tells why it failed.
+OsFile::Creation CreateBeside(const std::string& target, unsigned permissions, OsFile& file, std::string& name);
+
+}  // namespace qsbase::detail
+
+#endif
