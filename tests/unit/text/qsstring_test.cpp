@@ -502,9 +502,9 @@ TEST(QsConditionalAppendChar, OnlyWhenMissing) {
   EXPECT_EQ(text, "\\");
   QsConditionalAppendChar(text, '\\');
   EXPECT_EQ(text, "\\");
-  text = "a";
-  QsConditionalAppendChar(text, '\\');
-  EXPECT_EQ(text, "a\\");
+  std::string other("a");
+  QsConditionalAppendChar(other, '\\');
+  EXPECT_EQ(other, "a\\");
 }
 
 // ---- Hex ----
