@@ -12,8 +12,8 @@ complain() {
 
 for test in $(cd tests/unit && find . -name '*_test.cpp' | sed 's|^\./||'); do
   topic=${test%_test.cpp}
-  ls "QSbase/$topic".* "$topic".* >/dev/null 2>&1 || complain "tests/unit/$test tests nothing that is there"
-  grep -qE "\b$topic\b" tests/unit/CMakeLists.txt || complain "tests/unit/$test is not built"
+  [ -n "$(find "QSbase/$topic.cpp" "$topic.cpp" 2>/dev/null)" ] || complain "tests/unit/$test tests nothing that is there"
+  grep -qE "\b$(basename "$topic")\b" tests/unit/CMakeLists.txt || complain "tests/unit/$test is not built"
 done
 
 os_headers='unistd|fcntl|dirent|poll|dlfcn|utime|pthread|sched|signal|sys/[a-z_]*|netinet/[a-z_]*|arpa/inet|windows|winsock2|io|direct'
