@@ -91,7 +91,7 @@ def whole_process(qs, folder, binary, text):
         return lambda: run(sys.executable, "-c", PYTHON[job], str(source), out)
 
     def tool(direction, flag, source):
-        return lambda: run(qs, direction, flag, str(source), "-o", out)
+        return lambda: run(qs, direction, *flag.split(), str(source), "-o", out)
 
     def check(action, expected, what):
         action()
@@ -106,7 +106,7 @@ def whole_process(qs, folder, binary, text):
                                    ("sharutils", lambda: run("uuencode", str(raw), "raw", output=out))])
     row("uu decode", len(binary), [("qs", tool("decode", "--uu", uu)), ("Python", python("uu decode", uu)),
                                    ("sharutils", lambda: run("uudecode", "-o", out, str(uu)))])
-    row("qp encode", len(text), [("qs", tool("encode", "--qp", mail)), ("Python", python("qp encode", mail))])
+    row("qp encode", len(text), [("qs", tool("encode", "--qp --text", mail)), ("Python", python("qp encode", mail))])
     row("qp decode", len(text), [("qs", tool("decode", "--qp", qp)), ("Python", python("qp decode", qp))])
     row("base64 encode", len(binary), [("qs", tool("encode", "--base64", raw)),
                                        ("Python", python("base64 encode", raw)),
