@@ -55,17 +55,19 @@ bool IsLiteral(char c, bool isLast, int flags, Blanks blanks) {
   if (c == '?' || c == '_') {
     return (flags & kEncodeQuestion) == 0;
   }
-  if (std::string("!\"#$@[\\]^`{}~|").find(c) != std::string::npos) {
+  static const std::string kSpecials = "!\"#$@[\\]^`{}~|";
+  static const std::string kMarks = "%&'()*+,-./:;<>";
+  if (kSpecials.find(c) != std::string::npos) {
     return (flags & kLiteralSpecials) != 0;
   }
   return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-         std::string("%&'()*+,-./:;<>").find(c) != std::string::npos;
+         kMarks.find(c) != std::string::npos;
 }
 
 std::string Triple(char c) {
-  char text[4];
-  std::snprintf(text, sizeof text, "=%02X", static_cast<unsigned int>(static_cast<unsigned char>(c)));
-  return text;
+  static const std::string kDigits = "0123456789ABCDEF";
+  const auto value = static_cast<unsigned char>(c);
+  return {'=', kDigits[value / 16], kDigits[value % 16]};
 }
 
 /// What each step of the encoder takes of the input and writes.
