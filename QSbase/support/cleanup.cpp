@@ -23,12 +23,13 @@ class Walker {
   using Take = std::function<bool(const std::string&, const DirEntry&)>;
   using MayGoOn = std::function<bool()>;
 
-  Walker(int flags, const Take& take, const MayGoOn& mayGoOn) : _flags(flags), _take(take), _mayGoOn(mayGoOn) {}
+  Walker(int flags, EntryDetail detail, const Take& take, const MayGoOn& mayGoOn)
+      : _flags(flags), _detail(detail), _take(take), _mayGoOn(mayGoOn) {}
 
   // One directory with a pattern, and (under the flag) the sub-directories that match it. False ends the whole walk.
   bool Walk(const std::string& dir, const std::string& prefix, const std::string& pattern, LinkRule rule) const {
     std::vector<DirEntry> entries;
-    FindEntries(dir + pattern, rule, entries);
+    FindEntries(dir + pattern, rule, _detail, entries);
     for (const DirEntry& entry : entries) {
       if (!entry.name.empty() && !IsDotEntry(entry.name) && !Visit(dir, prefix, pattern, entry)) {
         return false;
@@ -57,6 +58,7 @@ class Walker {
   }
 
   int _flags;
+  EntryDetail _detail;
   const Take& _take;
   const MayGoOn& _mayGoOn;
 };
@@ -67,7 +69,7 @@ std::vector<std::string> AllSubDirectories(const std::string& dir, const std::fu
     found.push_back(name);
     return true;
   };
-  WalkDirectory(dir, "*", ListDirs | ListDescend, take, mayGoOn);
+  WalkDirectory(dir, "*", ListDirs | ListDescend, EntryDetail::Kind, take, mayGoOn);
   return found;
 }
 
@@ -82,7 +84,7 @@ bool ReadablePath(const std::string& dir, std::string& path) {
 
 }  // namespace
 
-void WalkDirectory(const std::string& dir, const std::string& pattern, int flags,
+void WalkDirectory(const std::string& dir, const std::string& pattern, int flags, EntryDetail detail,
                    const std::function<bool(const std::string& name, const DirEntry& entry)>& take,
                    const std::function<bool()>& mayGoOn) {
   std::string top;
@@ -92,11 +94,11 @@ void WalkDirectory(const std::string& dir, const std::string& pattern, int flags
   QsAppendFileslashInPlace(top);
   const bool everything = pattern == "*" || pattern == "*.*";
   const std::string wanted = everything ? "*" : pattern;
-  if (!Walker(flags, take, mayGoOn).Walk(top, "", wanted, LinkRule::Follow) || everything ||
+  if (!Walker(flags, detail, take, mayGoOn).Walk(top, "", wanted, LinkRule::Follow) || everything ||
       (flags & ListDescend) == 0) {
     return;
   }
-  const Walker oneLevel(flags & ~ListDescend, take, mayGoOn);
+  const Walker oneLevel(flags & ~ListDescend, detail, take, mayGoOn);
   for (const std::string& sub : AllSubDirectories(top, mayGoOn)) {
     if ((mayGoOn && !mayGoOn()) || !oneLevel.Walk(top + sub + '\\', sub + '\\', wanted, LinkRule::Refuse)) {
       return;
@@ -112,7 +114,7 @@ void BuildFileListTimeAgeSorted(const std::string& dir, const std::string& patte
     out.emplace(EntryDate(entry), name);
     return max == 0 || out.size() < max;
   };
-  WalkDirectory(dir, pattern, flags, take, mayGoOn);
+  WalkDirectory(dir, pattern, flags, EntryDetail::All, take, mayGoOn);
 }
 
 unsigned CountFilesWithin(const std::string& dir, unsigned maxSeconds, const std::function<std::int64_t()>& seconds,
@@ -272,7 +274,7 @@ void QsBuildFileList(const std::string& dir, const std::string& pattern, std::ve
     out.push_back(name);
     return max < 0 || out.size() < static_cast<std::size_t>(max);
   };
-  qsbase::detail::WalkDirectory(dir, pattern, flags, take, nullptr);
+  qsbase::detail::WalkDirectory(dir, pattern, flags, qsbase::detail::EntryDetail::Kind, take, nullptr);
 }
 
 void QsBuildFileListTimeAgeSorted(const std::string& dir, const std::string& pattern,

@@ -66,7 +66,8 @@ QSBASE_API unsigned QsCleanupDirectory(const std::string& dir, unsigned keep, co
 /// \return true if everything that was to go is gone. False for an empty dir, and when stopped.
 ///
 /// A directory is removed only when everything in it went. A dir that is itself a symbolic link is never entered: with
-/// removeDir the link goes; without, nothing is done and the result is false.
+/// removeDir the link goes; without, nothing is done and the result is false. Another process that swaps a directory
+/// of the tree for a link while this runs is not guarded against.
 QSBASE_API bool QsDeleteDirectoryRecurse(const std::string& dir, bool removeDir, int sleepMs, bool force,
                                          bool (*mayGoOn)(), bool continueOnError);
 

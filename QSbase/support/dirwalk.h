@@ -9,6 +9,7 @@
 #include <string>
 
 #include <QSbase/support/diros.h>
+#include <QSbase/support/findentries.h>
 #include <QSbase/text/datetime.h>
 
 namespace qsbase::detail {
@@ -22,9 +23,9 @@ enum ListFlags {
 };
 
 /// Walks dir as QsBuildFileList describes and hands each chosen entry to `take`, with its name relative to dir; `take`
-/// ends the walk by giving false. `mayGoOn`, if there is one, is asked before each sub-directory and each entry and
-/// ends the walk by giving false.
-void WalkDirectory(const std::string& dir, const std::string& pattern, int flags,
+/// ends the walk by giving false. The detail says how much of the entry is filled in. `mayGoOn`, if there is one, is
+/// asked before each sub-directory and each entry and ends the walk by giving false.
+void WalkDirectory(const std::string& dir, const std::string& pattern, int flags, EntryDetail detail,
                    const std::function<bool(const std::string& name, const DirEntry& entry)>& take,
                    const std::function<bool()>& mayGoOn);
 

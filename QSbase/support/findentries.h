@@ -26,11 +26,17 @@ bool IsAddressable(std::string_view name);
 /// plain character of a name. Empty if there is none. The path is translated first.
 std::string DirectoryPart(const std::string& path);
 
+/// What a caller needs to know of each entry.
+enum class EntryDetail {
+  Kind,  ///< name and isDirectory only: mostly without asking for each entry
+  All,
+};
+
 /// Takes a snapshot of what a path with a pattern as its last component matches, in the operating system's order, "."
 /// and ".." included; out is cleared first. A last component without wildcard names one object, in its own case. The
 /// rule says what to do when the directory itself is a symbolic link. Nothing is found for an empty or over-long path,
 /// an empty last component or a directory that cannot be read.
-void FindEntries(const std::string& path, LinkRule rule, std::vector<DirEntry>& out);
+void FindEntries(const std::string& path, LinkRule rule, EntryDetail detail, std::vector<DirEntry>& out);
 
 /// The write time as local date and time, milliseconds 0.
 QsDateTime EntryDate(const DirEntry& entry);

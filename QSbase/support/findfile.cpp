@@ -25,12 +25,20 @@ char FoldCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' 
 
 bool MatchesOne(char pattern, char c) { return pattern == '?' || FoldCase(pattern) == FoldCase(c); }
 
-void FindMatching(const std::string& dir, const std::string& pattern, LinkRule rule, std::vector<DirEntry>& out) {
-  DirReader reader(dir, rule);
+bool DescribeCurrent(const DirReader& reader, const std::string& name, EntryDetail detail, DirEntry& entry) {
+  if (detail == EntryDetail::All) {
+    return reader.Describe(entry);
+  }
+  entry.name = name;
+  entry.isDirectory = reader.IsDirectory();
+  return true;
+}
+
+void FindMatching(DirReader& reader, const std::string& pattern, EntryDetail detail, std::vector<DirEntry>& out) {
   std::string name;
   while (reader.Next(name)) {
     DirEntry entry;
-    if (IsAddressable(name) && MatchesWildcard(pattern, name) && reader.Describe(entry)) {
+    if (IsAddressable(name) && MatchesWildcard(pattern, name) && DescribeCurrent(reader, name, detail, entry)) {
       out.push_back(std::move(entry));
     }
   }
@@ -73,7 +81,7 @@ std::string DirectoryPart(const std::string& path) {
   return translated.substr(0, translated.find_last_of(kDirectoryEnds) + 1);
 }
 
-void FindEntries(const std::string& path, LinkRule rule, std::vector<DirEntry>& out) {
+void FindEntries(const std::string& path, LinkRule rule, EntryDetail detail, std::vector<DirEntry>& out) {
   out.clear();
   const std::string translated = QsTranslateFilename(path);
   const std::size_t dirLength = translated.find_last_of(kDirectoryEnds) + 1;
@@ -82,7 +90,8 @@ void FindEntries(const std::string& path, LinkRule rule, std::vector<DirEntry>& 
     return;
   }
   if (pattern.find_first_of("*?") != std::string::npos) {
-    FindMatching(translated.substr(0, dirLength), pattern, rule, out);
+    DirReader reader(translated.substr(0, dirLength), rule);
+    FindMatching(reader, pattern, detail, out);
     return;
   }
   DirEntry entry;
@@ -103,6 +112,9 @@ QsDateTime EntryDate(const DirEntry& entry) {
 }  // namespace qsbase::detail
 
 using qsbase::detail::DirEntry;
+using qsbase::detail::EntryDetail;
+using qsbase::detail::FindEntries;
+using qsbase::detail::LinkRule;
 
 namespace {
 
@@ -161,7 +173,7 @@ long CQsFindFile::FindFirst() {
   }
   _record->next = 0;
   try {
-    qsbase::detail::FindEntries(_record->pattern, qsbase::detail::LinkRule::Follow, _record->entries);
+    FindEntries(_record->pattern, LinkRule::Follow, EntryDetail::All, _record->entries);
   } catch (const std::exception&) {
     _record->entries.clear();
   }
