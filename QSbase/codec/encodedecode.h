@@ -16,31 +16,39 @@
 
 class CBinHexDecoder;
 
+/// The header and trailer fields of one yEnc block (yEnc 1.3). Plain values: the encoder writes what it finds here, the
+/// decoder stores what it reads. Copies are member-wise; an object belongs to one thread at a time.
 class QSBASE_API CYEncData {
  public:
+  /// Line length 128, part and total -1, everything else 0 or empty.
   CYEncData();
   CYEncData(const CYEncData& other);
   CYEncData& operator=(const CYEncData& other);
   ~CYEncData();
 
+  /// Whether the trailer carried a CRC-32.
   bool HasCRC() const;
+
+  /// Whether the trailer's CRC-32 is that of the decoded bytes, ignoring case. True when both texts are empty: ask
+  /// `HasCRC` first.
   bool CompareCRC() const;
 
-  std::uint32_t consumedLength;
-  std::uint32_t lineLength;
-  std::uint32_t endSize;
-  std::uint32_t size;
-  std::int32_t part;
-  std::uint32_t begin;
-  std::uint32_t end;
-  std::int32_t total;
-  std::string crcText;
-  std::string computedCrcText;
-  std::string name;
-  std::uint32_t blockOffset;
-  std::uint32_t blockEndOffset;
+  std::uint32_t consumedLength;  ///< Bytes of the data text that the last decode took; a NUL that ended it is not one.
+  std::uint32_t lineLength;      ///< "line=": columns of a line, from 1 on when encoding; 0 when the header has none.
+  std::uint32_t endSize;         ///< "size=" of the "=yend" line; 0 when absent.
+  std::uint32_t size;            ///< "size=" of the "=ybegin" line. Encoding writes the input's length instead of 0.
+  std::int32_t part;             ///< "part="; negative for a block that is no part.
+  std::uint32_t begin;           ///< "begin=" of the "=ypart" line: the part's first byte in the file, from 1 on.
+  std::uint32_t end;             ///< "end=" of the "=ypart" line: the part's last byte in the file.
+  std::int32_t total;            ///< "total="; negative when not given.
+  std::string crcText;           ///< The trailer's CRC-32 as written there; a part's own one if that comes first.
+  std::string computedCrcText;   ///< The decoded bytes' CRC-32, 8 upper-case digits; empty without `crcText`.
+  std::string name;              ///< "name=", without blanks and double quotes around it. Untrusted: may hold a path.
+  std::uint32_t blockOffset;     ///< Where the "=ybegin " line starts in the searched input.
+  std::uint32_t blockEndOffset;  ///< Where the input goes on behind the "=yend" line and its line breaks.
 };
 
+/// What `CEncodeDecode::IsUueOrXxe` finds.
 enum EEncDecUueType { EEncDecUueNone = 0, EEncDecUueUU = 1, EEncDecUueXX = 2 };
 
 /// Encodes and decodes. Every operation takes a flag word:
@@ -105,6 +113,10 @@ class QSBASE_API CEncodeDecode {
   /// A Base64 length below 4 means no line breaks; others count in whole groups of 4 (76 is 19 groups a line).
   CEncodeDecode(unsigned int maxLineLengthQP, unsigned int maxLineLengthBase64);
   virtual ~CEncodeDecode();
+
+  /// Finds the data of a UU or XX text: `dataStart` is the line after the first one that begins with "begin " (in any
+  /// case), three or four octal digits and a blank; the input's end when there is no such line. Returns 0, or -4 for a
+  /// null input. `DecodeUUE` calls it under 0x100; an override that returns something else fails the decode with it.
   virtual int SkipUueHeader(const char* input, unsigned int length, const char*& dataStart);
 
   /// How many characters of the last call's input were no part of the encoding. Each call that codes starts at 0.
@@ -182,26 +194,65 @@ class QSBASE_API CEncodeDecode {
   /// included. A CR LF under 0x200 counts as two or not at all. Returns -4 for a null input.
   int CalcMaxCharsQP(const char* input, unsigned int length, unsigned int maxOutput, unsigned int& count, int flags);
 
+  /// UU, or XX under 0x8: lines of 45 bytes, each with its count and CR LF, and a line with a count of 0 at the end. No
+  /// "begin" and no "end" line is written. UU writes the grave accent for 0, never a blank.
   int EncodeUUE(const char* input, unsigned int length, char** output, unsigned int& outputLength, int flags);
   int EncodeUUE(const std::string& input, std::string& output, int flags);
+  /// Decodes UU or XX: XX under 0x8; what `IsUueOrXxe` finds under 0x10; otherwise UU. The "begin" line is skipped
+  /// under 0x100 only; without one there is no data then. Lines that hold no group (the terminator, "end") yield
+  /// nothing and do not end the text. A line gives as many bytes as its count says; characters that are missing for
+  /// them count as 0. In XX, characters outside the alphabet are skipped and counted as illegal; UU takes any.
+  ///
+  /// Result -6: a count that differs by more than 2 from what the line has room for, or a line that is not one
+  /// character and groups of 4 unless it is the last: less than 5 bytes of input, its line break included, follow it.
+  ///
+  /// Kept: some encoders end line n (counted from 1) with a check character, "z" and downwards. Each of the first four
+  /// lines is looked at; what holds for the fourth (its last character is dropped or not) holds for all that follow.
   int DecodeUUE(const char* input, unsigned int length, char** output, unsigned int& outputLength, int flags);
   int DecodeUUE(const std::string& input, std::string& output, int flags);
   int DecodeUUEInline(char* buffer, unsigned int length, unsigned int& outputLength, int flags);
+
+  /// Guesses from the first line that is not empty (no "begin" line): its count read as XX, otherwise as UU, must
+  /// differ by at most 2 from what the line has room for.
   EEncDecUueType IsUueOrXxe(const char* input, unsigned int length);
 
+  /// yEnc 1.3 in lines of `header.lineLength` columns (0 gives -6), one longer where an escape falls on the border.
+  /// Each line ends with CR LF. TAB and "." are escaped everywhere, unless 0x4000. With 0x1000 the "=ybegin", "=ypart"
+  /// (for a part) and "=yend" lines are written around, from the header's fields and the input's CRC-32. \code
+  /// CYEncData header;
+  /// header.name = "a.bin";
+  /// std::string text;
+  /// CEncodeDecode::EncodeYEnc(std::string("abc"), text, header, 0x1000);
+  /// \endcode
   static int EncodeYEnc(const char* input, unsigned int length, char** output, unsigned int& outputLength,
                         const CYEncData& header, int flags);
   static int EncodeYEnc(const std::string& input, std::string& output, const CYEncData& header, int flags);
+  /// Decodes yEnc: the data of the block that `FindYEncDataBlock` finds under 0x2000 (-7 when there is none), otherwise
+  /// the whole input. A NUL byte ends the data. `header` may be null; otherwise it receives the block's fields (under
+  /// 0x2000), the consumed length and, if it has a CRC text, the CRC-32 of the decoded bytes. A wrong CRC-32 or size
+  /// does not fail the decode: ask `CompareCRC` and compare the sizes.
   static int DecodeYEnc(const char* input, unsigned int length, char** output, unsigned int& outputLength, int flags,
                         CYEncData* header);
   static int DecodeYEnc(const std::string& input, std::string& output, int flags, CYEncData* header);
   static int DecodeYEncInline(char* buffer, unsigned int length, unsigned int& outputLength, int flags,
                               CYEncData* header);
+
+  /// The exact size of what `EncodeYEnc` writes. Returns -4 for a null input, -6 for a line length of 0, -3 (size 0)
+  /// when 32 bits do not hold it.
   static int CalcEncodedMemoryYEnc(const char* input, unsigned int length, unsigned int& size, const CYEncData& header,
                                    int flags);
+
+  /// Finds the first line that begins with "=ybegin " and, behind it, the first one that begins with "=yend ".
+  /// `blockBegin` and `blockEnd` enclose both lines and the line breaks behind; `dataStart` and `dataLength` are the
+  /// text between them without further lines that begin with "=y" at its start. They point into the input. `header` may
+  /// be null; otherwise all its fields are set: those that the lines do not carry to -1 (part, total), 0 or empty.
+  /// Returns -7 when either line is missing, for an empty input too: then the pointers are null, the length is 0 and
+  /// the header is as it was. Blocks in a row: go on at `blockEnd`.
   static int FindYEncDataBlock(const char* input, unsigned int length, const char*& blockBegin, const char*& blockEnd,
                                const char*& dataStart, unsigned int& dataLength, CYEncData* header);
 
+  /// Decodes the data fork of a BinHex 4.0 text; see `CBinHexDecoder` for the rules and the statuses. `decoder` may be
+  /// null; otherwise it is used and holds the file's name and header fields afterwards.
   static int DecodeBinHex(const char* input, unsigned int length, char** output, unsigned int& outputLength, int flags,
                           CBinHexDecoder* decoder);
 
