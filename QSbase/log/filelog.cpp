@@ -76,7 +76,6 @@ class LogFile {
  private:
   bool IsConfigured() const;
   void Rotate();
-  void MoveToBackup(const std::string& current, const std::string& backupDirectory) const;
   bool IsFull();
 
   FileLoggingConfig _config;
@@ -144,33 +143,10 @@ void LogFile::Rotate() {
   QsCleanupDirectory(backupDirectory, _config.maxBackupFiles, "*", true);
   ForceCreateDirectories(backupDirectory);
   if (QsGetFSObjectType(current) != FSO_NOTHING) {
-    MoveToBackup(current, backupDirectory);
+    qsbase::detail::MoveToBackup(current, backupDirectory, DateTime2string(QsDateTime::Now(), true, true),
+                                 _config.logFileName);
   }
   _file.Open(current.c_str(), "a");
-}
-
-/// The name of the \p attempt-th try for a backup made at \p time: 2013-02-13_10_11_12.250_my_app.log, then
-/// 2013-02-13_10_11_12.250_2_my_app.log. Only the name is made compatible: the configured directory is used as given.
-std::string BackupName(const std::string& time, int attempt, const std::string& logFileName) {
-  std::string name = time + "_";
-  if (attempt > 1) {
-    name += std::to_string(attempt) + "_";
-  }
-  name += logFileName;
-  std::replace(name.begin(), name.end(), ' ', '_');
-  return QsMakeCompatibleFilename(name);
-}
-
-void LogFile::MoveToBackup(const std::string& current, const std::string& backupDirectory) const {
-  constexpr int kAttempts = 10000;
-  const std::string time = DateTime2string(QsDateTime::Now(), true, true);
-  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
-    const std::string backup = backupDirectory + BackupName(time, attempt, _config.logFileName);
-    // Never onto an earlier backup of the same millisecond, also when another process makes it meanwhile.
-    if (QsMoveFile(current, backup, false, true) || QsGetFSObjectType(backup) == FSO_NOTHING) {
-      return;
-    }
-  }
 }
 
 // ---- the stage ------------------------------------------------------------------------------------------------------
@@ -239,6 +215,34 @@ void Switch(std::atomic<bool>& output, bool on, const char* what) {
 }
 
 }  // namespace
+
+// ---- backups --------------------------------------------------------------------------------------------------------
+
+namespace {
+
+/// Only the name is made compatible: the configured directory is used as given.
+std::string BackupName(const std::string& time, int attempt, const std::string& logFileName) {
+  std::string name = time + "_";
+  if (attempt > 1) {
+    name += std::to_string(attempt) + "_";
+  }
+  name += logFileName;
+  std::replace(name.begin(), name.end(), ' ', '_');
+  return QsMakeCompatibleFilename(name);
+}
+
+}  // namespace
+
+void qsbase::detail::MoveToBackup(const std::string& current, const std::string& backupDirectory,
+                                  const std::string& time, const std::string& logFileName) {
+  constexpr int kAttempts = 10000;
+  for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+    const std::string backup = backupDirectory + BackupName(time, attempt, logFileName);
+    if (QsMoveFile(current, backup, false, true) || QsGetFSObjectType(backup) == FSO_NOTHING) {
+      return;
+    }
+  }
+}
 
 // ---- the seam to the logging core -----------------------------------------------------------------------------------
 

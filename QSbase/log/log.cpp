@@ -136,6 +136,34 @@ void AppendNumber(std::string& line, int value) {
   line.append(digits, end.ptr);
 }
 
+void PutDigits(char* out, int value, int count) {
+  for (int i = count - 1; i >= 0; --i, value /= 10) {
+    out[i] = static_cast<char>('0' + value % 10);
+  }
+}
+
+/// Appends what DateTime2string(time, true, true) gives, written by hand for the times that messages bear.
+void AppendTime(std::string& line, const QsDateTime& time) {
+  constexpr double kFirst = 1.0;      // before it parts are negative, and 0.0 stands for the present
+  constexpr double kEnd = 2958466.0;  // 10000-01-01
+  if (!(time >= kFirst && time < kEnd)) {
+    line += DateTime2string(time, true, true);
+    return;
+  }
+  int year, month, day, hour, minute, second, millisecond;
+  time.GetDatePart(&year, &month, &day);
+  time.GetTimePart(&hour, &minute, &second, &millisecond);
+  char text[] = "yyyy-mm-dd hh:mm:ss.mmm";
+  PutDigits(text, year, 4);
+  PutDigits(text + 5, month, 2);
+  PutDigits(text + 8, day, 2);
+  PutDigits(text + 11, hour, 2);
+  PutDigits(text + 14, minute, 2);
+  PutDigits(text + 17, second, 2);
+  PutDigits(text + 20, millisecond, 3);
+  line.append(text, sizeof text - 1);
+}
+
 void AppendWithoutTabs(std::string& line, const std::string& text) {
   const std::size_t start = line.size();
   line += text;
@@ -282,9 +310,10 @@ LogLineFormatter GetLogLineFormatter() { return lineFormatter.load(std::memory_o
 
 bool DefaultLogLineFormatter(const MsgEntry& entry, std::string& line) {
   // The time is never shorter than its field of 12 characters, so it needs no padding.
-  line = DateTime2string(entry.time, true, true);
   const std::size_t indent = entry.level > 0 ? static_cast<std::size_t>(entry.level) : 0;
-  line.reserve(line.size() + indent + entry.text.size() + 64);
+  line.clear();
+  line.reserve(96 + indent + entry.text.size());
+  AppendTime(line, entry.time);
   line += '\t';
   line += GetMsgTypeString(entry.type);
   if (entry.alert >= 1) {

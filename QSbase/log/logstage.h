@@ -17,6 +17,12 @@ void OutputLogLine(std::string&& line) noexcept;
 bool DeferInFileStage(unsigned int flags, const std::string& text);
 bool DeferInFileStage(unsigned int flags, const char* text);
 
+/// Moves the file \p current into \p backupDirectory (with its separator at the end) under the first free of the names
+/// 2013-02-13_10_11_12.250_my_app.log, 2013-02-13_10_11_12.250_2_my_app.log and so on. Never replaces a file, also not
+/// one that another process makes meanwhile. When the move fails the file stays where it is.
+void MoveToBackup(const std::string& current, const std::string& backupDirectory, const std::string& time,
+                  const std::string& logFileName);
+
 }  // namespace qsbase::detail
 
 #endif

@@ -560,7 +560,8 @@ std::string StreamedLine(const MsgEntry& entry) {
 TEST(DefaultLogLineFormatter, WritesWhatAStringStreamWould) {
   const std::string texts[] = {
       "", "text", "\t\ta\tb\t", std::string("zero\0byte", 9), "line\r\nfeed", "\xE4\xFF", std::string(5000, 'x')};
-  const double times[] = {41318.424453125, 1.5, -1.25, 2958465.99, 1e9, 36526.0};
+  const double times[] = {41318.424453125, 1.5,     1.0, 0.999999, -1.25,          2958465.99,
+                          2958465.9999999, 2958466, 1e9, 36526.0,  45000.49999999, 45000.5};
   for (const std::string& text : texts) {
     for (const int level : {-2147483647 - 1, -1, 0, 1, 99, 255}) {
       for (const int alert : {-1, 0, 1, 255, 2147483647}) {
