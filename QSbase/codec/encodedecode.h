@@ -2,7 +2,8 @@
 /// The transfer encodings of mail and news under one flag word: Base64, quoted-printable, UU, XX, yEnc, BinHex.
 ///
 /// Every coder works on a whole buffer in memory (or a whole file read into memory); nothing is carried from one call
-/// to the next. A coder holds at most the input, the output and 1 MiB.
+/// to the next. A coder holds at most the input, the output and 1 MiB; the string forms hold the output twice while
+/// they append it.
 ///
 /// Thread safety: the static members and free functions may be called from any thread. One `CEncodeDecode` object
 /// (it counts) belongs to one thread at a time; different objects are independent.
