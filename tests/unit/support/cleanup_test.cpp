@@ -43,6 +43,11 @@ std::vector<std::string> List(const std::string& dir, const std::string& pattern
   return names;
 }
 
+std::string Numbered(std::string name, int number) {
+  name += std::to_string(number);
+  return name;
+}
+
 std::vector<std::string> Values(const Aged& files) {
   std::vector<std::string> names;
   for (const auto& file : files) {
@@ -158,8 +163,8 @@ TEST_F(FileList, LeavesOutDotNamesButDescends) {
 
 TEST_F(FileList, EndsAtTheLimit) {
   for (int i = 0; i < 10; ++i) {
-    dir.Write("file" + std::to_string(i), "");
-    dir.Write("sub/deep/file" + std::to_string(i), "");
+    dir.Write(Numbered("file", i), "");
+    dir.Write(Numbered("sub/deep/file", i), "");
   }
   const std::vector<std::string> all = List(dir.Path(), "*", 7);
   ASSERT_THAT(all, SizeIs(22));
@@ -270,9 +275,9 @@ TEST_F(AgedList, KeyIsTheLocalWriteTime) {
 
 TEST_F(AgedList, EqualTimesKeepTheOrderFound) {
   for (int i = 0; i < 50; ++i) {
-    WriteAged(dir, "f" + std::to_string(i), 0);
+    WriteAged(dir, Numbered("f", i), 0);
     const timespec times[2] = {{1000000000, 0}, {1000000000, i}};
-    ASSERT_EQ(utimensat(AT_FDCWD, (dir / ("f" + std::to_string(i))).c_str(), times, 0), 0);
+    ASSERT_EQ(utimensat(AT_FDCWD, (dir / (Numbered("f", i))).c_str(), times, 0), 0);
   }
   Aged files;
   QsBuildFileListTimeAgeSorted(dir.Path(), "*", files, 1, 0);
@@ -281,7 +286,7 @@ TEST_F(AgedList, EqualTimesKeepTheOrderFound) {
 
 TEST_F(AgedList, EndsAtTheLimit) {
   for (int i = 0; i < 10; ++i) {
-    WriteAged(dir, "f" + std::to_string(i), i);
+    WriteAged(dir, Numbered("f", i), i);
   }
   Aged files;
   for (unsigned max = 0; max <= 12; ++max) {
@@ -292,7 +297,7 @@ TEST_F(AgedList, EndsAtTheLimit) {
 
 TEST_F(AgedList, AsksWhetherToGoOn) {
   for (int i = 0; i < 5; ++i) {
-    dir.Write("f" + std::to_string(i), "");
+    dir.Write(Numbered("f", i), "");
   }
   Aged files;
   int asked = 0;
@@ -431,7 +436,7 @@ TEST_F(CleanupDir, AMissingDirectoryIsNoError) {
 
 TEST_F(CleanupDirectory, DeletesTheOldestUntilKeepRemain) {
   for (int i = 1; i <= 8; ++i) {
-    WriteAged(dir, "f" + std::to_string(i) + ".log", i);
+    WriteAged(dir, Numbered("f", i) + ".log", i);
   }
   WriteAged(dir, "other.txt", 100);
   WriteAged(dir, "sub/deep.log", 100);
