@@ -4,6 +4,7 @@
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/log/logfileos.h>
 #include <QSbase/log/logstage.h>
+#include <QSbase/log/replacechar.h>
 #include <QSbase/support/cleanup.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/paths.h>
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <mutex>
 #include <utility>
@@ -77,13 +79,16 @@ class LogFile {
   bool IsConfigured() const;
   void Rotate();
   bool IsFull();
+  bool MustAskSize();
+  void Flush();
 
   FileLoggingConfig _config;
   QsFile _file;
   bool _rotatePending = true;
-  bool _buffered = false;       // the stream may hold bytes that the file lacks
-  std::int64_t _size = -1;      // as last asked, plus what was written since; -1 unknown
-  std::size_t _sinceAsked = 0;  // bytes written since
+  std::chrono::steady_clock::time_point _asked;  // when the system was
+  bool _buffered = false;                        // the stream may hold bytes that the file lacks
+  std::int64_t _size = -1;                       // as last asked, plus what was written since; -1 unknown
+  std::size_t _sinceAsked = 0;                   // bytes written since
 };
 
 bool LogFile::IsConfigured() const {
@@ -103,8 +108,8 @@ void LogFile::Write(std::string& line) {
   if (IsFull()) {
     _rotatePending = true;
   }
-  std::replace_if(
-      line.begin(), line.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+  qsbase::detail::ReplaceChar(line, 0, '\n', ' ');
+  qsbase::detail::ReplaceChar(line, 0, '\r', ' ');
   line += '\n';
   _file.Write(line);
   _buffered = true;
@@ -113,24 +118,37 @@ void LogFile::Write(std::string& line) {
     _size += static_cast<std::int64_t>(line.size());
   }
   if (QsGetLogLevel() == 0) {
-    _file.Flush();
-    _buffered = false;
+    Flush();
   }
 }
 
-/// Lines that are flushed one by one ask the system each time, so that what other processes append counts at once.
-/// Otherwise it is asked when a stream buffer's worth was written, about when the stream would write it out anyway.
-bool LogFile::IsFull() {
+/// The system is not asked for every line, which would cost as much as writing it: of what other processes append the
+/// log learns within 50 microseconds while lines are flushed one by one, and when a stream buffer's worth was written,
+/// about when the stream would write it out anyway. What is written here counts at once.
+bool LogFile::MustAskSize() {
   constexpr std::size_t kAskInterval = 4096;
-  if (_size < 0 || QsGetLogLevel() == 0 || _sinceAsked >= kAskInterval) {
-    if (_buffered) {
-      _file.Flush();
-      _buffered = false;
-    }
+  constexpr std::chrono::microseconds kAskPeriod(50);
+  if (_size < 0 || _sinceAsked >= kAskInterval) {
+    return true;
+  }
+  return QsGetLogLevel() == 0 && std::chrono::steady_clock::now() - _asked >= kAskPeriod;
+}
+
+bool LogFile::IsFull() {
+  if (MustAskSize()) {
+    Flush();
     _size = qsbase::detail::OsStreamFileSize(_file);
     _sinceAsked = 0;
+    _asked = std::chrono::steady_clock::now();
   }
   return _size >= 0 && static_cast<std::uint64_t>(_size) >= _config.maxFileSize;
+}
+
+void LogFile::Flush() {
+  if (_buffered) {
+    _file.Flush();
+    _buffered = false;
+  }
 }
 
 void LogFile::Rotate() {

@@ -4,15 +4,20 @@
 #include <QSbase/immortal.h>
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/log/logstage.h>
+#include <QSbase/log/replacechar.h>
 #include <QSbase/process.h>
 #include <QSbase/text/qsstring.h>
+#include <QSbase/text/timeos.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <charconv>
+#include <chrono>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <memory>
 #include <new>
@@ -81,43 +86,52 @@ void Dispatch(unsigned int flags, const Text& text) {
 
 constexpr std::size_t kFormatLimit = 32767;
 
-/// A text ready for dispatch: the format itself, what `buffer` holds, or null when there is nothing to log.
-struct Message {
-  const char* text;
-  std::unique_ptr<char[]> buffer;
+/// A formatted text ready for dispatch, or none. Most texts are short and need no allocation.
+class Message {
+ public:
+  /// A format without "%", or null, is taken as it stands.
+  QSBASE_PRINTF(2, 0)
+  Message(const char* format, std::va_list arguments) : _text(format) {
+    if (format == nullptr || std::strchr(format, '%') == nullptr) {
+      return;
+    }
+    std::va_list again;
+    va_copy(again, arguments);
+    _text = FormatShort(format, arguments) ? _small : FormatLong(format, again);
+    va_end(again);
+  }
+
+  /// Null when there is nothing to log.
+  const char* Text() const { return _text; }
+
+ private:
+  /// False when the text is too long or the format is broken.
+  QSBASE_PRINTF(2, 0)
+  bool FormatShort(const char* format, std::va_list arguments) {
+    const int length = std::vsnprintf(_small, sizeof _small, format, arguments);
+    return length >= 0 && static_cast<std::size_t>(length) < sizeof _small;
+  }
+
+  /// Null without memory. What Qs_vsnprintf leaves when it returns -1 has no end: the full limit when the text is too
+  /// long, what came before the faulty directive when the format is broken. So it starts from zeros.
+  QSBASE_PRINTF(2, 0)
+  const char* FormatLong(const char* format, std::va_list arguments) {
+    _large.reset(new (std::nothrow) char[kFormatLimit + 1]);
+    if (_large) {
+      std::memset(_large.get(), 0, kFormatLimit + 1);
+      Qs_vsnprintf(_large.get(), static_cast<unsigned int>(kFormatLimit), format, arguments);
+    }
+    return _large.get();
+  }
+
+  const char* _text;
+  std::unique_ptr<char[]> _large;
+  char _small[512];
 };
 
-/// The length of what Qs_vsnprintf leaves in the buffer when it returns -1: the full limit when the text is too long,
-/// what came before the faulty directive when the format is broken. Neither is terminated, so it starts from zeros.
-QSBASE_PRINTF(2, 0)
-std::size_t CutLength(char* buffer, const char* format, std::va_list arguments) {
-  std::memset(buffer, 0, kFormatLimit);
-  Qs_vsnprintf(buffer, static_cast<unsigned int>(kFormatLimit), format, arguments);
-  return static_cast<std::size_t>(std::find(buffer, buffer + kFormatLimit, '\0') - buffer);
-}
-
-QSBASE_PRINTF(1, 0)
-Message Format(const char* format, std::va_list arguments) {
-  if (format == nullptr || std::strchr(format, '%') == nullptr) {
-    return {format, nullptr};
-  }
-  std::unique_ptr<char[]> buffer(new (std::nothrow) char[kFormatLimit + 1]);
-  if (!buffer) {
-    return {nullptr, nullptr};
-  }
-  std::va_list again;
-  va_copy(again, arguments);
-  if (Qs_vsnprintf(buffer.get(), static_cast<unsigned int>(kFormatLimit), format, arguments) < 0) {
-    buffer[CutLength(buffer.get(), format, again)] = '\0';
-  }
-  va_end(again);
-  const char* const text = buffer.get();
-  return {text, std::move(buffer)};
-}
-
 void DispatchIfAny(unsigned int flags, const Message& message) {
-  if (message.text != nullptr) {
-    Dispatch(flags, message.text);
+  if (message.Text() != nullptr) {
+    Dispatch(flags, message.Text());
   }
 }
 
@@ -127,6 +141,40 @@ unsigned int WithAlert(unsigned int flags, int alert) {
 
 std::int32_t LevelOf(unsigned int flags) { return static_cast<std::int32_t>(flags & 0xFFU); }
 std::int32_t AlertOf(unsigned int flags) { return static_cast<std::int32_t>((flags >> 8U) & 0xFFU); }
+
+// ---- the clock ------------------------------------------------------------------------------------------------------
+
+/// The local midnight of a second since 1970, and how long it is past.
+struct LocalSecond {
+  std::int64_t second;
+  double day;
+  std::int64_t secondOfDay;
+};
+
+/// False when the system cannot tell.
+bool ToLocal(std::int64_t second, LocalSecond& local) {
+  std::tm parts{};
+  if (!qsbase::detail::BreakDownLocal(second, parts)) {
+    return false;
+  }
+  const int lastSecond = std::min(parts.tm_sec, 59);  // a leap second is the one before it once more
+  local.day = QsDateTime(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, 0, 0, 0, 0);
+  local.secondOfDay = (std::int64_t{parts.tm_hour} * 60 + parts.tm_min) * 60 + lastSecond;
+  local.second = second;
+  return true;
+}
+
+/// QsDateTime::Now(), with the zone asked once a second and thread: a log asks often.
+QsDateTime Now() {
+  constexpr int kMsPerDay = 86400000;
+  thread_local LocalSecond cached{-1, 0, 0};
+  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+  const std::int64_t ms = std::chrono::floor<std::chrono::milliseconds>(sinceEpoch).count();
+  if (ms < 0 || (ms / 1000 != cached.second && !ToLocal(ms / 1000, cached))) {
+    return QsDateTime::Now();
+  }
+  return static_cast<double>(cached.secondOfDay * 1000 + ms % 1000) / kMsPerDay + cached.day;
+}
 
 // ---- the default line -----------------------------------------------------------------------------------------------
 
@@ -167,7 +215,7 @@ void AppendTime(std::string& line, const QsDateTime& time) {
 void AppendWithoutTabs(std::string& line, const std::string& text) {
   const std::size_t start = line.size();
   line += text;
-  std::replace(line.begin() + static_cast<std::ptrdiff_t>(start), line.end(), '\t', ' ');
+  qsbase::detail::ReplaceChar(line, start, '\t', ' ');
 }
 
 }  // namespace
@@ -175,7 +223,7 @@ void AppendWithoutTabs(std::string& line, const std::string& text) {
 // ---- entries --------------------------------------------------------------------------------------------------------
 
 MsgEntry::MsgEntry(MessageType typeOfEntry, const char* entryText, int entryLevel, int entryAlert)
-    : time(QsDateTime::Now()),
+    : time(Now()),
       type(typeOfEntry),
       text(entryText == nullptr ? "" : entryText),
       alert(entryAlert),
@@ -183,7 +231,7 @@ MsgEntry::MsgEntry(MessageType typeOfEntry, const char* entryText, int entryLeve
       threadId(QsGetCurrentThreadId()) {}
 
 MsgEntry::MsgEntry(MessageType typeOfEntry, const std::string& entryText, int entryLevel, int entryAlert)
-    : time(QsDateTime::Now()),
+    : time(Now()),
       type(typeOfEntry),
       text(entryText),
       alert(entryAlert),
@@ -229,7 +277,7 @@ void QsLogMsg(unsigned int flags, const char* format, ...) {
   const LastErrorGuard keepLastError;
   std::va_list arguments;
   va_start(arguments, format);
-  const Message message = Format(format, arguments);
+  const Message message(format, arguments);
   va_end(arguments);
   DispatchIfAny(flags, message);
 }
@@ -243,7 +291,7 @@ void QsLogAlert(unsigned int flags, int alert, const char* format, ...) {
   const LastErrorGuard keepLastError;
   std::va_list arguments;
   va_start(arguments, format);
-  const Message message = Format(format, arguments);
+  const Message message(format, arguments);
   va_end(arguments);
   DispatchIfAny(WithAlert(flags, alert), message);
 }

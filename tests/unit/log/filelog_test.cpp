@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -348,6 +349,7 @@ TEST_F(FileLog, WhatAnotherProcessAppendsCountsForTheSize) {
   InitLogConfig(config, false);
   Log("one");
   std::ofstream(LogPath(), std::ios::app | std::ios::binary) << std::string(kSmallest, 'x') << '\n';
+  std::this_thread::sleep_for(std::chrono::milliseconds(1));
   Log("finds it full");
   EXPECT_THAT(Backups(), IsEmpty());
   Log("rotates");

@@ -131,6 +131,20 @@ TEST(MsgEntry, ItsTimeIsNow) {
   EXPECT_LE(entry.time, after);
 }
 
+#ifndef _WIN32
+TEST(MsgEntry, ItsTimeIsLocal) {
+  ASSERT_EQ(setenv("TZ", "XYZ-03:33:21", 1), 0);
+  tzset();
+  const double before = QsDateTime::Now();
+  ASSERT_GT(before - QsDateTime::UTCNow(), 0.14);
+  for (int i = 0; i < 3; ++i) {
+    const MsgEntry entry(kInfo, "text");
+    EXPECT_LE(before, entry.time);
+    EXPECT_LE(entry.time, QsDateTime::Now());
+  }
+}
+#endif
+
 TEST(MsgEntry, ANullTextCountsAsEmpty) {
   const char* const none = nullptr;
   EXPECT_EQ(MsgEntry(kInfo, none).text, "");
@@ -184,6 +198,16 @@ TEST(QsLogMsg, AFormattedTextIsCutAt32767Characters) {
   }
 }
 
+TEST(QsLogMsg, TextsOfEveryLengthArriveWhole) {
+  LogCapture log;
+  for (std::size_t length = 0; length < 2000; ++length) {
+    const std::string text(length, 'x');
+    QsLogMsg(kInfo, "%s", text.c_str());
+    ASSERT_EQ(log.Texts().back(), text);
+    log.Clear();
+  }
+}
+
 TEST(QsLogMsg, ALonePercentEndsTheText) {
   const LogCapture log;
   const std::string format = "got %d of 50%";
@@ -192,10 +216,17 @@ TEST(QsLogMsg, ALonePercentEndsTheText) {
   EXPECT_THAT(log.Texts(), ElementsAre("got 7 of 50", ""));
 }
 
+TEST(QsLogMsg, ALonePercentAfterALongTextEndsIt) {
+  const LogCapture log;
+  const std::string start(5000, 'x');
+  QsLogMsg(kInfo, (start + "%d%").c_str(), 7);
+  EXPECT_THAT(log.Texts(), ElementsAre(start + "7"));
+}
+
 TEST(QsLogMsg, WithoutMemoryForTheBufferTheMessageIsLost) {
   const LogCapture log;
   failNextArray = true;
-  QsLogMsg(kInfo, "%d", 1);
+  QsLogMsg(kInfo, "%s", std::string(10000, 'x').c_str());
   ASSERT_FALSE(failNextArray);
   QsLogMsg(kInfo, "%d", 2);
   EXPECT_THAT(log.Texts(), ElementsAre("2"));
