@@ -21,6 +21,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <string_view>
 #include <utility>
 
 using qsbase::detail::LastErrorGuard;
@@ -178,44 +179,101 @@ QsDateTime Now() {
 
 // ---- the default line -----------------------------------------------------------------------------------------------
 
-void AppendNumber(std::string& line, int value) {
-  char digits[12];
-  const std::to_chars_result end = std::to_chars(digits, digits + sizeof digits, value);
-  line.append(digits, end.ptr);
-}
-
-void PutDigits(char* out, int value, int count) {
-  for (int i = count - 1; i >= 0; --i, value /= 10) {
-    out[i] = static_cast<char>('0' + value % 10);
+/// A few short fields, put together before the line takes them. 64 characters hold the longest numbers.
+class Fields {
+ public:
+  void Put(char c) { _text[_length++] = c; }
+  void Put(std::string_view text) { _length += text.copy(_text + _length, text.size()); }
+  void PutNumber(int value) {
+    const std::to_chars_result end = std::to_chars(_text + _length, _text + sizeof _text, value);
+    _length = static_cast<std::size_t>(end.ptr - _text);
   }
-}
+  /// A number that is not negative, with leading zeros.
+  void PutDigits(int value, std::size_t count) {
+    for (std::size_t i = count; i-- > 0; value /= 10) {
+      _text[_length + i] = static_cast<char>('0' + value % 10);
+    }
+    _length += count;
+  }
+  void AppendTo(std::string& line) const { line.append(_text, _length); }
 
-/// Appends what DateTime2string(time, true, true) gives, written by hand for the times that messages bear.
-void AppendTime(std::string& line, const QsDateTime& time) {
-  constexpr double kFirst = 1.0;      // before it parts are negative, and 0.0 stands for the present
+ private:
+  char _text[64];
+  std::size_t _length = 0;
+};
+
+/// Whether the parts of the time are plain: no negative ones, no year of five digits, and not 0.0, the present.
+bool IsPlain(const QsDateTime& time) {
+  constexpr double kFirst = 1.0;
   constexpr double kEnd = 2958466.0;  // 10000-01-01
-  if (!(time >= kFirst && time < kEnd)) {
-    line += DateTime2string(time, true, true);
-    return;
-  }
+  return time >= kFirst && time < kEnd;
+}
+
+/// What DateTime2string(time, true, true) gives for a plain time, written by hand.
+Fields TimeFields(const QsDateTime& time) {
   int year, month, day, hour, minute, second, millisecond;
   time.GetDatePart(&year, &month, &day);
   time.GetTimePart(&hour, &minute, &second, &millisecond);
-  char text[] = "yyyy-mm-dd hh:mm:ss.mmm";
-  PutDigits(text, year, 4);
-  PutDigits(text + 5, month, 2);
-  PutDigits(text + 8, day, 2);
-  PutDigits(text + 11, hour, 2);
-  PutDigits(text + 14, minute, 2);
-  PutDigits(text + 17, second, 2);
-  PutDigits(text + 20, millisecond, 3);
-  line.append(text, sizeof text - 1);
+  Fields fields;
+  fields.PutDigits(year, 4);
+  fields.Put('-');
+  fields.PutDigits(month, 2);
+  fields.Put('-');
+  fields.PutDigits(day, 2);
+  fields.Put(' ');
+  fields.PutDigits(hour, 2);
+  fields.Put(':');
+  fields.PutDigits(minute, 2);
+  fields.Put(':');
+  fields.PutDigits(second, 2);
+  fields.Put('.');
+  fields.PutDigits(millisecond, 3);
+  return fields;
 }
 
-void AppendWithoutTabs(std::string& line, const std::string& text) {
-  const std::size_t start = line.size();
-  line += text;
-  qsbase::detail::ReplaceChar(line, start, '\t', ' ');
+void AppendTime(std::string& line, const QsDateTime& time) {
+  if (!IsPlain(time)) {
+    line += DateTime2string(time, true, true);
+    return;
+  }
+  // A busy log writes many lines in one millisecond.
+  thread_local double cachedTime = 0;
+  thread_local Fields cached;
+  if (cachedTime != time) {
+    cached = TimeFields(time);
+    cachedTime = time;
+  }
+  cached.AppendTo(line);
+}
+
+/// The fields before the text. The time is never shorter than its field of 12 characters, so it needs no padding.
+void AppendHead(std::string& line, const MsgEntry& entry) {
+  AppendTime(line, entry.time);
+  Fields fields;
+  fields.Put('\t');
+  fields.Put(GetMsgTypeString(entry.type));
+  if (entry.alert >= 1) {
+    fields.Put(" (Alert=");
+    fields.PutNumber(entry.alert);
+    fields.Put(')');
+  }
+  fields.Put('\t');
+  fields.AppendTo(line);
+}
+
+/// The fields after the text.
+void AppendTail(std::string& line, const MsgEntry& entry) {
+  Fields fields;
+  fields.Put('\t');
+  fields.PutNumber(entry.level);
+  fields.Put('\t');
+  if (entry.threadId == 0) {
+    fields.Put("main");
+  } else {
+    fields.PutNumber(entry.threadId);
+  }
+  fields.Put('\n');
+  fields.AppendTo(line);
 }
 
 }  // namespace
@@ -357,30 +415,15 @@ LogLineFormatter SetLogLineFormatter(LogLineFormatter formatter) { return lineFo
 LogLineFormatter GetLogLineFormatter() { return lineFormatter.load(std::memory_order_acquire); }
 
 bool DefaultLogLineFormatter(const MsgEntry& entry, std::string& line) {
-  // The time is never shorter than its field of 12 characters, so it needs no padding.
   const std::size_t indent = entry.level > 0 ? static_cast<std::size_t>(entry.level) : 0;
   line.clear();
   line.reserve(96 + indent + entry.text.size());
-  AppendTime(line, entry.time);
-  line += '\t';
-  line += GetMsgTypeString(entry.type);
-  if (entry.alert >= 1) {
-    line += " (Alert=";
-    AppendNumber(line, entry.alert);
-    line += ')';
-  }
-  line += '\t';
+  AppendHead(line, entry);
   line.append(indent, ' ');
-  AppendWithoutTabs(line, entry.text);
-  line += '\t';
-  AppendNumber(line, entry.level);
-  line += '\t';
-  if (entry.threadId == 0) {
-    line += "main";
-  } else {
-    AppendNumber(line, entry.threadId);
-  }
-  line += '\n';
+  const std::size_t start = line.size();
+  line += entry.text;
+  qsbase::detail::ReplaceChar(line, start, '\t', ' ');
+  AppendTail(line, entry);
   return true;
 }
 
