@@ -161,7 +161,10 @@ std::string FreeNumberedPath(const std::string& dir, const std::string& name, co
 
 bool MoveAside(const std::string& dir, const std::string& name, const std::string& ext) {
   const std::string current = ConstructPath(dir, name, ext);
-  const std::string candidate = Exists(current) ? FreeNumberedPath(dir, name, ext) : std::string();
+  if (!Exists(current) || NumberedPath(dir, name, ext, 1) == current) {
+    return false;  // the number would fall with what stands behind a dot in the name: nothing is free, ever
+  }
+  const std::string candidate = FreeNumberedPath(dir, name, ext);
   if (candidate.empty()) {
     return false;
   }

@@ -148,9 +148,9 @@ QSBASE_API bool QsDeleteFile(const std::string& path, bool force);
 QSBASE_API unsigned QsDeleteFiles(const std::string& pattern, bool force);
 
 /// Moves dir\name + ext aside to the first of dir\name_1 + ext, dir\name_2 + ext, ... up to 999999 that is free. `ext`
-/// comes with its dot; `name` without extension: a dot in it would be taken for one and cut off with what follows.
-/// False if there is nothing to move, no name is free, or the move fails (logged as an error "RenameFile: error
-/// renaming file ... to ...: ...").
+/// comes with its dot; `name` without extension: a dot in it is taken for one and cut off with what follows, the number
+/// too, and nothing can be moved. False if there is nothing to move, no name is free, or the move fails (logged as an
+/// error "RenameFile: error renaming file ... to ...: ...").
 QSBASE_API bool RenameFile(const std::string& dir, const std::string& name, const std::string& ext);
 
 /// RenameFile(ExtractFilePath(p), ExtractFileName(p), ext).
