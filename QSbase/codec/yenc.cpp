@@ -1,12 +1,12 @@
 #include <QSbase/codec/coderbuffer.h>
 #include <QSbase/codec/encodedecode.h>
 #include <QSbase/codec/hash.h>
+#include <QSbase/codec/wordscan.h>
 #include <QSbase/codec/yenckernel.h>
 #include <QSbase/text/qsstring.h>
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cstring>
 #include <string_view>
 
@@ -38,35 +38,15 @@ constexpr EncodeTable MakeEncodeTable(bool plainTabDot) {
 
 constexpr std::array<EncodeTable, 2> kEncodeTables = {MakeEncodeTable(false), MakeEncodeTable(true)};
 
-constexpr std::uint64_t kOnes = 0x0101010101010101;
-constexpr std::uint64_t kHighBits = 0x8080808080808080;
-
-// Words are read and written as they lie in memory: the first byte is the lowest.
-static_assert(std::endian::native == std::endian::little);
-
-inline std::uint64_t LoadWord(const unsigned char* p) {
-  std::uint64_t word;
-  std::memcpy(&word, p, sizeof(word));
-  return word;
-}
-
-inline void StoreWord(unsigned char* p, std::uint64_t word) { std::memcpy(p, &word, sizeof(word)); }
-
-/// Sets the high bit of the lowest byte that equals `c`, and perhaps of some above it.
-inline std::uint64_t MarkByte(std::uint64_t word, unsigned char c) {
-  const std::uint64_t zeroed = word ^ (kOnes * c);
-  return (zeroed - kOnes) & ~zeroed;
-}
-
 /// The lowest mark is at the first byte that is no plain character.
 inline std::uint64_t MarkSpecials(std::uint64_t word) {
-  return (MarkByte(word, '\0') | MarkByte(word, '\n') | MarkByte(word, '\r') | MarkByte(word, kEscape)) & kHighBits;
+  return (MarkByte(word, '\0') | MarkByte(word, '\n') | MarkByte(word, '\r') | MarkByte(word, kEscape)) & kWordHighBits;
 }
 
 /// Subtracts the shift from each of eight bytes.
 inline std::uint64_t Unshift(std::uint64_t word) {
-  constexpr std::uint64_t kAddend = kOnes * (256 - kShift);
-  return ((word & ~kHighBits) + (kAddend & ~kHighBits)) ^ ((word ^ kAddend) & kHighBits);
+  constexpr std::uint64_t kAddend = kWordOnes * (256 - kShift);
+  return ((word & ~kWordHighBits) + (kAddend & ~kWordHighBits)) ^ ((word ^ kAddend) & kWordHighBits);
 }
 
 /// How far a decoder has come.
@@ -162,7 +142,7 @@ inline std::size_t WriteStretch(const Stretch& stretch, std::size_t count, unsig
     const std::uint64_t marks = LoadWord(stretch.marks + i);
     StoreWord(output + written, LoadWord(stretch.shifted + i));
     const std::size_t room = std::min(count - i, lineEnd - written);
-    const std::size_t plain = static_cast<std::size_t>(std::countr_zero(marks)) / 8;
+    const std::size_t plain = FirstMark(marks);
     if (marks == 0 && room > 8) {
       i += 8;
       written += 8;
@@ -242,7 +222,7 @@ YEncDecoded YEncDecode(const unsigned char* input, std::size_t length, unsigned 
       place.written += 8;
       continue;
     }
-    const std::size_t plain = static_cast<std::size_t>(std::countr_zero(marks)) / 8;
+    const std::size_t plain = FirstMark(marks);
     if (isApart || place.read - place.written >= 8) {
       StoreWord(output + place.written, Unshift(word));
     } else {

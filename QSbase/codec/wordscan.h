@@ -1,0 +1,52 @@
+/// \file
+/// Eight characters at a time (internal): words whose first character is the lowest byte.
+#ifndef QSBASE_CODEC_WORDSCAN_H
+#define QSBASE_CODEC_WORDSCAN_H
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace qsbase::detail {
+
+static_assert(std::endian::native == std::endian::little);
+
+inline constexpr std::uint64_t kWordOnes = 0x0101010101010101;
+inline constexpr std::uint64_t kWordHighBits = 0x8080808080808080;
+
+inline std::uint64_t LoadWord(const void* p) {
+  std::uint64_t word;
+  std::memcpy(&word, p, sizeof(word));
+  return word;
+}
+
+inline void StoreWord(void* p, std::uint64_t word) { std::memcpy(p, &word, sizeof(word)); }
+
+/// Sets the high bit of the lowest byte that equals `c`, and perhaps of some above it; other bits mean nothing.
+inline std::uint64_t MarkByte(std::uint64_t word, unsigned char c) {
+  const std::uint64_t zeroed = word ^ (kWordOnes * c);
+  return (zeroed - kWordOnes) & ~zeroed;
+}
+
+/// The index of the lowest byte whose high bit is set; 8 for none.
+inline std::size_t FirstMark(std::uint64_t marks) { return static_cast<std::size_t>(std::countr_zero(marks)) / 8; }
+
+/// The next CR or LF, or the end.
+inline const char* FindLineEnd(const char* position, const char* end) {
+  for (; end - position >= 8; position += 8) {
+    const std::uint64_t word = LoadWord(position);
+    const std::uint64_t marks = (MarkByte(word, '\n') | MarkByte(word, '\r')) & kWordHighBits;
+    if (marks != 0) {
+      return position + FirstMark(marks);
+    }
+  }
+  while (position != end && *position != '\n' && *position != '\r') {
+    ++position;
+  }
+  return position;
+}
+
+}  // namespace qsbase::detail
+
+#endif
