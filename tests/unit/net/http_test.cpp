@@ -3,10 +3,10 @@
 #include <cerrno>
 #include <climits>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <regex>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -422,9 +422,10 @@ TEST(HttpStatusLine, NoneCutAtTheLargestValues) {
   body.held = std::numeric_limits<std::uint64_t>::max();
   const auto line = DueStatusLine(body, 3);
   ASSERT_TRUE(line);
-  EXPECT_TRUE(std::regex_match(*line, std::regex("D Downloaded: 18446744073709551615\tTotal size: 1\t"
-                                                 "Download Speed: [0-9]+\\.000\tDownload finished: 1\\.84467e\\+21")))
-      << *line;
+  EXPECT_EQ(line->find("D Downloaded: 18446744073709551615\tTotal size: 1\tDownload Speed: 9007199254740992.000\t"), 0u)
+      << *line;  // 2^64 bytes in two seconds are 2^53 KiB a second
+  const std::string end = "\tDownload finished: 1.84467e+21";
+  EXPECT_EQ(line->substr(line->size() - end.size()), end);
 }
 
 TEST(HttpBodyReceiver, GrowsByTheStepOrByWhatArrives) {
@@ -594,8 +595,11 @@ TEST(HttpVersions, BothNamesTellTheSame) {
   std::string curl = "old";
   std::string ssl = "old";
   QsGetCurlOpenSSLVersions(curl, ssl);
-  EXPECT_TRUE(std::regex_match(curl, std::regex("[0-9]+\\.[0-9]+\\.[0-9]+.*"))) << curl;
-  EXPECT_TRUE(std::regex_match(ssl, std::regex("[0-9]+\\.[0-9]+.*"))) << ssl;
+  for (const std::string& version : {curl, ssl}) {
+    unsigned int major = 0;
+    unsigned int minor = 0;
+    EXPECT_EQ(std::sscanf(version.c_str(), "%u.%u", &major, &minor), 2) << version;
+  }
   std::string secondCurl = "old";
   std::string secondSsl = "old";
   QsGetCUrlOpenSSLVersions(secondCurl, secondSsl);
