@@ -2,21 +2,21 @@
 /// Character classes and case maps of the Windows-1252 code page, one byte at a time and independent of the C locale.
 ///
 /// Every byte has a mask of class bits, which the trimming and stripping functions of QsString take too:
+/// - 0x1 alpha: A-Z, a-z, 131, 138, 140, 142, 154, 156, 158, 159, 170, 181, 186, 192-214, 216-246, 248-255
+/// - 0x2 numeric: 0-9
+/// - 0x4 ASCII: 0-127
+/// - 0x8 lower: a-z, 131, 154, 156, 158, 170, 181, 186, 223-246, 248-255
+/// - 0x10 upper: A-Z, 138, 140, 142, 159, 192-214, 216-222
+/// - 0x20 white space: TAB, LF, VT, FF, CR, blank
+/// - 0x40 control: 0-31, 127
+/// - 0x80 word delimiter: TAB, LF, CR, blank and ! " + , - . / : ; < = > ? @ and the backslash
+/// - 0x100 sentence delimiter: TAB and ! . : ; ?
+/// - 0x200 hex digit: 0-9, A-F, a-f
+/// - 0x400 symbol: 0-9, A-Z, a-z and the underscore
+/// - 0x800 punctuation: ! , . : ; ? and 161, 191
+/// - 0x1000 invalid file character: 0-31 and " * / : < > ? and the backslash and the vertical bar
 ///
-/// | Bit    | Class                  | Members                                                                    |
-/// |--------|------------------------|----------------------------------------------------------------------------|
-/// | 0x1    | alpha                  | A-Z, a-z, 131, 138, 140, 142, 154, 156, 158, 159, 170, 181, 186, 192-214,
-/// 216-246, 248-255 | | 0x2    | numeric                | 0-9 | | 0x4    | ASCII                  | 0-127 | | 0x8    |
-/// lower                  | a-z, 131, 154, 156, 158, 170, 181, 186, 223-246, 248-255                   | | 0x10   |
-/// upper                  | A-Z, 138, 140, 142, 159, 192-214, 216-222                                  | | 0x20   |
-/// white space            | TAB, LF, VT, FF, CR, blank                                                 | | 0x40   |
-/// control                | 0-31, 127                                                                  | | 0x80   |
-/// word delimiter         | TAB, LF, CR, blank and ! " + , - . / : ; < = > ? @ and the backslash       | | 0x100  |
-/// sentence delimiter     | TAB and ! . : ; ?                                                          | | 0x200  | hex
-/// digit              | 0-9, A-F, a-f                                                              | | 0x400  | symbol
-/// | 0-9, A-Z, a-z and the underscore                                           | | 0x800  | punctuation            | !
-/// , . : ; ? and 161, 191                                                   | | 0x1000 | invalid file character | 0-31
-/// and " * / : < > ? and the backslash and the vertical bar              |
+/// No other bit is used. Bytes 128-255 have no class but those listed.
 ///
 /// Thread safety: QsChar reads constant tables and is safe from any thread. A QsCharMod may be read by several threads
 /// while none changes it.
