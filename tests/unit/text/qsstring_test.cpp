@@ -9,12 +9,21 @@
 #include <clocale>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <limits>
 #include <random>
 #include <string>
+#include <system_error>
 #include <vector>
+
+#ifndef _WIN32
+#include <stdlib.h>
+#include <sys/wait.h>
+#endif
 
 namespace {
 
@@ -681,17 +690,60 @@ TEST(AsciiToDouble, OutOfRange) {
   EXPECT_EQ(AsciiToDouble((std::string(400, '9') + "e-500").c_str()), std::numeric_limits<double>::infinity());
 }
 
-TEST(AsciiToDouble, DoesNotAskTheLocale) {
-  bool comma = false;
-  for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "de_DE", "fr_FR.UTF-8", "German"}) {
-    comma = comma || (std::setlocale(LC_ALL, name) != nullptr && *std::localeconv()->decimal_point == ',');
+// The next tests run in a locale with a decimal comma and dots between the thousands.
+class DecimalComma : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_NO_FATAL_FAILURE(Enter());
+    ASSERT_STREQ(std::localeconv()->decimal_point, ",");
+    ASSERT_EQ(std::atof("1,5"), 1.5) << "the C library does not follow the locale";
   }
-  if (!comma) {
-    GTEST_SKIP() << "no locale with a decimal comma is installed";
+
+  void TearDown() override {
+    std::setlocale(LC_ALL, "C");
+    if (!_folder.empty()) {
+      std::error_code ignored;
+      std::filesystem::remove_all(_folder, ignored);
+    }
   }
+
+ private:
+#ifdef _WIN32
+  void Enter() { ASSERT_NE(std::setlocale(LC_ALL, "German"), nullptr); }
+#else
+  // The system need not have such a locale, nor the data to make one: this one is compiled here of its own sources.
+  void Enter() {
+    std::string name = (std::filesystem::temp_directory_path() / "qsbase-locale-XXXXXX").string();
+    ASSERT_NE(mkdtemp(name.data()), nullptr);
+    _folder = name;
+    std::ofstream(_folder / "charmap") << "<code_set_name> ANSI_X3.4-1968\n<comment_char> %\n<escape_char> /\n"
+                                          "CHARMAP\n<U0000>..<U007F> /x00 ASCII\nEND CHARMAP\n";
+    std::ofstream(_folder / "source") << "LC_NUMERIC\ndecimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\n"
+                                         "END LC_NUMERIC\n";
+    // The categories that the source leaves out are worth a warning and exit code 1.
+    const std::string command = "cd '" + name + "' && localedef -c --quiet -f ./charmap -i ./source ./comma";
+    const int status = std::system(command.c_str());
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) <= 1) << command;
+    ASSERT_EQ(setenv("LOCPATH", name.c_str(), 1), 0);
+    ASSERT_NE(std::setlocale(LC_NUMERIC, "comma"), nullptr);
+  }
+#endif
+
+  std::filesystem::path _folder;
+};
+
+TEST_F(DecimalComma, DoesNotChangeHowNumbersAreRead) {
   EXPECT_EQ(AsciiToDouble("1.5"), 1.5);
   EXPECT_EQ(AsciiToDouble("1,5"), 1.5);
-  std::setlocale(LC_ALL, "C");
+  EXPECT_EQ(AsciiToDouble("-1234.25e2x"), -123425.0);
+  EXPECT_EQ(AsciiToDouble("1.234,5"), 1.234);
+  EXPECT_EQ(AsciiToInt64("1.234"), 1);
+  EXPECT_EQ(AsciiToInt("12345678"), 12345678);
+}
+
+TEST_F(DecimalComma, DoesNotChangeHowSizesAreWritten) {
+  EXPECT_EQ(MemoryString(1024000), "1000 KB");
+  EXPECT_EQ(MemoryString(1099511627776), "1024 GB");
 }
 
 // ---- Names and sizes ----
