@@ -87,6 +87,13 @@ TimeOfDay TimeOf(double days) {
   return {ms / kMsPerHour, ms / kMsPerMinute % 60, ms % kMsPerMinute / kMsPerSecond, ms % kMsPerSecond};
 }
 
+// A sum or difference may lie a rounding error below a whole day: midnight of that day is meant, not the last
+// millisecond before it.
+double CarryToMidnight(double days) {
+  const double midnight = std::round(days);
+  return std::abs(days - midnight) * kMsPerDay < 0.05 ? midnight : days;
+}
+
 int WholeDays(double days) {
   constexpr double limit = std::numeric_limits<int>::max();
   return std::isnan(days) ? 0 : static_cast<int>(std::clamp(days, -limit, limit));
@@ -196,18 +203,18 @@ int QsDateTime::GetCurrentDayOfWeek() {
   return DayOfWeek(today.year, today.month, today.day);
 }
 
-QsDateTime QsDateTime::ToUTC() const { return _days - CurrentOffset(); }
+QsDateTime QsDateTime::ToUTC() const { return CarryToMidnight(_days - CurrentOffset()); }
 
-QsDateTime QsDateTime::ToLocal() const { return _days + CurrentOffset(); }
+QsDateTime QsDateTime::ToLocal() const { return CarryToMidnight(_days + CurrentOffset()); }
 
 // ---- Differences ----
 
 unsigned int TimeDiff(const QsDateTime& from, const QsDateTime& to) {
-  const double span = to - from;
+  const double span = CarryToMidnight(to - from);
   if (!(span > 0) || std::isinf(span)) {
     return 0;
   }
-  const double seconds = std::floor((span * kMsPerDay + 0.05) / kMsPerSecond);
+  const double seconds = std::trunc(span) * kSecondsPerDay + MillisecondsOf(span) / kMsPerSecond;
   return static_cast<unsigned int>(std::fmod(seconds, 4294967296.0));
 }
 
@@ -256,8 +263,9 @@ QsDateTime NowIfUnset(const QsDateTime& time) { return time == 0.0 ? QsDateTime:
 
 std::string TimeDiffToStr(const QsDateTime& span) {
   constexpr std::size_t maxLength = 24;
-  const int days = WholeDays(span);
-  const TimeOfDay time = TimeOf(span);
+  const double carried = CarryToMidnight(span);
+  const int days = WholeDays(carried);
+  const TimeOfDay time = TimeOf(carried);
   std::string text;
   if (days != 0) {
     text = std::to_string(days) + " days ";

@@ -58,7 +58,8 @@ class QSBASE_API QsDateTime {
 
 /// Whole seconds from `from` to `to`, modulo 2^32 (136 years); 0 when `to` is not later.
 QSBASE_API unsigned int TimeDiff(const QsDateTime& from, const QsDateTime& to);
-/// A span as "3 days 01:02:03,004", without days below one: "01:02:03,004". Cut at 24 characters.
+/// A span as "3 days 01:02:03,004", without days below one: "01:02:03,004". Cut at 24 characters. A difference of two
+/// date-times that a rounding error keeps below a whole day is shown as that day.
 QSBASE_API std::string TimeDiffToStr(const QsDateTime& span);
 /// "10:11:12" or "10:11:12.250". A time not set is the current one, here and in the next two.
 QSBASE_API std::string Time2string(const QsDateTime& time, bool withMilliseconds);

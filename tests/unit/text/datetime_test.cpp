@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <limits>
 #include <map>
@@ -257,6 +258,21 @@ TEST(QsDateTimeClock, AShiftToMidnightIsMidnight) {
   }
 }
 
+#ifndef _WIN32
+TEST(QsDateTimeClock, AShiftToMidnightAcrossAChangeOfPrecisionIsMidnight) {
+  // A power of two of days: below it the day count is finer, and the shifted value may lie just under midnight.
+  for (const char* zone : {"XXX-5:30", "XXX3:30", "XXX-5:45", "XXX-13:59"}) {
+    UseZone(zone);
+    for (int day = 64; day <= 2097152; day *= 2) {
+      const QsDateTime midnight = day;
+      const double offset = CurrentOffset() / 86400.0;
+      EXPECT_EQ(PartsOf(QsDateTime(midnight + offset).ToUTC()), PartsOf(midnight)) << zone << " " << day;
+      EXPECT_EQ(PartsOf(QsDateTime(midnight - offset).ToLocal()), PartsOf(midnight)) << zone << " " << day;
+    }
+  }
+}
+#endif
+
 TEST(QsDateTimeClock, WeekdayOfToday) {
   UseZone("UTC");
   const auto weekday = [] {
@@ -295,6 +311,31 @@ TEST(TimeDiff, WholeDaysAcrossAChangeOfPrecision) {
     const QsDateTime from(2079, 6, 1, second / 3600, second / 60 % 60, second % 60, 0);
     const QsDateTime to(2079, 6, 30, second / 3600, second / 60 % 60, second % 60, 0);
     ASSERT_EQ(TimeDiff(from, to), 29 * 86400U) << second;
+    ASSERT_EQ(TimeDiffToStr(to - from), "29 days 00:00:00,000") << second;
+    ASSERT_EQ(TimeDiffToStr(from - to), "-29 days 00:00:00,000") << second;
+  }
+}
+
+TEST(TimeDiff, RandomSpansOverAllYears) {
+  std::mt19937_64 random(4);
+  constexpr std::int64_t day = 86400000;
+  const auto instant = [](std::int64_t ms) {
+    const std::chrono::year_month_day civil{std::chrono::sys_days(std::chrono::days(ms / day - 25569))};
+    const int time = static_cast<int>(ms % day);
+    return QsDateTime(static_cast<int>(civil.year()), static_cast<int>(static_cast<unsigned int>(civil.month())),
+                      static_cast<int>(static_cast<unsigned int>(civil.day())), time / 3600000, time / 60000 % 60,
+                      time / 1000 % 60, time % 1000);
+  };
+  for (int i = 0; i < 300000; ++i) {
+    const auto from = static_cast<std::int64_t>(random() % (2958466 * day - 2 * day)) + 2 * day;
+    // Whole days, whole seconds and any span in turn.
+    const std::int64_t unit = i % 3 == 0 ? day : i % 3 == 1 ? 1000 : 1;
+    const std::int64_t span = static_cast<std::int64_t>(random() % (2958466 * day - 2 * day)) / unit * unit;
+    if (from + span >= 2958466 * day) {
+      continue;
+    }
+    ASSERT_EQ(TimeDiff(instant(from), instant(from + span)), static_cast<unsigned int>(span / 1000 % 4294967296))
+        << from << " " << span;
   }
 }
 
