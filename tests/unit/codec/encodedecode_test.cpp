@@ -181,7 +181,7 @@ TEST(EncodeDecode, NothingSelectedIsAnError) {
 TEST(EncodeDecode, BinHexIsForTheBufferDecoderOnly) {
   EXPECT_EQ(EncodeText("Cat", kBinHex), (Outcome{-2, ""}));
   EXPECT_EQ(DecodeInline("Cat", kBinHex), (Outcome{-2, ""}));
-  EXPECT_NE(DecodeText("Cat", kBinHex).status, -2);
+  EXPECT_EQ(DecodeText("Cat", kBinHex), (Outcome{-7, ""}));  // no BinHex start
 }
 
 TEST(EncodeDecode, OtherSourceKindsAreUnknown) {
