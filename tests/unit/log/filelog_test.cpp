@@ -18,7 +18,6 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <regex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -60,6 +59,13 @@ std::vector<std::string> Lines(const std::string& content) {
   }
   EXPECT_EQ(start, content.size()) << "the last line has no end";
   return lines;
+}
+
+/// Every digit as a 9.
+std::string Shape(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }, '9');
+  return text;
 }
 
 /// The line as it is, so that tests see what they logged.
@@ -368,8 +374,7 @@ TEST_F(FileLog, TheFirstLineMovesTheFileOfThePreviousRun) {
   ASSERT_EQ(Backups().size(), 1U);
   EXPECT_EQ(TempDir::Read(Backups()[0]), "previous run\n");
   EXPECT_THAT(LogLines(), ElementsAre("text"));
-  const std::regex shape(R"(\d{4}-\d\d-\d\d_\d\d_\d\d_\d\d\.\d{3}_my_app\.log)");
-  EXPECT_TRUE(std::regex_match(fs::path(Backups()[0]).filename().string(), shape)) << Backups()[0];
+  EXPECT_EQ(Shape(fs::path(Backups()[0]).filename().string()), "9999-99-99_99_99_99.999_my_app.log");
 }
 
 TEST_F(FileLog, TheDirectoriesAreUsedAsGiven) {

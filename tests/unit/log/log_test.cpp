@@ -7,10 +7,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <new>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -29,16 +29,12 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     failNextArray = false;
     return nullptr;
   }
-  return std::malloc(size);
-}
-void* operator new[](std::size_t size) {
-  if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
-    return memory;
+  try {
+    return ::operator new[](size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
   }
-  throw std::bad_alloc();
 }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -496,8 +492,10 @@ TEST(DefaultLogLine, HasTheFieldsOfTheEntry) {
   const LineCapture lines;
   QsLogMsg(0x20000303U, std::string("a\tb"));
   EXPECT_EQ(LineCapture::Line(), "W (Alert=3)\t   a b\t3\t" + Thread() + "\n");
-  const std::regex time(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\t[^]*)");
-  EXPECT_TRUE(std::regex_match(LineCapture::Lines()[0], time)) << LineCapture::Lines()[0];
+  std::string time = LineCapture::Lines()[0].substr(0, 24);
+  std::replace_if(
+      time.begin(), time.end(), [](char c) { return c >= '0' && c <= '9'; }, '9');
+  EXPECT_EQ(time, "9999-99-99 99:99:99.999\t");
 }
 
 TEST(DefaultLogLine, AnInfoAndErrorWordIsAnInfo) {

@@ -5,7 +5,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <string>
@@ -24,35 +24,43 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     failNextAllocation = false;
     return nullptr;
   }
-  return std::malloc(size);
-}
-void* operator new(std::size_t size) {
-  if (void* const memory = std::malloc(size == 0 ? 1 : size)) {
-    return memory;
+  try {
+    return ::operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
   }
-  throw std::bad_alloc();
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
 constexpr const char* kMissing = "QsCriticalSection::Enter - _impl is invalid";
 
-/// Whether another thread can enter within 50 ms; it leaves again. The lock must outlive that thread.
-bool IsFree(QsCriticalSection& section) {
-  const auto entered = std::make_shared<std::atomic<bool>>(false);
-  std::thread([&section, entered] {
-    section.Enter();
-    section.Leave();
-    *entered = true;
-  }).detach();
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
-  while (!*entered && std::chrono::steady_clock::now() < end) {
-    std::this_thread::yield();
+/// Another thread that enters a lock and leaves it again. At its end the lock must be free.
+class Visitor {
+ public:
+  explicit Visitor(QsCriticalSection& section)
+      : _thread([this, &section] {
+          section.Enter();
+          _entered = true;
+          section.Leave();
+        }) {}
+  ~Visitor() { _thread.join(); }
+  Visitor(const Visitor&) = delete;
+  Visitor& operator=(const Visitor&) = delete;
+
+  /// Whether it gets in within 50 ms.
+  bool Enters() const {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(50);
+    while (!_entered && std::chrono::steady_clock::now() < end) {
+      std::this_thread::yield();
+    }
+    return _entered;
   }
-  return *entered;
-}
+
+ private:
+  std::atomic<bool> _entered{false};
+  std::thread _thread;
+};
 
 template <typename Call>
 std::string ErrorOf(Call call) {
@@ -84,26 +92,26 @@ TEST(QsCriticalSection, KeepsThreadsApart) {
 }
 
 TEST(QsCriticalSection, TheOwnerMayEnterAgainAndMustLeaveAsOften) {
-  static QsCriticalSection section;  // outlives the thread that waits for it
+  QsCriticalSection section;
   section.Enter();
   section.Enter();
   section.Enter();
   section.Leave();
   section.Leave();
-  EXPECT_FALSE(IsFree(section));
+  const Visitor visitor(section);
+  EXPECT_FALSE(visitor.Enters());
   section.Leave();
-  EXPECT_TRUE(IsFree(section));
 }
 
 TEST(QsCriticalSection, LeavingWithoutOwningDoesNothing) {
-  static QsCriticalSection section;
+  QsCriticalSection section;
   section.Leave();
   section.Enter();
-  std::thread([] { section.Leave(); }).join();
-  EXPECT_FALSE(IsFree(section));
+  std::thread([&section] { section.Leave(); }).join();
+  const Visitor visitor(section);
+  EXPECT_FALSE(visitor.Enters());
   section.Leave();
   section.Leave();
-  EXPECT_TRUE(IsFree(section));
 }
 
 TEST(QsCriticalSection, WithoutItsStateEnterAndLeaveThrowTheSameText) {
@@ -115,23 +123,24 @@ TEST(QsCriticalSection, WithoutItsStateEnterAndLeaveThrowTheSameText) {
 }
 
 TEST(QsCriticalSectionAutoPtr, HoldsTheLockForTheBlock) {
-  static QsCriticalSection section;
+  QsCriticalSection section;
+  std::unique_ptr<Visitor> visitor;
   {
     const QsCriticalSectionAutoPtr outer(&section);
     { const QsCriticalSectionAutoPtr inner(&section); }
-    EXPECT_FALSE(IsFree(section));
+    visitor = std::make_unique<Visitor>(section);
+    EXPECT_FALSE(visitor->Enters());
   }
-  EXPECT_TRUE(IsFree(section));
 }
 
 TEST(QsCriticalSectionAutoPtr, LeavesWhenAnExceptionPasses) {
-  static QsCriticalSection section;
+  QsCriticalSection section;
   try {
     const QsCriticalSectionAutoPtr guard(&section);
     throw ExBase("x");
   } catch (const ExBase&) {
   }
-  EXPECT_TRUE(IsFree(section));
+  const Visitor visitor(section);  // waits for it
 }
 
 TEST(QsCriticalSectionAutoPtr, NullDoesNothing) { EXPECT_NO_THROW(QsCriticalSectionAutoPtr(nullptr)); }
