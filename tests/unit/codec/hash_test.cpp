@@ -300,7 +300,7 @@ TEST(HmacMd5, MatchesRfc2202) {
 TEST(HmacMd5, EveryKeyAndTextLengthMatchesAnotherImplementation) {
   const std::string pool = Random(300, 4);
   for (std::size_t keyLength = 1; keyLength <= 130; ++keyLength) {
-    for (std::size_t length : {0, 1, 55, 56, 63, 64, 65, 128, 200}) {
+    for (unsigned int length : {0u, 1u, 55u, 56u, 63u, 64u, 65u, 128u, 200u}) {
       const std::string key = pool.substr(0, keyLength);
       const std::string data = pool.substr(50, length);
       const std::string expected = OtherHmac(key, data);
