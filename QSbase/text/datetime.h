@@ -75,7 +75,8 @@ QSBASE_API std::string DateTime2InternationalString(std::int64_t time, char sepa
 /// 3000-12-31 23:59:59. Not the inverse of ConvertQsDateTime, which reads local time: kept, callers rely on it.
 QSBASE_API QsDateTime ConvertTimeT(std::int64_t time);
 /// A date-time in **local standard time** (also in summer) as seconds since 1970-01-01 00:00 UTC; milliseconds are
-/// dropped. -1 before 1970 and after 3000-12-31 23:59:59 UTC.
+/// dropped. -1 before 1970 and after 3000-12-31 23:59:59 UTC. Standard is what the system's zone data call so: on Linux
+/// that is the summer time of Dublin, also in winter.
 QSBASE_API std::int64_t ConvertQsDateTime(const QsDateTime& time);
 /// Reads "2013/02/13 10:11:12" or "2013/02/13". Not set when the date has not three parts; 00:00:00 when the time has
 /// not. Numbers that make no date or time fall back as in QsDateTime's constructor.
