@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::size_t fieldLimit = 256;  // bytes, the terminator included
 constexpr unsigned int whiteSpace = 0x20;
+constexpr char lengthName[] = "Content-Length: ";
+constexpr std::size_t lengthNameSize = sizeof lengthName - 1;
 
 // Makes room for `capacity` bytes and a NUL. Without memory all that was held is given up.
 bool Resize(TransferSink& sink, std::size_t capacity) {
@@ -131,7 +133,11 @@ std::size_t ReceiveBody(char* data, std::size_t size, std::size_t count, void* s
 std::size_t ReceiveHeader(char* data, std::size_t size, std::size_t count, void* sink) noexcept {
   TransferSink& header = *static_cast<TransferSink*>(sink);
   const std::size_t bytes = size * count;
-  if (bytes == 0 || !Resize(header, SaturatingAdd(static_cast<std::size_t>(header.held), bytes))) {
+  if (bytes == 0) {
+    return bytes;
+  }
+  if (!Resize(header, SaturatingAdd(static_cast<std::size_t>(header.held), bytes))) {
+    header.length = LengthReader();  // the text begins anew
     return bytes;
   }
   Append(header, data, bytes);
@@ -139,7 +145,7 @@ std::size_t ReceiveHeader(char* data, std::size_t size, std::size_t count, void*
     if (header.textCallback != nullptr) {
       header.textCallback(header.data.get(), header.textUser);
     }
-    header.contentLength = AnnouncedLength(header.Bytes());
+    header.contentLength = header.length.Read(header.Bytes());
     return bytes;
   } catch (...) {
     header.error = std::current_exception();
@@ -191,12 +197,37 @@ std::int32_t SaturatingInt(std::string_view text) {
   return static_cast<std::int32_t>(negative ? -value : value);
 }
 
-std::int32_t AnnouncedLength(std::string_view headers) {
-  static const char name[] = "Content-Length: ";
-  const std::string text(headers);
-  const char* found = stristr(text.c_str(), name);
-  return found == nullptr ? 0 : std::max(0, SaturatingInt(found + sizeof name - 1));
+std::int32_t LengthReader::Read(std::string_view text) {
+  if (!_closed && !_found) {
+    Find(text);
+  }
+  if (_closed || !_found) {
+    return _length;
+  }
+  while (_next < text.size() && IsSpace(text[_next])) {
+    ++_next;
+  }
+  const std::string_view number = text.substr(_next);
+  _length = std::max(0, SaturatingInt(number));
+  _closed = number.find_first_not_of("+-0123456789") != std::string_view::npos;
+  return _length;
 }
+
+void LengthReader::Find(std::string_view text) {
+  const char* const from = text.data() + _next;
+  const char* const found = stristr(from, lengthName);
+  if (found != nullptr) {
+    _found = true;
+    _next = static_cast<std::size_t>(found - text.data()) + lengthNameSize;
+    return;
+  }
+  _closed = std::memchr(from, '\0', text.size() - _next) != nullptr;
+  if (text.size() >= lengthNameSize) {
+    _next = std::max(_next, text.size() - lengthNameSize + 1);  // the name may have begun
+  }
+}
+
+std::int32_t AnnouncedLength(const std::string& headers) { return LengthReader().Read(headers); }
 
 std::int32_t HttpStatus(std::string_view headers) {
   std::size_t from = 0;

@@ -25,6 +25,22 @@ struct CFree {
   void operator()(char* memory) const noexcept { std::free(memory); }
 };
 
+/// The number after the first "Content-Length: " (any case) of a text that grows, 0 if there is none or it is negative.
+/// Looks at every byte about once, so that many short header lines cost no more than a few long ones.
+class LengthReader {
+ public:
+  /// `text` is the text of the call before with more behind it. It is followed by a NUL; one inside ends the search.
+  std::int32_t Read(std::string_view text);
+
+ private:
+  void Find(std::string_view text);
+
+  std::size_t _next = 0;  // where to go on searching; the number's place once the name is found
+  bool _found = false;
+  bool _closed = false;  // nothing that follows changes the length
+  std::int32_t _length = 0;
+};
+
 /// Where the bytes of one transfer go: one sink for the body, one for the header text.
 struct TransferSink {
   std::unique_ptr<char, CFree> data;  ///< NUL-terminated; null until something is held
@@ -35,6 +51,7 @@ struct TransferSink {
   void* textUser = nullptr;
   std::FILE* output = nullptr;
   const TransferSink* headerSink = nullptr;  ///< set in the body's sink
+  LengthReader length;                       ///< of the header text
   std::int32_t contentLength = 0;            ///< last announced length, 0 if none
   std::int64_t firstData = 0;                ///< seconds since the epoch, 0 before the first data
   std::int64_t lastLine = 0;
@@ -61,7 +78,7 @@ std::optional<std::string> DueStatusLine(TransferSink& body, std::int64_t now);
 std::int32_t SaturatingInt(std::string_view text);
 
 /// The number after the first "Content-Length: " (any case), 0 if there is none or it is negative.
-std::int32_t AnnouncedLength(std::string_view headers);
+std::int32_t AnnouncedLength(const std::string& headers);
 
 /// The status of the first status line, or of the next one when the first is 100; 0 if there is none.
 std::int32_t HttpStatus(std::string_view headers);

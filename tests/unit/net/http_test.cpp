@@ -1,6 +1,8 @@
 #include <QSbase/net/http.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
@@ -17,6 +19,7 @@
 
 #include <QSbase/net/httptransfer.h>
 #include <QSbase/net/sigpipeguard.h>
+#include <QSbase/text/qsstring.h>
 #include <common/tempdir.h>
 
 #ifndef _WIN32
@@ -336,6 +339,52 @@ TEST(HttpContentLength, Parsed) {
   }
 }
 
+TEST(HttpContentLength, ReadFromAGrowingTextAsFromTheWhole) {
+  const std::string nul(1, '\0');
+  const std::string texts[] = {
+      "HTTP/1.1 200 OK\r\nX: y\r\ncontent-length: 123\r\nContent-Length: 4\r\n\r\n",
+      "Content-Length: Content-Length: 7\r\n",
+      "CCContent-Length:\r\nContent-Length: \r\n \t 42\r\n43",
+      "Content-Length: -5\r\n6",
+      "Content-Length: +5 6",
+      "Content-Length: +-5",
+      "Content-Length: 99999999999 1",
+      "Content-Length: " + nul + "5",
+      "Content-Length: 5" + nul + "6",
+      "a" + nul + "Content-Length: 5\r\n",
+      "Content-Len" + nul + "gth: 5\r\nContent-Length: 5\r\n",
+  };
+  for (const std::string& text : texts) {
+    for (std::size_t step = 1; step <= text.size(); ++step) {
+      LengthReader reader;
+      for (std::size_t size = std::min(step, text.size()); size <= text.size(); size += step) {
+        const std::string part = text.substr(0, size);
+        const char* found = stristr(part.c_str(), "Content-Length: ");
+        const std::int32_t expected = found == nullptr ? 0 : std::max(0, SaturatingInt(found + 16));
+        ASSERT_EQ(reader.Read(part), expected) << part << " in steps of " << step;
+        ASSERT_EQ(AnnouncedLength(part), expected) << part;
+      }
+    }
+  }
+}
+
+// A server may send header lines without end: looking at the whole text again for each would take minutes here.
+TEST(HttpContentLength, ManyShortLinesTakeLinearTime) {
+  for (const std::string& start :
+       {std::string(), std::string("Content-Length: "), std::string("Content-Length: 5\r\n")}) {
+    std::string text = start;
+    LengthReader reader;
+    const auto begin = std::chrono::steady_clock::now();
+    for (int line = 0; line < 300000; ++line) {
+      text += start.size() == 16 ? " \r\n" : "c:\r\n";
+      reader.Read(text);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
+    text += start.size() == 16 ? "7\r\n" : "Content-Length: 7\r\n";
+    EXPECT_EQ(reader.Read(text), start.size() == 19 ? 5 : 7);
+  }
+}
+
 TEST(HttpSaturatingInt, AgreesWithTheCLibrary) {
   for (int value = -70000; value <= 70000; ++value) {
     const std::string text = std::to_string(value);
@@ -548,11 +597,15 @@ TEST(HttpHeaderReceiver, GathersAndTellsTheWholeText) {
 
 TEST(HttpHeaderReceiver, GoesOnWithoutMemory) {
   TransferSink header;
-  EXPECT_EQ(Header(header, "a\r\n"), 3u);
+  EXPECT_EQ(Header(header, "Content-Length: 5\r\n"), 19u);
   header.reallocate = &NoMemory;
   EXPECT_EQ(Header(header, "b\r\n"), 3u);
   EXPECT_EQ(header.Bytes(), "");
   EXPECT_EQ(Header(header, ""), 0u);
+  header.reallocate = &std::realloc;
+  EXPECT_EQ(Header(header, "Content-Length: 6\r\n"), 19u);
+  EXPECT_EQ(header.Bytes(), "Content-Length: 6\r\n");
+  EXPECT_EQ(header.contentLength, 6) << "of the text that is held";
 }
 
 TEST(HttpHeaderReceiver, HoldsAnExceptionAndAborts) {
