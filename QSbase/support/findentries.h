@@ -38,7 +38,7 @@ enum class EntryDetail {
 /// an empty last component or a directory that cannot be read.
 void FindEntries(const std::string& path, LinkRule rule, EntryDetail detail, std::vector<DirEntry>& out);
 
-/// The write time as local date and time, milliseconds 0.
+/// The write time as local date and time, milliseconds 0; what a date-time cannot hold is its first or last second.
 QsDateTime EntryDate(const DirEntry& entry);
 
 }  // namespace qsbase::detail

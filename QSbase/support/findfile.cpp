@@ -21,6 +21,8 @@ constexpr const char* kDirectoryEnds = "\\:";
 constexpr const char* kDirectoryEnds = "\\";
 #endif
 
+constexpr int kLastYear = 9999;  // of a QsDateTime
+
 char FoldCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 bool MatchesOne(char pattern, char c) { return pattern == '?' || FoldCase(pattern) == FoldCase(c); }
@@ -100,10 +102,15 @@ void FindEntries(const std::string& path, LinkRule rule, EntryDetail detail, std
   }
 }
 
+// A time that no date-time can hold must not read as "not set": a file of the far future would count as the oldest.
 QsDateTime EntryDate(const DirEntry& entry) {
   std::tm parts;
-  if (!BreakDownLocal(entry.written, parts)) {
-    return QsDateTime();
+  const bool known = BreakDownLocal(entry.written, parts);
+  if (entry.written > 0 && (!known || parts.tm_year > kLastYear - 1900)) {
+    return QsDateTime(kLastYear, 12, 31, 23, 59, 59, 0);
+  }
+  if (!known || parts.tm_year < 1 - 1900) {
+    return QsDateTime(1, 1, 1, 0, 0, 0, 0);
   }
   return QsDateTime(parts.tm_year + 1900, parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
                     0);

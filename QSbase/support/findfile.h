@@ -71,8 +71,8 @@ class QSBASE_API CQsFindFile {
   /// Whether the current entry is "." or "..".
   virtual bool IsThisDir_PrevDir() const;
 
-  /// The time of the last write as local date and time, milliseconds 0; the unset date-time (0.0) while there is no
-  /// current entry.
+  /// The time of the last write as local date and time, milliseconds 0; beyond the years 1 to 9999 their first or last
+  /// second. The unset date-time (0.0) while there is no current entry.
   virtual QsDateTime FileDate() const;
 
  private:

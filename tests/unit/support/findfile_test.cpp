@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <limits>
 #include <list>
 #include <new>
 #include <string>
@@ -293,6 +295,49 @@ TEST(FindFile, SummerTimeOfTheFileCountsNotOfToday) {
   ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), winter, 0), 0);
   ASSERT_NE(find.FindFirst(), -1);
   EXPECT_EQ(find.FileDate(), QsDateTime(2024, 1, 11, 20, 6, 40, 0));
+}
+
+// Times of file systems that keep 64 bits, tried without one.
+TEST(FindFile, ATimeThatNoDateHoldsIsTheFirstOrLastSecond) {
+  setenv("TZ", "UTC", 1);
+  tzset();
+  const QsDateTime first(1, 1, 1, 0, 0, 0, 0);
+  const QsDateTime last(9999, 12, 31, 23, 59, 59, 0);
+  constexpr std::int64_t kEndOf9999 = 253402300799;
+  constexpr std::int64_t kStartOf1 = -62135596800;
+  constexpr std::int64_t kLargestYear = 67768036191676799;    // its year is INT_MAX: 1900 more than tm_year can take
+  constexpr std::int64_t kSmallestYear = -67768040609740800;  // tm_year is INT_MIN
+  constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+  constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+  const auto date = [](std::int64_t written) {
+    qsbase::detail::DirEntry entry;
+    entry.written = written;
+    return qsbase::detail::EntryDate(entry);
+  };
+  for (const std::int64_t late : {kEndOf9999, kEndOf9999 + 1, kLargestYear, kLargestYear + 1, kMax}) {
+    EXPECT_EQ(date(late), last) << late;
+  }
+  for (const std::int64_t early : {kStartOf1, kStartOf1 - 1, kSmallestYear, kSmallestYear - 1, kMin}) {
+    EXPECT_EQ(date(early), first) << early;
+  }
+  EXPECT_EQ(date(kEndOf9999 - 1), QsDateTime(9999, 12, 31, 23, 59, 58, 0));
+  EXPECT_EQ(date(kStartOf1 + 1), QsDateTime(1, 1, 1, 0, 0, 1, 0));
+  EXPECT_EQ(date(-1), QsDateTime(1969, 12, 31, 23, 59, 59, 0));
+}
+
+TEST(FindFile, TheLastEntryStaysCurrentAtTheEnd) {
+  const TempDir dir;
+  dir.Write("only.txt", "four");
+  CQsFindFile find(dir.Path(), "*.txt", 0);
+  ASSERT_NE(find.FindFirst(), -1);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(find.FindNext(), -1);
+    EXPECT_EQ(find.Filename(), "only.txt");
+    EXPECT_EQ(find.FileSize(), 4U);
+  }
+  std::filesystem::remove(dir / "only.txt");
+  EXPECT_EQ(find.FindFirst(), -1);
+  EXPECT_EQ(find.Filename(), "");
 }
 
 TEST(FindFile, NamesNeedNoEncoding) {
