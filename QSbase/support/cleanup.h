@@ -3,7 +3,9 @@
 ///
 /// Names in lists are relative to the listed directory, those of sub-directories with "\": "sub\name". A symbolic link
 /// is never followed below the directory that the caller names: it is listed, counted and removed itself, as a file.
-/// On Linux an entry whose name holds a "\" is left out, so that no deletion can leave its tree.
+/// On Linux an entry whose name holds a "\" is left out, so that no deletion can leave its tree. An empty dir is the
+/// current directory, but for QsDeleteDirectoryRecurse, which refuses it. Paths end at 2047 characters
+/// (QsTranslateFilename): what lies deeper is neither listed nor deleted.
 ///
 /// Nothing throws but for want of memory; a directory that is missing or unreadable lists as empty and counts as 0. No
 /// locks and no state: any thread may call. What appears or vanishes while a call runs is found or not; a file that is
@@ -22,7 +24,8 @@
 /// Lists dir into out, which is cleared first. The order is that of the operating system; nothing is sorted.
 ///
 /// \param pattern  as in CQsFindFile; "*.*" is the same as "*". With flag 4, entries below a sub-directory whose own
-///                 name matches a pattern other than "*" appear twice.
+///                 name matches a pattern other than "*" appear twice. It should hold no separator: names
+///                 found by "sub\*.log" come without the "sub\".
 /// \param flags    1 files; 2 directories; 4 descend into sub-directories, also into those that are not listed
 ///                 themselves; 8 leave out names that begin with "." (they are still descended into); 16 and 32
 ///                 (hidden, system) change nothing: such entries are always listed. Without 1 and 2 the list stays
@@ -39,8 +42,8 @@ QSBASE_API void QsBuildFileListTimeAgeSorted(const std::string& dir, const std::
 /// Deletes every file in the whole tree of dir that was last written more than ageMinutes minutes ago, read-only ones
 /// too, sparing the sub-tree omitDir. Directories stay. Failed deletions are not reported.
 ///
-/// omitDir is a full path below dir, or a path relative to it that is shorter than dir. It spares its sub-tree only
-/// when dir is given with its trailing separator: with "C:\logs" and "C:\logs\keep" nothing is spared. An omitDir
+/// omitDir is a full path below dir, or a path relative to it that is shorter than dir. A full path spares its sub-tree
+/// only when dir is given with its trailing separator: with "C:\logs" and "C:\logs\keep" nothing is spared. An omitDir
 /// outside of dir, and one equal to dir, spare nothing either. "/" and "\" are equal here.
 ///
 /// The age is counted in the local clock, as the write times are: after daylight-saving time began or ended it is an

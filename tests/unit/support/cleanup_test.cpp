@@ -353,6 +353,30 @@ TEST_F(CleanupDir, SparesTheOmittedTreeWithATrailingSeparator) {
   }
 }
 
+TEST_F(CleanupDir, AShortRelativeOmitSparesWithoutTheTrailingSeparatorToo) {
+  WriteAged(dir, "a", 5);
+  WriteAged(dir, "keep/c", 5);
+  QsCleanupDir(dir.Path(), "keep", 0);
+  EXPECT_THAT(List(dir.Path(), "*", 5), ElementsAre("keep\\c"));
+}
+
+TEST_F(CleanupDir, AnEmptyDirectoryIsTheCurrentOne) {
+  WriteAged(dir, "a", 5);
+  WriteAged(dir, "keep/c", 5);
+  ASSERT_EQ(chdir(dir.Path().c_str()), 0);
+  QsCleanupDir("", "keep", 0);
+  EXPECT_THAT(List(dir.Path(), "*", 5), ElementsAre("keep\\c"));
+  EXPECT_EQ(QsCleanupDirectory("keep", 0, "*", false), 1U);
+  EXPECT_EQ(QsCleanupDirectory("", 0, "*", false), 0U);
+  ASSERT_EQ(chdir("/"), 0);
+}
+
+TEST_F(CleanupDir, TheLongestAgeDeletesNothing) {
+  WriteAged(dir, "a", 500000);
+  QsCleanupDir(dir.Path(), "", 4294967295U);
+  EXPECT_THAT(List(dir.Path(), "*", 5), ElementsAre("a"));
+}
+
 TEST_F(CleanupDir, SparesADeepTreeGivenWithSlashes) {
   WriteAged(dir, "a/keep/c", 5);
   WriteAged(dir, "a/d", 5);
