@@ -114,13 +114,12 @@ int CompareContents(OsFile& a, OsFile& b, unsigned blockSize) {
 std::string StreamContent(std::FILE* stream) {
   std::string content;
   const long size = std::fseek(stream, 0, SEEK_END) == 0 ? std::ftell(stream) : -1;
-  if (size < 0) {
+  if (size < 0 || std::fseek(stream, 0, SEEK_SET) != 0) {
     return content;
   }
-  std::fseek(stream, 0, SEEK_SET);
   Allocate(content, static_cast<std::uint64_t>(size), "buffer", __LINE__);
   content.resize(std::fread(content.data(), 1, content.size(), stream));
-  std::fseek(stream, 0, SEEK_SET);
+  std::rewind(stream);
   return content;
 }
 

@@ -5,18 +5,23 @@
 
 #include <QSbase/support/fileos.h>
 
+namespace {
+
+std::FILE* OpenStream(const char* name, const char* mode) {
+  return name == nullptr || mode == nullptr ? nullptr : qsbase::detail::OsOpenStream(name, mode);
+}
+
+}  // namespace
+
 QsFile::QsFile() : _stream(nullptr) {}
 
-QsFile::QsFile(const char* name, const char* mode) : _stream(nullptr) { QsFile::Open(name, mode); }
+QsFile::QsFile(const char* name, const char* mode) : _stream(OpenStream(name, mode)) {}
 
 QsFile::~QsFile() { QsFile::Close(); }
 
 bool QsFile::Open(const char* name, const char* mode) {
   Close();
-  if (name == nullptr || mode == nullptr) {
-    return false;
-  }
-  _stream = qsbase::detail::OsOpenStream(name, mode);
+  _stream = OpenStream(name, mode);
   return IsOpen();
 }
 

@@ -148,7 +148,7 @@ std::FILE* OsOpenStream(const std::string& path, const char* mode) {
   } while (stream == nullptr && errno == EINTR);
   struct stat status;
   if (stream != nullptr && fstat(fileno(stream), &status) == 0 && S_ISDIR(status.st_mode)) {
-    std::fclose(stream);
+    (void)std::fclose(stream);
     errno = EISDIR;
     return nullptr;
   }

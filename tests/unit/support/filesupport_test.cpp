@@ -1468,8 +1468,8 @@ TEST_F(FileSupportTest, AtomicSaveWithoutSpaceLeavesTheTargetWhole) {
 
 TEST_F(FileSupportTest, KilledSaversLeaveTheTargetWhole) {
   const std::string path = _dir / "target";
-  const std::string first(100000, 'A');
-  const std::string second(250000, 'B');
+  const std::string first(30000, 'A');
+  const std::string second(70000, 'B');
   ASSERT_TRUE(QsAtomicSaveBinaryFile(path, first, true));
   int firstSeen = 0;
   int secondSeen = 0;
@@ -1491,7 +1491,7 @@ TEST_F(FileSupportTest, KilledSaversLeaveTheTargetWhole) {
       }
       _exit(1);
     }
-    for (int reads = 0; reads < round % 20 + 1; ++reads) {
+    for (int reads = 0; reads < round % 8 + 1; ++reads) {
       EXPECT_TRUE(checkTarget());
       usleep(static_cast<useconds_t>(round * 37 % 500));
     }
