@@ -158,13 +158,14 @@ class Assembler {
   int _values = 0;
 };
 
-/// Decodes what is left of a line character by character. Returns the number of illegal ones.
+/// Decodes what is left of a line character by character. Returns the number of illegal ones, those included that stand
+/// behind the last byte's group.
 template <class Value>
 std::size_t DecodeRest(const unsigned char* text, std::size_t length, unsigned char* output, std::size_t count,
                        Value valueOf) {
   Assembler assembler(output, count);
   std::size_t illegal = 0;
-  for (std::size_t i = 0; i < length && !assembler.IsFull(); ++i) {
+  for (std::size_t i = 0; i < length; ++i) {
     const unsigned char value = valueOf(text[i]);
     if (value == kXxIllegal) {
       ++illegal;

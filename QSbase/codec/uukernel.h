@@ -24,7 +24,7 @@ std::size_t UuEncodeLines(const unsigned char* input, std::size_t length, unsign
 /// end.
 void UuDecodeLine(const unsigned char* text, std::size_t length, unsigned char* output, std::size_t count);
 
-/// The same for XX; characters outside the alphabet are skipped. Returns their number.
+/// The same for XX; characters outside the alphabet are skipped. Returns their number in all of the line.
 std::size_t XxDecodeLine(const unsigned char* text, std::size_t length, unsigned char* output, std::size_t count);
 
 }  // namespace qsbase::detail

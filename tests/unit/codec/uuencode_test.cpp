@@ -128,7 +128,7 @@ Result SlowDecode(const std::string& text, bool isXx) {
       return {-6, "", result.illegal, 0};
     }
     std::string bits;
-    for (std::size_t i = 1; i < line.size() && bits.size() / 24 * 3 < static_cast<std::size_t>(count); ++i) {
+    for (std::size_t i = 1; i < line.size(); ++i) {
       unsigned int value = (static_cast<unsigned char>(line[i]) + 32u) % 64u;
       if (isXx) {
         const std::size_t digit = line[i] == '\0' ? 0 : kXxDigits.find(line[i]);
@@ -336,6 +336,11 @@ TEST(UuDecode, XxIllegalCharacters) {
   EXPECT_EQ(Decode(std::string("1\0\0\0\0", 5), kXx).data, std::string(3, '\0'));
   EXPECT_EQ(Decode(std::string("1\0\0\0\0", 5), kXx).illegal, 0u);
   EXPECT_EQ(Decode("#ab}~").illegal, 0u);  // UU takes any character
+  // They count behind the last byte's group too, which only the end of a text can have.
+  EXPECT_EQ(Decode("1Eq3o!!", kXx).data, "Cat");
+  EXPECT_EQ(Decode("1Eq3o!!", kXx).illegal, 2u);
+  EXPECT_EQ(Decode("1Eq3oE!q\r\n+", kXx).data, "Cat");
+  EXPECT_EQ(Decode("1Eq3oE!q\r\n+", kXx).illegal, 1u);
 }
 
 TEST(UuDecode, SkipsTheHeader) {
