@@ -451,6 +451,13 @@ void StoreResult(CYEncData* header, const YEncDecoded& decoded, const char* outp
   }
 }
 
+/// Of an empty input the record tells as of any other: what an earlier decode left there would pass for its result.
+void StoreEmptyResult(CYEncData* header, int status) {
+  if (status == kCoderOk) {
+    StoreResult(header, YEncDecoded{0, 0}, nullptr);
+  }
+}
+
 char ToUpper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
 
 }  // namespace
@@ -525,6 +532,7 @@ int CEncodeDecode::DecodeYEnc(const char* input, unsigned int length, char** out
                               int flags, CYEncData* header) {
   int status = kCoderOk;
   if (IsCoderCallOver(input, length, output, outputLength, status)) {
+    StoreEmptyResult(header, status);
     return status;
   }
   status = SelectData(input, length, flags, header);
@@ -550,6 +558,7 @@ int CEncodeDecode::DecodeYEncInline(char* buffer, unsigned int length, unsigned 
                                     CYEncData* header) {
   int status = kCoderOk;
   if (IsInlineCallOver(buffer, length, outputLength, status)) {
+    StoreEmptyResult(header, status);
     return status;
   }
   const char* data = buffer;

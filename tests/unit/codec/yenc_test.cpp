@@ -380,6 +380,21 @@ TEST(YEncDecode, CrcIsComputedWhenTheTrailerHasOne) {
   EXPECT_TRUE(own.CompareCRC());
 }
 
+TEST(YEncDecode, AnEmptyInputLeavesNoResultOfAnEarlierDecode) {
+  for (bool isInline : {false, true}) {
+    CYEncData header;
+    header.consumedLength = 9;
+    header.crcText = header.computedCrcText = "352441C2";
+    EXPECT_EQ(isInline ? DecodeInline("", kFind, &header) : Decode("", kFind, &header), "");
+    EXPECT_EQ(header.consumedLength, 0u);
+    EXPECT_EQ(header.computedCrcText, "00000000");
+    EXPECT_FALSE(header.CompareCRC());
+    header.crcText.clear();
+    EXPECT_EQ(isInline ? DecodeInline("", 0, &header) : Decode("", 0, &header), "");
+    EXPECT_EQ(header.computedCrcText, "");
+  }
+}
+
 TEST(YEncDecode, OfAPartTheFirstCrcCounts) {
   const std::string start =
       "=ybegin part=1 line=128 size=9 name=a\r\n=ypart begin=1 end=3\r\n\x8B\x8C\x8D\r\n=yend size=3 ";
