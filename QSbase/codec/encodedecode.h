@@ -219,7 +219,9 @@ class QSBASE_API CEncodeDecode {
 
   /// yEnc 1.3 in lines of `header.lineLength` columns (0 gives -6), one longer where an escape falls on the border.
   /// Each line ends with CR LF. TAB and "." are escaped everywhere, unless 0x4000. With 0x1000 the "=ybegin", "=ypart"
-  /// (for a part) and "=yend" lines are written around, from the header's fields and the input's CRC-32. \code
+  /// (for a part) and "=yend" lines are written around, from the header's fields and the input's CRC-32.
+  ///
+  /// \code
   /// CYEncData header;
   /// header.name = "a.bin";
   /// std::string text;
@@ -246,7 +248,8 @@ class QSBASE_API CEncodeDecode {
   /// Finds the first line that begins with "=ybegin " and, behind it, the first one that begins with "=yend ".
   /// `blockBegin` and `blockEnd` enclose both lines and the line breaks behind; `dataStart` and `dataLength` are the
   /// text between them without further lines that begin with "=y" at its start. They point into the input. `header` may
-  /// be null; otherwise all its fields are set: those that the lines do not carry to -1 (part, total), 0 or empty.
+  /// be null; otherwise all its fields are set: those that the lines do not carry to -1 (part, total), 0 or empty. The
+  /// name goes up to the next "=y" or the header's end; a number within it counts only where there is none around it.
   /// Returns -7 when either line is missing, for an empty input too: then the pointers are null, the length is 0 and
   /// the header is as it was. Blocks in a row: go on at `blockEnd`.
   static int FindYEncDataBlock(const char* input, unsigned int length, const char*& blockBegin, const char*& blockEnd,

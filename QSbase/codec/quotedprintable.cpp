@@ -291,7 +291,7 @@ using namespace qsbase::detail;
 
 namespace {
 
-/// From this length on the encoder leaves blanks alone.
+/// Above this length the encoder leaves blanks alone.
 constexpr unsigned int kShortText = 0x100000;
 /// A text whose largest possible size is within this needs no measuring.
 constexpr std::uint64_t kUnmeasuredSize = 0x40000;
