@@ -132,6 +132,7 @@ TEST(EncodeDecode, TheFlagsSelectTheEncoder) {
   EXPECT_EQ(EncodeText("Cat ", kQP), (Outcome{0, "Cat=20"}));
   EXPECT_EQ(EncodeText("Cat", kUU), (Outcome{0, "#0V%T\r\n`\r\n"}));
   EXPECT_EQ(EncodeText("Cat", kXX), (Outcome{0, "1Eq3o\r\n+\r\n"}));
+  EXPECT_EQ(EncodeText("Cat", kDetect), (Outcome{0, "#0V%T\r\n`\r\n"}));
   EXPECT_EQ(EncodeText("abc", kYEnc), (Outcome{0, "\x8B\x8C\x8D\r\n"}));
 }
 
@@ -168,6 +169,13 @@ TEST(EncodeDecode, TheFirstSelectionCounts) {
   EXPECT_EQ(DecodeText("Q2F0", all & ~kBase64), (Outcome{0, "Q2F0"}));
   EXPECT_EQ(DecodeText("\x8B\x8C\x8D", kYEnc | kBinHex), (Outcome{0, "abc"}));
   EXPECT_EQ(DecodeInline("Q2F0", all), (Outcome{0, "Cat"}));
+  EXPECT_EQ(DecodeInline("Q2F0=\n", all & ~kBase64), (Outcome{0, "Q2F0"}));
+  EXPECT_EQ(DecodeInline("\x8B\x8C\x8D", kYEnc | kBinHex), (Outcome{0, "abc"}));
+  for (const int select : {kUU, kXX, kDetect}) {
+    const std::string text = select == kXX ? "1Eq3o" : "#0V%T";
+    EXPECT_EQ(DecodeText(text, select | kYEnc | kBinHex), (Outcome{0, "Cat"})) << select;
+    EXPECT_EQ(DecodeInline(text, select | kYEnc | kBinHex), (Outcome{0, "Cat"})) << select;
+  }
 }
 
 TEST(EncodeDecode, NothingSelectedIsAnError) {
