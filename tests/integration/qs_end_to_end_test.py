@@ -189,7 +189,7 @@ class Peer(http.server.ThreadingHTTPServer):
 
 
 class Case(unittest.TestCase):
-    maxDiff = None
+    maxDiff = 2000
 
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory(prefix="qs-test-")
@@ -418,6 +418,7 @@ class Fetch(Case):
         loud = self.fetch(url).stdout.decode().splitlines()
         self.assertRegex(loud[0], r"\tI\tStored '.*a\.txt'")
         self.assertRegex(loud[-2], r"^File ")
+        self.assertIn("", loud)
         quiet = self.fetch(url, "-q").stdout.decode().splitlines()
         self.assertEqual(len(quiet), 2)
 

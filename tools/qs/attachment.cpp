@@ -238,6 +238,32 @@ UueBody ReadUueBody(std::string_view text, std::size_t start) {
   return body;
 }
 
+// What the first character of a line announces; -1 for a character that cannot stand there.
+int AnnouncedCount(char c, Encoding encoding) {
+  static constexpr std::string_view kXXDigits = "+-0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+  if (encoding == Encoding::UU) {
+    return c >= ' ' && c <= '`' ? (c - ' ') & 63 : -1;
+  }
+  const std::size_t digit = kXXDigits.find(c);
+  return digit == std::string_view::npos ? -1 : static_cast<int>(digit);
+}
+
+// The decoder takes what a line lacks for zeros when that is little. Here every announced byte must be there.
+bool HasShortLine(std::string_view text, Encoding encoding) {
+  LineReader lines(text);
+  while (lines.Next()) {
+    if (lines.Line().empty()) {
+      continue;
+    }
+    const int count = AnnouncedCount(lines.Line().front(), encoding);
+    const std::size_t needed = count < 0 ? 0 : (static_cast<std::size_t>(count) * 8 + 5) / 6;
+    if (count < 0 || lines.Line().size() - 1 < needed) {
+      return true;
+    }
+  }
+  return false;
+}
+
 bool HasForeignUuChar(std::string_view lines) {
   return std::any_of(lines.begin(), lines.end(),
                      [](char c) { return c != '\r' && c != '\n' && (c < 0x20 || c > 0x60); });
@@ -464,7 +490,7 @@ std::optional<Attachment> DecodeByExtension(std::string_view text, const std::st
   }
   if (extension == "uu" || extension == "uue" || extension == "xx" || extension == "xxe") {
     if (const Encoding kind = UueKind(text); kind != Encoding::None) {
-      return DecodeUueLines(ReadUueBody(text, 0).lines, kind);
+      return DecodeUueLines(text, kind);
     }
   }
   return std::nullopt;
@@ -501,8 +527,7 @@ std::string NormalizeQuotedPrintable(std::string_view text) {
     const std::string_view line = TrimRight(lines.Line());
     const std::size_t breakAt = lines.Begin() + lines.Line().size();
     normal += line;
-    const bool soft = !line.empty() && line.back() == '=';
-    if (soft && breakAt < lines.End()) {
+    if (EndsWith(line, "=")) {
       normal += "\r\n";
     } else {
       normal += text.substr(breakAt, lines.End() - breakAt);
@@ -617,7 +642,7 @@ Attachment DecodeBase64Text(std::string_view text) {
   const std::string_view tail = Trim(text.substr(padding));
   const auto pads = std::count(tail.begin(), tail.end(), '=');
   if (foreign > 0) {
-    Report(result, std::to_string(foreign) + " characters outside the alphabet");
+    Report(result, Count(static_cast<std::size_t>(foreign), "character") + " outside the alphabet");
   } else if (tail.find_first_not_of("= \t\r\n") != std::string_view::npos) {
     Report(result, "more text behind the padding");
   } else if (digits % 4 == 1 || (digits + pads) % 4 != 0) {
@@ -634,7 +659,7 @@ Attachment DecodeQuotedPrintableText(std::string_view text) {
   }
   std::string coded = NormalizeQuotedPrintable(text);
   // An escape is decoded only when something follows it.
-  const bool helped = !coded.empty() && coded.back() != '=' && coded.back() != '\n';
+  const bool helped = !EndsWith(coded, "\n");
   if (helped) {
     coded += '\n';
   }
@@ -650,14 +675,15 @@ Attachment DecodeQuotedPrintableText(std::string_view text) {
     result.data.pop_back();
   }
   if (coder.GetNumberIllegalChars() > 0) {
-    Report(result, std::to_string(coder.GetNumberIllegalChars()) + " escapes that are not hexadecimal");
+    Report(result, Count(coder.GetNumberIllegalChars(), "escape") + " without hex digits");
   }
   return result;
 }
 
-Attachment DecodeUueLines(std::string_view lines, Encoding encoding) {
+Attachment DecodeUueLines(std::string_view text, Encoding encoding) {
   Attachment result;
   result.encoding = encoding;
+  const std::string_view lines = ReadUueBody(text, 0).lines;
   if (!FitsCoder(lines, result)) {
     return result;
   }
@@ -670,7 +696,9 @@ Attachment DecodeUueLines(std::string_view lines, Encoding encoding) {
     return result;
   }
   result.data = buffer.Text();
-  if (encoding == Encoding::XX ? coder.GetNumberIllegalChars() > 0 : HasForeignUuChar(lines)) {
+  if (HasShortLine(lines, encoding)) {
+    Report(result, StatusText(-6));
+  } else if (encoding == Encoding::XX ? coder.GetNumberIllegalChars() > 0 : HasForeignUuChar(lines)) {
     Report(result, "characters outside the alphabet");
   }
   return result;

@@ -49,8 +49,9 @@ std::vector<Attachment> ExtractAttachments(std::string_view content, const std::
 Attachment DecodeBase64Text(std::string_view text);
 /// A quoted-printable text (RFC 2045, 6.7). Blanks at the end of a line are dropped, as the RFC demands.
 Attachment DecodeQuotedPrintableText(std::string_view text);
-/// The data lines of a UU or XX text, without "begin" and "end".
-Attachment DecodeUueLines(std::string_view lines, Encoding encoding);
+/// The data lines of a UU or XX text, without "begin". The terminator and "end" may be missing; nothing behind "end" is
+/// looked at. Every byte that a line announces must be there.
+Attachment DecodeUueLines(std::string_view text, Encoding encoding);
 /// One "=ybegin" to "=yend" block. Its end may be missing, which is a problem.
 Attachment DecodeYEncBlock(std::string_view block);
 /// A BinHex text from its marker line on. The CRC of the data fork is checked.

@@ -83,7 +83,6 @@ std::size_t CountSurprises(const std::vector<std::string>& names, const std::vec
 }
 
 int Report(const std::vector<std::string>& names, const std::vector<Outcome>& outcomes, const std::string& folder) {
-  std::fflush(stdout);
   std::printf("\n");
   PrintTable(stdout, outcomes);
   if (Interrupted()) {

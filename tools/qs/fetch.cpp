@@ -193,7 +193,9 @@ int RunFetch(const FetchOptions& options) {
     PrintError(problem);
     return kExitFailed;
   }
-  std::fflush(stdout);
+  if (!options.quiet && !outcomes.empty()) {
+    std::printf("\n");
+  }
   PrintTable(stdout, outcomes);
   if (Interrupted()) {
     PrintError("interrupted");

@@ -148,11 +148,6 @@ std::string SplitParameterName(std::string_view written, int& section, bool& ext
   return name.substr(0, star);
 }
 
-std::string Unescape(std::string text) {
-  CEncodeDecode::UnescapeHexString(text, '%');
-  return text;
-}
-
 // Splits charset'language'text; text without the quotes has no charset.
 std::string TakeCharset(std::string& text) {
   const std::size_t first = text.find('\'');
@@ -179,7 +174,7 @@ std::string JoinSections(const Sections& sections) {
       if (number == 1) {
         charset = TakeCharset(text);
       }
-      text = Unescape(text);
+      text = PercentDecode(text);
     }
     joined += text;
   }
@@ -188,7 +183,7 @@ std::string JoinSections(const Sections& sections) {
 
 std::string ExtendedValue(std::string text) {
   const std::string charset = TakeCharset(text);
-  return ToUtf8(Unescape(text), charset);
+  return ToUtf8(PercentDecode(text), charset);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "origin.h"
 
-#include <QSbase/codec/encodedecode.h>
 #include <QSbase/errors.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/text/qschar.h>
@@ -159,7 +158,7 @@ std::string Origin::ResponseTo(std::string_view request) const {
   const bool withBody = method == "GET";
   std::string name(line.substr(first + 1, second - first - 1));
   name = name.substr(std::min<std::size_t>(name.size(), 1), name.find('?') - 1);
-  CEncodeDecode::UnescapeHexString(name, '%');
+  name = PercentDecode(name);
   const auto found = _files.find(name);
   if (found == _files.end()) {
     return Response("404 Not Found", "", "There is no such article.\n", withBody);

@@ -1,5 +1,7 @@
 #include "text.h"
 
+#include <QSbase/codec/encodedecode.h>
+
 #include <algorithm>
 
 namespace qs {
@@ -63,6 +65,26 @@ std::string_view WithoutLastBreak(std::string_view text) {
     }
   }
   return text;
+}
+
+std::string PercentDecode(std::string_view text) {
+  const auto isHex = [](char c) { return CEncodeDecode::IsHexChar(static_cast<unsigned char>(c)); };
+  std::string decoded;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && text.size() - i > 2 && isHex(text[i + 1]) && isHex(text[i + 2])) {
+      const auto high = static_cast<unsigned char>(text[i + 1]);
+      const auto low = static_cast<unsigned char>(text[i + 2]);
+      decoded += static_cast<char>(CEncodeDecode::GetHexValue(high, low));
+      i += 2;
+    } else {
+      decoded += text[i];
+    }
+  }
+  return decoded;
+}
+
+std::string Count(std::size_t number, const std::string& what) {
+  return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
 std::string Printable(std::string_view text) {

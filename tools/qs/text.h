@@ -42,6 +42,10 @@ bool EndsWith(std::string_view text, std::string_view suffix);
 bool StartsWithNoCase(std::string_view text, std::string_view prefix);
 /// What stands in front of the last line break of the text, when there is one at its end.
 std::string_view WithoutLastBreak(std::string_view text);
+/// Replaces every "%" and two hex digits by the byte that they stand for; any other "%" stays.
+std::string PercentDecode(std::string_view text);
+/// "1 line", "2 lines".
+std::string Count(std::size_t number, const std::string& what);
 /// Bytes that a terminal might obey are replaced by "?".
 std::string Printable(std::string_view text);
 

@@ -1,6 +1,5 @@
 #include "transfer.h"
 
-#include <QSbase/codec/encodedecode.h>
 #include <QSbase/errors.h>
 #include <QSbase/export.h>
 #include <QSbase/log/log.h>
@@ -65,9 +64,14 @@ int StatusOf(const QsInetHttpResponse& response) {
   if (response.httpCode != 0) {
     return response.httpCode;
   }
-  const std::size_t block = response.headers.rfind("HTTP/");
-  const std::size_t blank = block == std::string::npos ? block : response.headers.find(' ', block);
-  return blank == std::string::npos ? 0 : AsciiToInt(response.headers.c_str() + blank);
+  int status = 0;
+  for (LineReader lines(response.headers); lines.Next();) {
+    const std::size_t blank = lines.Line().find(' ');
+    if (StartsWith(lines.Line(), "HTTP/") && blank != std::string_view::npos) {
+      status = AsciiToInt(std::string(lines.Line().substr(blank)).c_str());
+    }
+  }
+  return status;
 }
 
 // The whole length in "Content-Range: bytes 5-9/10" or "bytes */10", 0 when it is unknown.
@@ -80,6 +84,14 @@ std::uint64_t TotalOf(const std::string& headers) {
                                     ? std::char_traits<char>::length(range)
                                     : std::string_view(range).find_first_of("\r\n"));
   return NumberAfter(line, "/");
+}
+
+std::string OneLine(const std::string& headers) {
+  std::string line;
+  for (LineReader lines(headers); lines.Next();) {
+    line += lines.Line().empty() ? "" : (line.empty() ? "" : "; ") + Printable(lines.Line());
+  }
+  return line;
 }
 
 std::string LocationOf(const std::string& headers) {
@@ -176,13 +188,14 @@ std::string Download::Run(const std::string& url, const TransferOptions& options
   }
   bool again = false;
   std::string problem = RunOnce(url, options, progress, again);
-  if (!again) {
-    return problem;
+  if (again) {
+    if (!Restart()) {
+      return "cannot start the download over (" + QsErrorMessage(QsGetLastError()) + ")";
+    }
+    problem = RunOnce(url, options, progress, again);
   }
-  if (!Restart()) {
-    return "cannot start the download over (" + QsErrorMessage(QsGetLastError()) + ")";
-  }
-  return RunOnce(url, options, progress, again);
+  _keep = _keep && !problem.empty();
+  return problem;
 }
 
 std::string Download::RunOnce(const std::string& url, const TransferOptions& options, Progress& progress, bool& again) {
@@ -199,7 +212,7 @@ std::string Download::RunOnce(const std::string& url, const TransferOptions& opt
   Watch watch{&progress, Stream(), 0, static_cast<std::uint64_t>(have), {}};
   const bool performed = QsInetHttp(request, response, &NoteText, &watch, &ShallAbort, &watch, 0);
   if (QsGetLogLevel() >= kHeaderLogLevel) {
-    QsLogMsg(kInfo | kHeaderLogLevel, "Response of " + DisplayUrl(url) + ": " + response.headers);
+    QsLogMsg(kInfo | kHeaderLogLevel, "Response of " + DisplayUrl(url) + ": " + OneLine(response.headers));
   }
   const int status = StatusOf(response);
   const std::uint64_t total = TotalOf(response.headers);
@@ -255,9 +268,7 @@ std::string UrlFileName(const std::string& url) {
   if (slash == std::string::npos) {
     return {};
   }
-  std::string name = path.substr(slash + 1);
-  CEncodeDecode::UnescapeHexString(name, '%');
-  return name;
+  return PercentDecode(path.substr(slash + 1));
 }
 
 }  // namespace qs

@@ -36,7 +36,7 @@ TEST(MimeName, ParameterForms) {
       {"no value", "attachment; filename", ""},
       {"empty value", "attachment; filename=", ""},
       {"open quote", "attachment; filename=\"a.txt", "a.txt"},
-      {"escape at the end", "attachment; filename*=utf-8''a%4", "a"},
+      {"escape cut at the end", "attachment; filename*=utf-8''a%4", "a%4"},
   };
   for (const Case& test : cases) {
     const qs::FieldValue value = qs::ParseFieldValue(test.field);

@@ -221,7 +221,7 @@ TEST(Base64, WholeTexts) {
   EXPECT_EQ(qs::DecodeBase64Text("Q2E=\r\n").problem, "");
   EXPECT_EQ(qs::DecodeBase64Text("Qw==").problem, "");
   EXPECT_EQ(qs::DecodeBase64Text("").problem, "");
-  EXPECT_EQ(qs::DecodeBase64Text("Q2*F0").problem, "1 characters outside the alphabet");
+  EXPECT_EQ(qs::DecodeBase64Text("Q2*F0").problem, "1 character outside the alphabet");
   EXPECT_EQ(qs::DecodeBase64Text("Q2E").problem, "the last group is incomplete") << "padding lost";
   EXPECT_EQ(qs::DecodeBase64Text("Q2F0Q").problem, "the last group is incomplete");
   EXPECT_EQ(qs::DecodeBase64Text("Q2E=Q2E=").problem, "more text behind the padding");
@@ -238,7 +238,7 @@ TEST(QuotedPrintable, WholeTexts) {
   EXPECT_EQ(decode("a=\r\n\r\nb").data, "a\r\nb");
   EXPECT_EQ(decode("a=  \nb  \nc").data, "ab\nc") << "blanks at the end of a line are none of the text";
   EXPECT_EQ(decode("a\nb=").data, "a\nb") << "a soft break without a line behind it";
-  EXPECT_EQ(decode("=G3").problem, "1 escapes that are not hexadecimal");
+  EXPECT_EQ(decode("=G3").problem, "1 escape without hex digits");
   EXPECT_EQ(decode("").problem, "");
 }
 

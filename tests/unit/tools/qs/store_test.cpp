@@ -114,6 +114,7 @@ TEST(Store, SavesAStream) {
 TEST(Urls, FileNames) {
   EXPECT_EQ(qs::UrlFileName("http://h/a/b.txt?x=/y#z"), "b.txt");
   EXPECT_EQ(qs::UrlFileName("http://h/a%20b.txt"), "a b.txt");
+  EXPECT_EQ(qs::UrlFileName("http://h/100%zz%4"), "100%zz%4") << "what is no escape stays";
   EXPECT_EQ(qs::UrlFileName("http://h"), "");
   EXPECT_EQ(qs::UrlFileName("http://h/"), "");
   EXPECT_EQ(qs::UrlFileName("http://h?q=/a.txt"), "");
