@@ -74,13 +74,13 @@ class LogFile {
  public:
   void Configure(const FileLoggingConfig& config) { _config = config; }
   void Write(std::string& line);
+  void Flush();
 
  private:
   bool IsConfigured() const;
   void Rotate();
   bool IsFull();
   bool MustAskSize();
-  void Flush();
 
   FileLoggingConfig _config;
   QsFile _file;
@@ -169,9 +169,17 @@ void LogFile::Rotate() {
 
 // ---- the stage ------------------------------------------------------------------------------------------------------
 
+/// Set in a thread that forks, from just before until just after. It holds the lock of the file meanwhile, and a fork
+/// handler of the host may log.
+thread_local bool forking = false;
+
 /// Console and file output of the process. The switches are read without the lock; everything about the file under it.
 class OutputStage {
  public:
+  OutputStage() {
+    qsbase::detail::OsAroundFork([] { Get().HoldForFork(); }, [] { Get().ReleaseAfterFork(); });
+  }
+
   static OutputStage& Get() {
     static qsbase::detail::Immortal<OutputStage> stage;
     return stage.value;
@@ -185,6 +193,8 @@ class OutputStage {
 
  private:
   void WriteToFile(std::string& line);
+  void HoldForFork();
+  void ReleaseAfterFork();
 
   std::mutex _fileLock;
   LogFile _file;
@@ -205,11 +215,28 @@ void OutputStage::Output(std::string& line) {
 void OutputStage::WriteToFile(std::string& line) {
   DeferredMessages messages;
   {
-    const std::lock_guard<std::mutex> lock(_fileLock);
+    std::unique_lock<std::mutex> lock(_fileLock, std::defer_lock);
+    if (!forking) {
+      lock.lock();
+    }
     const DeferScope scope(messages);
     _file.Write(line);
   }
   LogDeferred(messages);
+}
+
+/// A child would wait forever for a lock that another thread of its parent held, and write what the stream still
+/// buffered a second time.
+void OutputStage::HoldForFork() {
+  const LastErrorGuard keepLastError;
+  _fileLock.lock();
+  forking = true;
+  _file.Flush();
+}
+
+void OutputStage::ReleaseAfterFork() {
+  forking = false;
+  _fileLock.unlock();
 }
 
 void OutputStage::Configure(const FileLoggingConfig& config) {

@@ -12,7 +12,8 @@
 /// writing) is swallowed; a file that cannot be opened receives nothing until the next rotation.
 ///
 /// Every function may be called from any thread at any time: one lock serialises the file, so that no line is lost or
-/// torn. Callbacks and formatters run outside it, and what rotation itself logs goes to the new file.
+/// torn. Callbacks and formatters run outside it, and what rotation itself logs goes to the new file. A forked child
+/// may log too, to the same file; but each process rotates by itself, so only one of them should be left logging.
 #ifndef QSBASE_LOG_FILELOG_H
 #define QSBASE_LOG_FILELOG_H
 

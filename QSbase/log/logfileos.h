@@ -12,6 +12,10 @@ namespace qsbase::detail {
 /// it. -1 on failure. Any thread; may change the last-error code.
 std::int64_t OsStreamFileSize(std::FILE* stream) noexcept;
 
+/// Has \p before called by every thread that forks the process, just before, and \p after by the same thread just
+/// after, in the parent and in the child. Nothing to do where processes do not fork. Any thread.
+void OsAroundFork(void (*before)(), void (*after)()) noexcept;
+
 }  // namespace qsbase::detail
 
 #endif

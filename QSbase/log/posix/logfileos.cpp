@@ -1,5 +1,6 @@
 #include <QSbase/log/logfileos.h>
 
+#include <pthread.h>
 #include <sys/stat.h>
 
 namespace qsbase::detail {
@@ -8,5 +9,7 @@ std::int64_t OsStreamFileSize(std::FILE* stream) noexcept {
   struct stat status {};
   return fstat(fileno(stream), &status) == 0 ? std::int64_t{status.st_size} : -1;
 }
+
+void OsAroundFork(void (*before)(), void (*after)()) noexcept { pthread_atfork(before, after, after); }
 
 }  // namespace qsbase::detail

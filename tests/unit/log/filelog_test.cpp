@@ -24,6 +24,8 @@
 #include <vector>
 
 #ifndef _WIN32
+#include <pthread.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #endif
 
@@ -529,12 +531,15 @@ TEST_F(FileLog, AFileThatCannotBeOpenedReceivesNothing) {
   EXPECT_FALSE(fs::exists(LogPath()));
 }
 
-TEST_F(FileLog, ADirectoryInThePlaceOfTheFileIsNoTarget) {
+TEST_F(FileLog, ADirectoryInThePlaceOfTheFileIsMovedLikeOne) {
   fs::create_directory(LogPath());
   _dir.Write("log/my app.log/inside", "x");
   InitLogConfig(config, false);
-  EXPECT_NO_THROW(Log("text"));
-  EXPECT_NO_THROW(Log("text"));
+  EXPECT_NO_THROW(Log("one"));
+  EXPECT_NO_THROW(Log("two"));
+  ASSERT_EQ(Backups().size(), 1U) << "moved out of the way";
+  EXPECT_EQ(TempDir::Read(Backups()[0] + "/inside"), "x");
+  EXPECT_THAT(LogLines(), ElementsAre("one", "two"));
 }
 
 #ifndef _WIN32
@@ -554,6 +559,68 @@ TEST_F(FileLog, AFailedPositionQueryDoesNotRotate) {
   Log("lost");
   EXPECT_THAT(Backups(), IsEmpty());
   EXPECT_EQ(TempDir::Read(LogPath()), "text\n");
+}
+
+/// Runs \p body in a forked child; false when it does not come to its end within seconds.
+template <typename Body>
+bool EndsInAChild(Body body) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(20);
+    body();
+    _exit(0);
+  }
+  int status = -1;
+  return child > 0 && waitpid(child, &status, 0) == child && status == 0;
+}
+
+TEST_F(FileLog, AForkedChildMayLogWhileThreadsOfItsParentDo) {
+#ifdef QSBASE_TESTS_SANITIZED
+  GTEST_SKIP() << "the sanitizers' allocators have locks of their own that a child may inherit held";
+#endif
+  config.maxBackupFiles = 100000;
+  InitLogConfig(config, false);
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 2; ++t) {
+    threads.emplace_back([&stop] {
+      while (!stop) {
+        DoLogMsg(std::string(3000, 'x'));
+      }
+    });
+  }
+  bool ends = true;
+  for (int i = 0; i < 20 && ends; ++i) {
+    ends = EndsInAChild([] { Log("child"); });
+  }
+  stop = true;
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_TRUE(ends) << "a child hangs";
+}
+
+TEST_F(FileLog, AForkedChildDoesNotRepeatWhatItsParentBuffered) {
+  InitLogConfig(config, false);
+  QsSetLogLevel(3);
+  Log("parent");
+  EXPECT_TRUE(EndsInAChild([] {
+    Log("child");
+    std::fflush(nullptr);
+  }));
+  std::fflush(nullptr);
+  EXPECT_THAT(LogLines(), ElementsAre("Setting Log Level to 3", "parent", "child"));
+}
+
+TEST_F(FileLog, AForkHandlerOfTheHostMayLog) {
+  // Those registered first are the last to run before the fork and the first after it.
+  ASSERT_EQ(pthread_atfork([] { Log("before"); }, [] { Log("in the parent"); }, [] { Log("in the child"); }), 0);
+  InitLogConfig(config, false);
+  Log("text");
+  EXPECT_TRUE(EndsInAChild([] {}));
+  std::vector<std::string> lines = LogLines();
+  std::sort(lines.begin(), lines.end());
+  EXPECT_THAT(lines, ElementsAre("before", "in the child", "in the parent", "text"));
 }
 
 TEST(OsStreamFileSize, CountsWhatIsInTheFileAndFailsWithMinusOne) {
