@@ -58,7 +58,8 @@ struct QSBASE_API MsgEntry {
 /// May log itself, but must see to it that this ends. An exception it throws passes on to who logged.
 using LogCallback = void (*)(unsigned int flags, const char* text);
 
-/// Writes the line for \p entry into \p line (empty at the call); true when it is to be output.
+/// Writes the line for \p entry into \p line (empty at the call); true when it is to be output. What holds for a
+/// callback that logs or throws holds here too.
 using LogLineFormatter = bool (*)(const MsgEntry& entry, std::string& line);
 
 /// The type of a flag word: info when bit 28 is set, also beside others (kept: info takes precedence), else error for

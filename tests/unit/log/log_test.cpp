@@ -405,6 +405,33 @@ TEST(QsLogMsg, ACallbackMayLog) {
   EXPECT_THAT(log.Texts(), ElementsAre("outer", "inner"));
 }
 
+void Once(unsigned int, const char*) {
+  ++calls[0];
+  DisableLogCallback(&Once);
+}
+
+TEST(QsLogMsg, ACallbackMayDisableItself) {
+  const LineCapture lines;
+  SetLogCallback(&Once);
+  QsLogMsg(kInfo, std::string("to the callback"));
+  EXPECT_THAT(LineCapture::Lines(), IsEmpty());
+  QsLogMsg(kInfo, std::string("to the line"));
+  EXPECT_EQ(calls[0], 1);
+  EXPECT_EQ(LineCapture::Lines().size(), 1U);
+}
+
+TEST(QsLogMsg, CallbacksSeeATextUpToItsFirstZeroByte) {
+  const std::string text("a\0b", 3);
+  {
+    const LogCapture log;
+    QsLogMsg(kInfo, text);
+    EXPECT_THAT(log.Texts(), ElementsAre("a"));
+  }
+  const LineCapture lines;
+  QsLogMsg(kInfo, text);
+  EXPECT_EQ(LineCapture::Line(), "I\t" + text + "\t0\t" + Thread() + "\n");
+}
+
 TEST(QsLogMsg, RunsOnTheCallersThread) {
   static std::atomic<int> id{0};
   SetLogCallback([](unsigned int, const char*) { id = QsGetCurrentThreadId(); });
@@ -553,6 +580,27 @@ TEST(DefaultLogLine, TheFormatterDecidesWhatIsOutput) {
   DefaultLogLine(MsgEntry(kInfo, "entry"));
   std::fflush(stdout);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "<Set Console Logging to Enabled>\n<yes>\n<entry>\n");
+}
+
+TEST(DefaultLogLine, AFormatterMayLog) {
+  static std::vector<std::string> seen;
+  SetLogLineFormatter([](const MsgEntry& entry, std::string&) {
+    seen.push_back(entry.text);
+    if (entry.text == "outer") {
+      QsLogMsg(kInfo, std::string("inner"));
+    }
+    return false;
+  });
+  QsLogMsg(kInfo, std::string("outer"));
+  EXPECT_THAT(seen, ElementsAre("outer", "inner"));
+}
+
+TEST(DefaultLogLine, AnExceptionOfTheFormatterPassesOn) {
+  SetLogLineFormatter([](const MsgEntry& entry, std::string&) -> bool { throw ExBase(entry.text); });
+  QsSetLastError(77);
+  EXPECT_THROW(QsLogMsg(kInfo, "%s", "text"), ExBase);
+  EXPECT_THROW(DefaultLogLine(kInfo, "text"), ExBase);
+  EXPECT_EQ(QsGetLastError(), 77);
 }
 
 TEST(DefaultLogLine, IsFormattedAlsoWhenBothOutputsAreOff) {
