@@ -8,6 +8,7 @@
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/support/filedetail.h>
 #include <QSbase/support/fileos.h>
+#include <QSbase/support/findentries.h>
 #include <QSbase/support/paths.h>
 
 namespace qsbase::detail {
@@ -29,11 +30,6 @@ using namespace qsbase::detail;
 namespace {
 
 constexpr std::size_t kCopyBlock = 32768;
-
-void RemoveKeepingError(const std::string& path) {
-  const LastErrorGuard keep;
-  OsRemoveFile(path);
-}
 
 bool CopyContent(OsFile& from, OsFile& to) {
   to.CopyInSystem(from);
@@ -73,9 +69,29 @@ bool OpenTarget(const std::string& target, const FileStatus& source, bool failIf
 void DropCopy(const std::string& target, OsFile& to, bool created) {
   const LastErrorGuard keep;
   if (created) {
+    to.Close();  // some systems remove no open file
     OsRemoveFile(target);
   } else {
     to.Truncate();
+  }
+}
+
+// What temporary names begin with. A name as long as the file system allows leaves room for the number.
+std::string TemporaryBase(const std::string& target) {
+  constexpr std::size_t kKept = 200;
+  return target.substr(0, DirectoryPart(target).size() + kKept);
+}
+
+// Only while the name still stands for what was copied: of a directory that is mounted twice, source and target may be
+// one name, and another process may have put a new file there.
+void RemoveSource(const std::string& source, OsFile& copied) {
+  const LastErrorGuard keep;
+  OsFile now;
+  const bool unchanged = now.OpenRead(source) && now.IsSameAs(copied);
+  now.Close();
+  copied.Close();
+  if (unchanged) {
+    OsRemoveFile(source);
   }
 }
 
@@ -86,15 +102,15 @@ bool MoveAcrossVolumes(const std::string& source, const std::string& target, boo
   FileStatus status;
   std::string temporary;
   if (!from.OpenRead(source) || !from.Describe(status) ||
-      CreateBeside(target, status.permissions, to, temporary) != OsFile::Creation::Created) {
+      CreateBeside(TemporaryBase(target), status.permissions, to, temporary) != OsFile::Creation::Created) {
     return false;
   }
   const bool copied = CopyInto(from, status, to) && to.Flush() && to.Close();
   if (!copied || OsMove(temporary, target, replace) != MoveResult::Done) {
-    RemoveKeepingError(temporary);
+    DropCopy(temporary, to, true);
     return false;
   }
-  RemoveKeepingError(source);
+  RemoveSource(source, from);
   return true;
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <QSbase/errors.h>
+#include <QSbase/lasterrorguard.h>
 #include <QSbase/log/log.h>
 #include <QSbase/support/filedetail.h>
 #include <QSbase/support/fileos.h>
@@ -102,6 +103,12 @@ std::string Trimmed(std::string path) {
   return path;
 }
 
+// Whether another process has made the directory. The last error stays that of the attempt to make it.
+bool AppearedMeanwhile(const std::string& path) {
+  const LastErrorGuard keep;
+  return QsGetFSObjectType(path) == FSO_DIRECTORY;
+}
+
 bool CreateWithParents(const std::string& path) {
   if (path.empty() || IsDriveOrRoot(path) || Exists(path)) {
     return true;
@@ -113,7 +120,7 @@ bool CreateWithParents(const std::string& path) {
   if (!CreateWithParents(Trimmed(parent))) {
     return false;
   }
-  return QsCreateDirectory(path.c_str()) || QsGetFSObjectType(path) == FSO_DIRECTORY;
+  return QsCreateDirectory(path.c_str()) || AppearedMeanwhile(path);
 }
 
 bool ClearReadOnlyForRetry(const std::string& path) {

@@ -131,10 +131,11 @@ QSBASE_API bool QsLinkFile(const std::string& from, const std::string& to, bool 
 /// or the new one. A directory never gives way. With `clearReadOnly` the target's read-only attribute is cleared first,
 /// if it can be.
 ///
-/// A regular file moves to another volume too: it is copied beside the target under a temporary name (see
-/// QsAtomicSaveBinaryFile), put in place and then deleted at the source; if only that last step fails, the move counts
-/// as done and the source stays. A symbolic link is moved itself, but as a copy of its target to another volume. If
-/// both are names of one file, the system may leave both (Linux).
+/// A regular file moves to another volume too: it is copied beside the target under a temporary name (as in
+/// QsAtomicSaveBinaryFile, but a very long name is cut), put in place and then deleted at the source, unless another
+/// file stands there by now; if only that last step fails, the move counts as done and the source stays. A symbolic
+/// link is moved itself, but as a copy of its target to another volume. If both are names of one file, the system may
+/// leave both (Linux).
 QSBASE_API bool QsMoveFile(const std::string& from, const std::string& to, bool replace, bool clearReadOnly);
 
 /// Deletes one file; of a symbolic link the link. With `force` a first failure is followed by clearing the read-only

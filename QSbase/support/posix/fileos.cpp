@@ -97,6 +97,19 @@ std::string StreamMode(const char* mode) {
   return result;
 }
 
+// Gives the file its new name first. One that may not leave its directory keeps only the old name.
+int LinkAndUnlink(const char* from, const char* to) {
+  if (link(from, to) != 0) {
+    return -1;
+  }
+  if (unlink(from) == 0 || errno == ENOENT) {  // gone by another hand: the new name is the only one that is sure
+    return 0;
+  }
+  const LastErrorGuard keep;
+  unlink(to);
+  return -1;
+}
+
 // For file systems that cannot rename without replacing. A directory cannot have a second name even for a moment; its
 // rename can at most take the place of an empty directory made since the look.
 int MoveByLink(const char* from, const char* to) {
@@ -105,7 +118,7 @@ int MoveByLink(const char* from, const char* to) {
     return -1;
   }
   if (!S_ISDIR(native.st_mode)) {
-    return link(from, to) == 0 ? unlink(from) : -1;
+    return LinkAndUnlink(from, to);
   }
   if (lstat(to, &native) == 0) {
     errno = EEXIST;

@@ -3,7 +3,9 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -618,8 +620,12 @@ TEST_F(FileSupportTest, ForceCreateDirectoriesAndFilesInTheWay) {
   const std::string file = _dir.Write("file", "x");
   EXPECT_TRUE(ForceCreateDirectories(file));  // a regular file counts as existing
   EXPECT_FALSE(ForceCreateDirectories(file + "/below"));
+  EXPECT_EQ(QsGetLastError(), ENOTDIR);
+  fs::create_directory(_dir / "closed");
+  ASSERT_EQ(chmod((_dir / "closed").c_str(), 0555), 0);
   OpenFolder(_dir);
-  EXPECT_TRUE(AsOrdinaryUser([] { return !ForceCreateDirectories("/no/right/to/do/so"); }));
+  EXPECT_TRUE(
+      AsOrdinaryUser([&] { return !ForceCreateDirectories(_dir / "closed/to/others") && QsGetLastError() == EACCES; }));
 }
 
 TEST_F(FileSupportTest, ForceCreateDirectoriesFromManyThreads) {
@@ -887,6 +893,17 @@ TEST_P(MoveTest, ALinkIsMovedItself) {
   EXPECT_EQ(TempDir::Read(_dir / "target"), "x");
 }
 
+TEST_P(MoveTest, WhatMayNotLeaveItsDirectoryHasOneNameOnly) {
+  const std::string file = _dir.Write("closed/file", "x");
+  ASSERT_EQ(chmod(file.c_str(), 0666), 0);
+  ASSERT_EQ(chmod((_dir / "closed").c_str(), 0555), 0);
+  OpenFolder(_dir);
+  EXPECT_TRUE(
+      AsOrdinaryUser([&] { return !QsMoveFile(file, _dir / "to", false, false) && QsGetLastError() == EACCES; }));
+  EXPECT_EQ(TempDir::Read(file), "x");
+  EXPECT_THAT(NamesIn(_dir.Path()), ElementsAre("closed"));
+}
+
 TEST_P(MoveTest, OneOfManyMovesWinsARace) {
   for (int round = 0; round < 100; ++round) {
     const std::string target = _dir / ("target" + std::to_string(round));
@@ -974,6 +991,41 @@ TEST_F(FileSupportTest, MoveAcrossVolumesFailures) {
   EXPECT_EQ(TempDir::Read(_dir / "dir/file"), "x");
   EXPECT_THAT(NamesIn(other.Path()), ElementsAre("dir"));
   EXPECT_THAT(NamesIn(other / "dir"), IsEmpty());
+}
+
+TEST_F(FileSupportTest, MoveAcrossVolumesTakesTheLongestName) {
+  const OtherVolume other(_dir.Path());
+  if (!other.IsThere()) {
+    GTEST_SKIP() << kNoOtherVolume;
+  }
+  const std::string name(255, 'n');
+  EXPECT_TRUE(QsMoveFile(_dir.Write(name, "x"), other / name, false, false));
+  EXPECT_EQ(TempDir::Read(other / name), "x");
+  EXPECT_THAT(NamesIn(other.Path()), ElementsAre(name));
+  EXPECT_THAT(NamesIn(_dir.Path()), IsEmpty());
+}
+
+TEST_F(FileSupportTest, MoveOntoItselfThroughAnotherMountLosesNothing) {
+  constexpr int kMayNotMount = 77;
+  const std::string file = _dir.Write("here/file", "only copy");
+  fs::create_directory(_dir / "there");
+  const auto mountTwice = [&] {
+    return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount((_dir / "here").c_str(), (_dir / "there").c_str(), nullptr, MS_BIND, nullptr) == 0;
+  };
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    _exit(!mountTwice() ? kMayNotMount : QsMoveFile(file, _dir / "there/file", true, false) ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == kMayNotMount) {
+    GTEST_SKIP() << "only root can mount a folder twice";
+  }
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(TempDir::Read(file), "only copy");
+  EXPECT_THAT(NamesIn(_dir / "here"), ElementsAre("file"));
 }
 
 TEST_F(FileSupportTest, MoveAcrossVolumesWithoutSpaceKeepsBothFiles) {
