@@ -4,7 +4,7 @@
 Usage: qs_end_to_end_test.py QS_BINARY EXAMPLES_FOLDER [unittest arguments]
 
 Everything encoded here is encoded by Python's standard library or by the few lines of this file, never by qs, unless a
-test says so. Needs nothing but Python 3.
+test says so. Needs Python 3 and the openssl command.
 """
 
 import base64
@@ -20,6 +20,7 @@ import random
 import re
 import select
 import signal
+import ssl
 import subprocess
 import sys
 import tempfile
@@ -105,7 +106,7 @@ def sample(size, seed=1):
 class Resource:
     """How the peer answers for one path."""
 
-    def __init__(self, content, status=200, ranges=True, cut_at=None, pause=0, headers=None, auth=None, wrong_size=False):
+    def __init__(self, content, status=200, ranges=True, cut_at=None, pause=0, headers=None, auth=None):
         self.content = content
         self.status = status
         self.ranges = ranges
@@ -166,8 +167,10 @@ class Handler(http.server.BaseHTTPRequestHandler):
 class Peer(http.server.ThreadingHTTPServer):
     daemon_threads = True
 
-    def __init__(self):
+    def __init__(self, tls=None):
         super().__init__(("127.0.0.1", 0), Handler)
+        if tls:
+            self.socket = tls.wrap_socket(self.socket, server_side=True, do_handshake_on_connect=False)
         self.resources = {}
         self.requests = []
         self.stopping = threading.Event()
@@ -181,7 +184,12 @@ class Peer(http.server.ThreadingHTTPServer):
         self.resources[path] = Resource(content, **how)
         return self.url(path)
 
+    def handle_error(self, request, client_address):
+        pass  # a client that refuses the certificate or goes away is what some tests want
+
     def stop(self):
+        if self.stopping.is_set():
+            return
         self.stopping.set()
         self.shutdown()
         self.server_close()
@@ -197,7 +205,7 @@ class Case(unittest.TestCase):
         self.root = pathlib.Path(self.folder.name)
         self.out = self.root / "out"
         self.peer = Peer()
-        self.addCleanup(self.peer.stop)
+        self.addCleanup(lambda: self.peer.stop())
 
     def qs(self, *arguments, stdin=b"", environment=None, cwd=None):
         return subprocess.run([QS, *map(str, arguments)], input=stdin, capture_output=True, timeout=60,
@@ -348,7 +356,6 @@ class Fetch(Case):
     def test_nobody_listens(self):
         self.peer.stop()
         result = self.qs("fetch", self.peer.url("/a"), "-o", self.out)
-        self.peer = Peer()
         self.assertEqual(result.returncode, 1)
         self.assertIn(b"failed: ", result.stdout)
         self.assertEqual(self.stored(), {})
@@ -418,9 +425,44 @@ class Fetch(Case):
         loud = self.fetch(url).stdout.decode().splitlines()
         self.assertRegex(loud[0], r"\tI\tStored '.*a\.txt'")
         self.assertRegex(loud[-2], r"^File ")
-        self.assertIn("", loud)
         quiet = self.fetch(url, "-q").stdout.decode().splitlines()
         self.assertEqual(len(quiet), 2)
+
+
+class Tls(Case):
+    """A peer with a certificate that no bundle of this machine knows."""
+
+    def setUp(self):
+        super().setUp()
+        self.certificate, key = self.root / "cert.pem", self.root / "key.pem"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost",
+                        "-addext", "subjectAltName=DNS:localhost", "-keyout", key, "-out", self.certificate],
+                       check=True, capture_output=True)
+        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        context.load_cert_chain(self.certificate, key)
+        self.peer.stop()
+        self.peer = Peer(context)
+        self.peer.resources["/a.txt"] = Resource(b"by TLS")
+        self.port = self.peer.server_address[1]
+
+    def test_verified_with_the_given_authority(self):
+        self.fetch(f"https://localhost:{self.port}/a.txt", "--ca", self.certificate)
+        self.assertEqual(self.stored(), {"a.txt": b"by TLS"})
+
+    def check_refused(self, *arguments):
+        result = self.fetch(*arguments, code=1)
+        self.assertRegex(self.rows(result)[0]["Verdict"], r"^failed: .*\(code 60\)")
+        self.assertEqual(self.stored(), {})
+
+    def test_unknown_authority_is_refused(self):
+        self.check_refused(f"https://localhost:{self.port}/a.txt")
+
+    def test_other_host_name_is_refused(self):
+        self.check_refused(f"https://127.0.0.1:{self.port}/a.txt", "--ca", self.certificate)
+
+    def test_insecure(self):
+        self.fetch(f"https://127.0.0.1:{self.port}/a.txt", "--insecure")
+        self.assertEqual(self.stored(), {"a.txt": b"by TLS"})
 
 
 class MultiPart(Case):

@@ -164,7 +164,7 @@ class Fetcher {
 std::string StartLog(const LogOptions& options) {
   FileLoggingConfig config;
   if (!options.folder.empty()) {
-    if (!ForceCreateDirectories(options.folder) || QsGetFSObjectType(options.folder) != FSO_DIRECTORY) {
+    if (!EnsureFolder(options.folder)) {
       return "cannot create the log folder '" + Printable(options.folder) + "'";
     }
     config.enabled = true;

@@ -133,9 +133,9 @@ void Origin::Serve() {
 void Origin::Answer(int connection) const {
   std::string request;
   std::array<char, 2048> block{};
-  while (request.find("\r\n\r\n") == std::string::npos && request.size() < kMaxRequest) {
+  while (request.find("\r\n\r\n") == std::string::npos) {
     const int count = ReceiveWithin(connection, block.data(), block.size(), kPeerMilliseconds);
-    if (count <= 0) {
+    if (count <= 0 || request.size() > kMaxRequest) {
       return;
     }
     request.append(block.data(), static_cast<std::size_t>(count));

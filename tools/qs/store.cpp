@@ -78,10 +78,17 @@ std::string SafeFileName(const std::string& name) {
   return QsMakeCompatibleFilename(Shorten(last));
 }
 
+bool EnsureFolder(const std::string& folder) {
+  if (QsGetFSObjectType(folder) == FSO_DIRECTORY) {
+    return true;
+  }
+  return ForceCreateDirectories(folder) && QsGetFSObjectType(folder) == FSO_DIRECTORY;
+}
+
 Store::Store(const std::string& folder) : _folder(folder), _names(1, " (", ")") {}
 
 std::string Store::Open() {
-  if (!ForceCreateDirectories(_folder) || QsGetFSObjectType(_folder) != FSO_DIRECTORY) {
+  if (!EnsureFolder(_folder)) {
     return "cannot create the folder '" + Printable(_folder) + "'";
   }
   return {};

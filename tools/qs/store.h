@@ -15,6 +15,9 @@ namespace qs {
 /// length that leaves room for a counter, its extension kept. An empty name, "." and ".." give "unnamed".
 std::string SafeFileName(const std::string& name);
 
+/// Creates a folder and those above it unless it is there. \returns whether it is there now.
+bool EnsureFolder(const std::string& folder);
+
 class Store {
  public:
   explicit Store(const std::string& folder);
