@@ -181,6 +181,7 @@ QSBASE_API bool QsLoadFilePart(const std::string& path, unsigned offset, int len
 QSBASE_API bool QsFileHead(const std::string& path, int length, std::string& out);
 
 /// The whole file. Empty on failure, which is logged as a warning "LoadBinaryFile: Could not load '...' (...)".
+/// Loading an empty file leaves the last error as it was.
 /// \throws ExMemoryAllocation as QsLoadFilePart.
 QSBASE_API std::string LoadBinaryFile(const std::string& path);
 

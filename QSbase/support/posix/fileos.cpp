@@ -73,8 +73,11 @@ bool IsRegular(int descriptor) {
   if (fstat(descriptor, &native) != 0) {
     return false;
   }
+  if (S_ISREG(native.st_mode)) {
+    return true;
+  }
   errno = S_ISDIR(native.st_mode) ? EISDIR : EINVAL;
-  return S_ISREG(native.st_mode);
+  return false;
 }
 
 int OpenRegular(const std::string& path, int flags) {

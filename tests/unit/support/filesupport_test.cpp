@@ -1239,7 +1239,10 @@ TEST_F(FileSupportTest, LoadBinaryFile) {
   }
   LogCapture log;
   EXPECT_EQ(LoadBinaryFile(_dir.Write("a", content)), content);
-  EXPECT_EQ(LoadBinaryFile(_dir.Write("empty", "")), "");
+  const std::string empty = _dir.Write("empty", "");
+  QsSetLastError(0);
+  EXPECT_EQ(LoadBinaryFile(empty), "");
+  EXPECT_EQ(QsGetLastError(), 0);  // nothing else tells an empty file from one that cannot be loaded
   EXPECT_THAT(log.Texts(), IsEmpty());
 }
 
