@@ -98,6 +98,9 @@ int CollectDiagnostics(CURL*, curl_infotype type, char* data, std::size_t size, 
   return 0;
 }
 
+// Asked for the resume offset of a POST. libcurl would otherwise read up to it from the process's standard input.
+int RefuseSeek(void*, curl_off_t, int) noexcept { return CURL_SEEKFUNC_FAIL; }
+
 bool IsSuccess(std::int32_t code) {
   return code == CURLE_OK || code == CURLE_PARTIAL_FILE || code == CURLE_RANGE_ERROR;
 }
@@ -258,6 +261,7 @@ class Transfer {
     std::memcpy(_post.get(), _request.postData.c_str(), size + 1);
     Set(CURLOPT_POSTFIELDS, static_cast<void*>(_post.get()));
     Set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(size));
+    Set(CURLOPT_SEEKFUNCTION, &RefuseSeek);
     return true;
   }
 

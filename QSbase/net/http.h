@@ -20,7 +20,8 @@ struct QSBASE_API QsInetHttpRequest {
   QsInetHttpRequest& operator=(const QsInetHttpRequest& other);
   ~QsInetHttpRequest();
 
-  /// Target URL, handed to libcurl as is. Redirections are reported (httpCode 301 and so on), never followed.
+  /// Target URL, handed to libcurl as is, which knows further schemes ("file:" too): check one that comes from outside.
+  /// Redirections are reported (httpCode 301 and so on), never followed.
   std::string url;
   /// Request body, any bytes (NUL too). Not empty: the request is a POST; empty: a GET.
   std::string postData;
@@ -50,7 +51,7 @@ struct QSBASE_API QsInetHttpRequest {
   /// Offset in bytes at which the transfer resumes; used only with resume.
   std::uint32_t resumeFrom;
   /// Ask the server for the bytes from resumeFrom on. A server that sends the whole file instead gives curlCode 33,
-  /// result true, and nothing is written.
+  /// result true, and nothing is written. A POST with an offset fails (curlCode 26).
   bool resume;
   /// Verify the server's certificate.
   bool verifyPeer;
@@ -74,8 +75,8 @@ struct QSBASE_API QsInetHttpResponse {
   std::int32_t curlCode;
   /// All header bytes as received, every header block included; also after a failure.
   std::string headers;
-  /// Size of body. When the body went to outputFile: the number after the first "Content-Length: " of headers, 0 if
-  /// there is none, at most 2147483647.
+  /// Size of body, at most 4294967295. When the body went to outputFile: the number after the first "Content-Length: "
+  /// of headers, 0 if there is none, at most 2147483647.
   std::uint32_t contentLength;
   /// Body bytes received into memory, also after a failure.
   std::string body;
@@ -106,6 +107,9 @@ using AbortCheck = bool (*)(void* user);
 /// | -3       | "Proxyserver too long."           | proxyServer above 255 characters                 |
 /// | -4       | "httpuser & httppassword too long." | httpUser + httpPassword above 254 characters   |
 /// | 0        | "could not allocate memory for readptr." | no memory for the copy of postData        |
+///
+/// An option that libcurl does not take (a text above 8,000,000 characters, no memory) ends the call in the same place
+/// with libcurl's code: no transfer goes out with less than it was told, such as without its proxy or its CA bundle.
 ///
 /// A transfer slower than 512 bytes a second for 60 seconds fails (28).
 ///
