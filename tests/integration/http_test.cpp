@@ -4,15 +4,18 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <curl/curl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -170,6 +173,26 @@ TEST(HttpWire, ResumeAsksForTheRest) {
   EXPECT_THAT(Sent(request), Not(HasSubstr("Range")));
 }
 
+// libcurl would take the bytes before the offset from the standard input, and wait for them.
+TEST(HttpWire, PostWithAnOffsetLeavesTheStandardInputAlone) {
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(pipe(ends), 0);
+  ASSERT_EQ(write(ends[1], "abcdefgh", 8), 8);
+  ASSERT_EQ(dup2(ends[0], STDIN_FILENO), STDIN_FILENO);
+  ScriptedServer server(ok);
+  QsInetHttpRequest request = Get(server.Url());
+  request.postData = "0123456789";
+  request.resume = true;
+  request.resumeFrom = 3;
+  const Outcome outcome = Fetch(request);
+  EXPECT_FALSE(outcome.result);
+  EXPECT_EQ(outcome.response.curlCode, 26);
+  EXPECT_EQ(std::getchar(), 'a');
+  request.resumeFrom = 0;
+  EXPECT_TRUE(Fetch(request).result);
+  EXPECT_THAT(server.Requests().back(), ::testing::EndsWith("\r\n\r\n0123456789"));
+}
+
 TEST(HttpWire, ProxyOf255CharactersIsTried) {
   ScriptedServer proxy(ok);
   QsInetHttpRequest request = Get("http://origin.invalid/x");
@@ -188,9 +211,10 @@ TEST(HttpWire, ProxyOf255CharactersIsTried) {
 }
 
 TEST(HttpWire, EnvironmentNamesNoProxy) {
-  const std::string closed = "http://127.0.0.1:" + std::to_string(FreePort());
+  const Socket closed = BoundSocket();
+  const std::string proxy = "http://127.0.0.1:" + std::to_string(PortOf(closed));
   for (const char* name : {"http_proxy", "HTTP_PROXY", "https_proxy", "all_proxy", "ALL_PROXY"}) {
-    setenv(name, closed.c_str(), 1);
+    setenv(name, proxy.c_str(), 1);
   }
   EXPECT_THAT(Sent({}), StartsWith("GET / HTTP/1.1\r\n"));
 }
@@ -278,6 +302,24 @@ TEST(HttpAnswer, ContentLengthOfTheHeaderDoesNotCountForABodyInMemory) {
   EXPECT_EQ(outcome.response.contentLength, 2u);
 }
 
+TEST(HttpAnswer, OddLengthsDoNotMislead) {
+  for (const char* length : {"+2", "    2", "2abc", "999999999999999999999999999999", "0x2"}) {
+    const Outcome outcome = Answered(std::string("HTTP/1.1 200 OK\r\nX-Content-Length: ") + length + "\r\n\r\nok");
+    EXPECT_TRUE(outcome.result) << length;
+    EXPECT_EQ(outcome.response.contentLength, 2u) << length;
+    EXPECT_EQ(outcome.response.body, "ok") << length;
+  }
+  const Outcome negative = Answered("HTTP/1.1 200 OK\r\nContent-Length: -5\r\n\r\nok");
+  EXPECT_FALSE(negative.result);
+  EXPECT_EQ(negative.response.httpCode, 0);
+}
+
+TEST(HttpAnswer, NulInAHeaderCutsNothingOff) {
+  const Outcome outcome =
+      Answered("HTTP/1.1 200 OK\r\nX: a" + std::string(1, '\0') + "b\r\nContent-Length: 2\r\n\r\nok");
+  EXPECT_EQ(outcome.result, outcome.response.body == "ok") << "libcurl's versions refuse it or pass it on";
+}
+
 // ---- into a stream ----
 
 TEST(HttpOutputFile, GetsTheBody) {
@@ -329,6 +371,19 @@ TEST(HttpOutputFile, FailedWriteEndsTheTransfer) {
   EXPECT_EQ(outcome.response.curlCode, 23);
   EXPECT_FALSE(outcome.response.retryable);
   EXPECT_EQ(outcome.response.contentLength, 2u) << "the header counts after a failure too";
+}
+
+// The stream keeps few bytes in its buffer, where the write does not fail but the flush.
+TEST(HttpOutputFile, FullDisk) {
+  for (const std::size_t size : {std::size_t{2}, std::size_t{100000}}) {
+    ScriptedServer server("HTTP/1.1 200 OK\r\n\r\n" + std::string(size, 'x'));
+    QsInetHttpRequest request = Get(server.Url());
+    const FilePtr file = OpenFile("/dev/full", "wb");
+    request.outputFile = file.get();
+    const Outcome outcome = Fetch(request);
+    EXPECT_EQ(outcome.response.curlCode, size == 2 ? 0 : 23);
+    EXPECT_NE(std::ferror(file.get()), 0);
+  }
 }
 
 // ---- broken peers ----
@@ -406,6 +461,19 @@ TEST(HttpBroken, ManyHeaderLinesAreGathered) {
   EXPECT_EQ(outcome.response.headers, "HTTP/1.1 200 OK\r\n" + lines + "\r\n");
 }
 
+TEST(HttpBroken, ShortHeaderLinesAreReadAtOnce) {
+  std::string lines;
+  for (int line = 0; line < 30000; ++line) {
+    lines += "a:\r\n";
+  }
+  ScriptedServer server("HTTP/1.1 200 OK\r\n" + lines + "Content-Length: 2\r\n\r\nok");
+  const auto start = Clock::now();
+  const Outcome outcome = Fetch(server.Url());
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(20));
+  EXPECT_TRUE(outcome.result) << outcome.response.errorText;
+  EXPECT_EQ(outcome.response.body, "ok");
+}
+
 TEST(HttpBroken, BrokenChunkSizeFails) {
   const Outcome outcome = Answered("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nabc\r\n0\r\n\r\n");
   EXPECT_FALSE(outcome.result);
@@ -413,7 +481,8 @@ TEST(HttpBroken, BrokenChunkSizeFails) {
 }
 
 TEST(HttpBroken, ConnectionRefused) {
-  const Outcome outcome = Fetch("http://127.0.0.1:" + std::to_string(FreePort()) + "/");
+  const Socket closed = BoundSocket();
+  const Outcome outcome = Fetch("http://127.0.0.1:" + std::to_string(PortOf(closed)) + "/");
   EXPECT_FALSE(outcome.result);
   EXPECT_EQ(outcome.response.curlCode, 7);
   EXPECT_TRUE(outcome.response.retryable);
@@ -522,6 +591,18 @@ TEST(HttpCallbacks, AbortEndsAnEndlessTransfer) {
   EXPECT_EQ(response.httpCode, 0);
 }
 
+TEST(HttpCallbacks, AbortEndsTheWaitForAnAnswer) {
+  ScriptedServer server([](Connection& connection) { connection.WaitForClose(); });
+  int asked = 0;
+  const auto check = [](void* user) { return ++*static_cast<int*>(user) > 5; };
+  QsInetHttpResponse response;
+  const auto start = Clock::now();
+  EXPECT_FALSE(QsInetHttp(Get(server.Url()), response, nullptr, nullptr, check, &asked, 0));
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(20));
+  EXPECT_EQ(response.curlCode, 42);
+  EXPECT_EQ(response.headers, "");
+}
+
 TEST(HttpCallbacks, PlainAbortCheck) {
   ScriptedServer server(EndlessTrickle());
   QsInetHttpResponse response;
@@ -566,7 +647,8 @@ TEST(HttpCallbacks, TextCallbackFollowsTheHeaders) {
 TEST(HttpCallbacks, TextCallbackGetsTheErrorTextLast) {
   std::vector<std::string> texts;
   QsInetHttpResponse response;
-  const std::string url = "http://127.0.0.1:" + std::to_string(FreePort()) + "/";
+  const Socket closed = BoundSocket();
+  const std::string url = "http://127.0.0.1:" + std::to_string(PortOf(closed)) + "/";
   EXPECT_FALSE(QsInetHttp(Get(url), response, &Collect, &texts, nullptr, nullptr, 0));
   EXPECT_THAT(texts, ElementsAre(HasSubstr("127.0.0.1")));
 }
@@ -614,6 +696,8 @@ class HttpNginx : public ::testing::Test {
         _nginx((Prepare(_dir, _big), _dir), "location /private/ { auth_basic closed; auth_basic_user_file " +
                                                 (_dir / "users") + "; }\nlocation /whole/ { alias " + _dir.Path() +
                                                 "/www/; max_ranges 0; }\nlocation /broken { return 500; }\n"
+                                                "location /closing/ { client_max_body_size 0; lingering_close off; "
+                                                "return 444; }\n"
                                                 "location /slow/ { alias " +
                                                 _dir.Path() + "/www/; limit_rate 600k; }\n") {}
 
@@ -806,6 +890,76 @@ TEST_F(HttpNginx, ManyThreadsAtOnce) {
     thread.join();
   }
   EXPECT_EQ(good, 16 * 20);
+}
+
+// nginx reads nothing of the body: the connection breaks in the middle of a write. The process would end with SIGPIPE.
+TEST_F(HttpNginx, TlsPeerThatClosesDuringAPost) {
+  std::signal(SIGPIPE, SIG_DFL);
+  QsInetHttpRequest request = Verified(_nginx.TlsUrl("/closing/"));
+  request.postData = std::string(16 << 20, 'x');
+  for (int round = 0; round < 10; ++round) {
+    const Outcome outcome = Fetch(request);
+    EXPECT_FALSE(outcome.result);
+    EXPECT_THAT(outcome.response.curlCode, AnyOf(52, 55, 56)) << outcome.response.errorText;
+  }
+}
+
+// ---- allocations ----
+
+namespace {
+
+std::atomic<int> allocationsLeft{0};
+bool Allocates() { return allocationsLeft-- > 0; }
+
+void* Allocate(std::size_t size) { return Allocates() ? std::malloc(size) : nullptr; }
+void* Reallocate(void* memory, std::size_t size) { return Allocates() ? std::realloc(memory, size) : nullptr; }
+char* Duplicate(const char* text) { return Allocates() ? strdup(text) : nullptr; }
+void* AllocateCleared(std::size_t count, std::size_t size) { return Allocates() ? std::calloc(count, size) : nullptr; }
+
+class HttpMemory : public ::testing::Test {
+ protected:
+  HttpMemory() {
+    InitQsInetHttp(2);
+    allocationsLeft = INT_MAX;
+    curl_global_init_mem(CURL_GLOBAL_ALL, &Allocate, &std::free, &Reallocate, &Duplicate, &AllocateCleared);
+  }
+  ~HttpMemory() override {
+    allocationsLeft = INT_MAX;
+    InitQsInetHttp(2);
+    InitQsInetHttp(1);
+  }
+};
+
+}  // namespace
+
+TEST_F(HttpMemory, NoHandleLeavesAnEmptyResponse) {
+  QsInetHttpRequest request = Get("http://127.0.0.1:1/");
+  request.proxyServer = std::string(256, 'p');
+  allocationsLeft = 0;
+  const Outcome outcome = Fetch(request);
+  EXPECT_FALSE(outcome.result);
+  EXPECT_EQ(outcome.response.curlCode, 0) << "the limits are not looked at";
+  EXPECT_EQ(outcome.response.errorText, "");
+}
+
+// Whatever allocation of libcurl fails, all later ones too: the transfer fails or is whole.
+TEST_F(HttpMemory, EveryFailedAllocationEndsInAResult) {
+  ScriptedServer server(ok);
+  QsInetHttpRequest request = Get(server.Url());
+  request.userAgent = "agent";
+  request.httpUser = request.proxyUser = "user";
+  request.postData = "abc";
+  request.extraHeaders = "X-One: 1\r\nX-Two: 2";
+  Outcome outcome{};
+  int allocations = 0;
+  for (; allocations < 2000 && !outcome.result; ++allocations) {
+    allocationsLeft = allocations;
+    outcome = Fetch(request);
+    EXPECT_EQ(outcome.response.httpCode, outcome.result ? 200 : 0) << allocations;
+  }
+  EXPECT_TRUE(outcome.result);
+  EXPECT_EQ(outcome.response.body, "ok");
+  EXPECT_GT(allocations, 20);
 }
 
 // ---- SIGPIPE ----

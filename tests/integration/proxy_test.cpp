@@ -130,7 +130,8 @@ TEST_F(HttpProxy, PostGoesThroughIt) {
 
 TEST_F(HttpProxy, ProxyThatIsNotThere) {
   QsInetHttpRequest request = Through(_nginx.Url("/index.html"));
-  request.proxyServer = "127.0.0.1:" + std::to_string(FreePort());
+  const Socket closed = BoundSocket();
+  request.proxyServer = "127.0.0.1:" + std::to_string(PortOf(closed));
   const Outcome outcome = Fetch(request);
   EXPECT_FALSE(outcome.result);
   EXPECT_EQ(outcome.response.curlCode, 7);

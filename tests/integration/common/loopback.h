@@ -3,6 +3,7 @@
 #ifndef QSBASE_TESTS_INTEGRATION_COMMON_LOOPBACK_H
 #define QSBASE_TESTS_INTEGRATION_COMMON_LOOPBACK_H
 
+#include <cstdint>
 #include <stdexcept>
 #include <utility>
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -44,6 +45,8 @@ void Throw(const char*, void*) { throw std::runtime_error("from the callback"); 
 
 void* NoMemory(void*, std::size_t) { return nullptr; }
 
+bool failBodyCopy = false;
+
 std::size_t Body(TransferSink& sink, std::string bytes) { return ReceiveBody(bytes.data(), 1, bytes.size(), &sink); }
 
 std::size_t Header(TransferSink& sink, std::string bytes) {
@@ -51,6 +54,18 @@ std::size_t Header(TransferSink& sink, std::string bytes) {
 }
 
 }  // namespace
+
+// The copy of the request's body is the one array that the library asks for in this way.
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  if (failBodyCopy) {
+    return nullptr;
+  }
+  try {
+    return ::operator new[](size);
+  } catch (...) {
+    return nullptr;
+  }
+}
 
 TEST(HttpRequest, StartsEmpty) {
   const QsInetHttpRequest request;
@@ -255,6 +270,31 @@ TEST(HttpFailure, ResetsTheResponseAndTellsTheCallbackOnce) {
   EXPECT_FALSE(response.retryable);
   ASSERT_EQ(texts.size(), 1u);
   EXPECT_NE(texts[0].find("gone"), std::string::npos) << texts[0];
+}
+
+TEST(HttpFailure, NoMemoryForTheBodysCopy) {
+  QsInetHttpRequest request;
+  request.proxyUser = request.httpUser = "u";
+  request.postData = "a=1";
+  QsInetHttpResponse response;
+  std::vector<std::string> texts;
+  failBodyCopy = true;
+  EXPECT_FALSE(QsInetHttp(request, response, &Collect, &texts, nullptr, nullptr, 0));
+  failBodyCopy = false;
+  EXPECT_EQ(response.curlCode, 0);
+  EXPECT_EQ(response.errorText, "could not allocate memory for readptr.");
+  EXPECT_FALSE(response.retryable);
+  EXPECT_TRUE(texts.empty());
+}
+
+TEST(HttpFailure, AnOptionThatLibcurlRefusesEndsTheCall) {
+  QsInetHttpRequest request;
+  request.url = "gone://x";
+  request.userAgent = std::string(8000001, 'a');
+  QsInetHttpResponse response;
+  EXPECT_FALSE(Transfer(request, response));
+  EXPECT_EQ(response.curlCode, 43);
+  EXPECT_NE(response.errorText, "");
 }
 
 TEST(HttpFailure, ExceptionOfTheCallbackReachesTheCaller) {
