@@ -251,7 +251,8 @@ class QSBASE_API CEncodeDecode {
   /// be null; otherwise all its fields are set: those that the lines do not carry to -1 (part, total), 0 or empty. The
   /// name goes up to the next "=y" or the header's end; a number within it counts only where there is none around it.
   /// Returns -7 when either line is missing, for an empty input too: then the pointers are null, the length is 0 and
-  /// the header is as it was. Blocks in a row: go on at `blockEnd`.
+  /// the header is as it was. -3 (pointers and length the same) when there is no memory for its texts.
+  /// Blocks in a row: go on at `blockEnd`.
   static int FindYEncDataBlock(const char* input, unsigned int length, const char*& blockBegin, const char*& blockEnd,
                                const char*& dataStart, unsigned int& dataLength, CYEncData* header);
 

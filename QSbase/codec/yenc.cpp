@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <exception>
 #include <string_view>
 
 namespace qsbase::detail {
@@ -298,13 +299,28 @@ std::string TrailerText(const CYEncData& header, unsigned int length, std::uint3
   return text + HexOfCrc(crc, "0123456789abcdef") + "\r\n";
 }
 
+/// Runs what makes texts of a header, which may be long. A lack of memory becomes a status.
+template <class Operation>
+int MakeTexts(Operation operation) {
+  try {
+    operation();
+    return kCoderOk;
+  } catch (const std::exception&) {
+    return kCoderNoMemory;
+  }
+}
+
 /// What is written around the lines; both are empty without 0x1000.
 struct Frame {
-  Frame(const CYEncData& header, const char* input, unsigned int length, int flags) {
-    if ((flags & kCoderYEncWriteHeader) != 0) {
+  /// Returns 0 or -3.
+  int Make(const CYEncData& header, const char* input, unsigned int length, int flags) {
+    if ((flags & kCoderYEncWriteHeader) == 0) {
+      return kCoderOk;
+    }
+    return MakeTexts([&] {
       begin = HeaderText(header, length);
       end = TrailerText(header, length, QsCalcCRC32(input, length));
-    }
+    });
   }
 
   std::string begin;
@@ -494,7 +510,10 @@ int CEncodeDecode::CalcEncodedMemoryYEnc(const char* input, unsigned int length,
   if (header.lineLength == 0) {
     return kCoderBadLine;
   }
-  const Frame frame(header, input, length, flags);
+  Frame frame;
+  if (frame.Make(header, input, length, flags) != kCoderOk) {
+    return kCoderNoMemory;
+  }
   const std::uint64_t lines = YEncMeasure(AsBytes(input), length, header.lineLength, IsPlainTabDot(flags));
   return StoreCoderSize(frame.begin.size() + lines + frame.end.size(), size);
 }
@@ -508,7 +527,10 @@ int CEncodeDecode::EncodeYEnc(const char* input, unsigned int length, char** out
   if (header.lineLength == 0) {
     return kCoderBadLine;
   }
-  const Frame frame(header, input, length, flags);
+  Frame frame;
+  if (frame.Make(header, input, length, flags) != kCoderOk) {
+    return kCoderNoMemory;
+  }
   const bool plainTabDot = IsPlainTabDot(flags);
   const std::uint64_t characters = length + YEncCountEscapes(AsBytes(input), length, plainTabDot);
   const std::uint64_t breaks = 2 * (characters / header.lineLength + 1);
@@ -588,12 +610,12 @@ int CEncodeDecode::FindYEncDataBlock(const char* input, unsigned int length, con
   if (!FindBlock(text, block)) {
     return kCoderNoYEncBlock;
   }
+  if (header != nullptr && MakeTexts([&] { *header = ReadBlock(text, block); }) != kCoderOk) {
+    return kCoderNoMemory;
+  }
   blockBegin = input + block.begin;
   blockEnd = input + block.end;
   dataStart = input + block.dataStart;
   dataLength = static_cast<unsigned int>(block.trailer - block.dataStart);
-  if (header != nullptr) {
-    *header = ReadBlock(text, block);
-  }
   return kCoderOk;
 }

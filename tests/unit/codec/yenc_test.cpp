@@ -4,12 +4,17 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
+#include <new>
 #include <random>
 #include <string>
 #include <vector>
 
 namespace {
+
+/// While it is not 0, operator new fails for this size and larger ones.
+std::size_t failingSize = 0;
 
 constexpr int kHeader = 0x1000;
 constexpr int kFind = 0x2000;
@@ -434,6 +439,33 @@ Found Find(const std::string& text, CYEncData* header = nullptr) {
   return found;
 }
 
+TEST(YEncBlock, NoMemoryForALongNameIsAStatus) {
+  CYEncData header;
+  header.name = std::string(5000, 'n');
+  const std::string text = Encode("abc", header, kHeader);
+  CYEncData read;
+  char* out = nullptr;
+  unsigned int length = 77;
+  unsigned int size = 77;
+  const char* begin = "x";
+  const char* end = "x";
+  const char* data = "x";
+  unsigned int dataLength = 77;
+  failingSize = 5000;
+  const int encoded = CEncodeDecode::EncodeYEnc("abc", 3, &out, length, header, kHeader);
+  const int measured = CEncodeDecode::CalcEncodedMemoryYEnc("abc", 3, size, header, kHeader);
+  const int found = CEncodeDecode::FindYEncDataBlock(text.data(), SizeOf(text), begin, end, data, dataLength, &read);
+  const int decoded = CEncodeDecode::DecodeYEnc(text.data(), SizeOf(text), &out, length, kFind, &read);
+  failingSize = 0;
+  EXPECT_EQ(encoded, -3);
+  EXPECT_EQ(measured, -3);
+  EXPECT_EQ(found, -3);
+  EXPECT_EQ(decoded, -3);
+  EXPECT_EQ(out, nullptr);
+  EXPECT_EQ(length + size + dataLength, 0u);
+  EXPECT_TRUE(begin == nullptr && end == nullptr && data == nullptr);
+}
+
 TEST(YEncBlock, OffsetsAndFields) {
   const std::string before = "Subject: x =ybegin not here\r\n\r\ntext\r\n";
   const std::string head =
@@ -677,3 +709,14 @@ TEST(YEncData, ThroughTheDispatchTheLineIs128) {
 }
 
 }  // namespace
+
+// Not inlined: GCC takes a half-inlined pair for a mismatched one.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  void* const memory = failingSize != 0 && size >= failingSize ? nullptr : std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
