@@ -8,6 +8,7 @@
 #include <QSbase/support/paths.h>
 #include <QSbase/text/qsstring.h>
 
+#include <cstring>
 #include <limits>
 
 #include "interrupt.h"
@@ -28,6 +29,7 @@ struct Watch {
   std::uint64_t total = 0;
   std::uint64_t offset = 0;
   std::string errorText;
+  std::size_t headerSeen = 0;  // bytes of the header text that were looked at
 };
 
 std::uint64_t NumberAfter(const std::string& text, const char* what) {
@@ -39,13 +41,19 @@ std::uint64_t NumberAfter(const std::string& text, const char* what) {
   return number > 0 ? static_cast<std::uint64_t>(number) : 0;
 }
 
+// Only what is new: looking at all of it for every line would take a hostile header's length squared.
+void NoteHeader(const std::string& lines, Watch& watch) {
+  watch.headerSeen += lines.size();
+  const std::uint64_t length = watch.total == 0 ? NumberAfter(lines, "Content-Length: ") : 0;
+  watch.total += length > 0 ? length + watch.offset : 0;
+}
+
 // The library hands over status lines ("D ..."), the header text so far, and at the end the reason of a failure.
 void NoteText(const char* text, void* user) {
   Watch& watch = *static_cast<Watch*>(user);
-  if (StartsWith(text, "HTTP/")) {
-    watch.total = NumberAfter(text, "Content-Length: ");
-    watch.total += watch.total > 0 ? watch.offset : 0;
-  } else if (!StartsWith(text, "D ")) {
+  if (std::strncmp(text, "HTTP/", 5) == 0) {
+    NoteHeader(text + watch.headerSeen, watch);
+  } else if (std::strncmp(text, "D ", 2) != 0) {
     watch.errorText = text;
   }
 }
@@ -209,7 +217,7 @@ std::string Download::RunOnce(const std::string& url, const TransferOptions& opt
   request.resume = have > 0;
   request.resumeFrom = static_cast<std::uint32_t>(have);
   QsInetHttpResponse response;
-  Watch watch{&progress, Stream(), 0, static_cast<std::uint64_t>(have), {}};
+  Watch watch{&progress, Stream(), 0, static_cast<std::uint64_t>(have), {}, 0};
   const bool performed = QsInetHttp(request, response, &NoteText, &watch, &ShallAbort, &watch, 0);
   if (QsGetLogLevel() >= kHeaderLogLevel) {
     QsLogMsg(kInfo | kHeaderLogLevel, "Response of " + DisplayUrl(url) + ": " + OneLine(response.headers));
