@@ -4,7 +4,6 @@
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/log/logfileos.h>
 #include <QSbase/log/logstage.h>
-#include <QSbase/log/replacechar.h>
 #include <QSbase/support/cleanup.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/paths.h>
@@ -12,6 +11,7 @@
 #include <QSbase/text/datetime.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -38,33 +38,47 @@ struct DeferredMessage {
 
 using DeferredMessages = std::vector<DeferredMessage>;
 
-/// Where the calling thread's messages go while it is inside the file stage; null outside it.
-thread_local DeferredMessages* deferredMessages = nullptr;
+/// Where a thread is. One record, as each look at a thread's own variables costs a call.
+struct ThreadState {
+  /// Where its messages go while it is inside the file stage; null outside it.
+  DeferredMessages* deferredMessages = nullptr;
 
-/// Set while a thread logs what its rotation had to say. Such a line never starts a rotation: one that keeps failing
-/// and says so would start the next without end.
-thread_local bool loggingDeferred = false;
+  /// Set while it logs what its rotation had to say. Such a line never starts a rotation: one that keeps failing and
+  /// says so would start the next without end.
+  bool loggingDeferred = false;
+
+  /// Set while it forks, from just before until just after. It holds the lock of the file meanwhile, and a fork handler
+  /// of the host may log.
+  bool forking = false;
+};
+
+constinit thread_local ThreadState threadState;
 
 class DeferScope {
  public:
-  explicit DeferScope(DeferredMessages& messages) noexcept { deferredMessages = &messages; }
-  ~DeferScope() { deferredMessages = nullptr; }
+  DeferScope(ThreadState& state, DeferredMessages& messages) noexcept : _state(state) {
+    _state.deferredMessages = &messages;
+  }
+  ~DeferScope() { _state.deferredMessages = nullptr; }
   DeferScope(const DeferScope&) = delete;
   DeferScope& operator=(const DeferScope&) = delete;
+
+ private:
+  ThreadState& _state;
 };
 
 void LogDeferred(const DeferredMessages& messages) {
   if (messages.empty()) {
     return;
   }
-  const bool nested = std::exchange(loggingDeferred, true);
+  const bool nested = std::exchange(threadState.loggingDeferred, true);
   for (const DeferredMessage& message : messages) {
     try {
       QsLogMsg(message.flags, message.text);
     } catch (...) {  // NOLINT(bugprone-empty-catch): one callback that throws must not cost the other messages
     }
   }
-  loggingDeferred = nested;
+  threadState.loggingDeferred = nested;
 }
 
 // ---- the log file ---------------------------------------------------------------------------------------------------
@@ -73,10 +87,13 @@ void LogDeferred(const DeferredMessages& messages) {
 class LogFile {
  public:
   void Configure(const FileLoggingConfig& config) { _config = config; }
-  void Write(std::string& line);
+  /// Changes the line, and the byte behind it.
+  void Write(char* line, std::size_t length, bool mayRotate);
   void Flush();
 
  private:
+  static constexpr std::size_t kBufferSize = 16384;
+
   bool IsConfigured() const;
   void Rotate();
   bool IsFull();
@@ -84,6 +101,7 @@ class LogFile {
 
   FileLoggingConfig _config;
   QsFile _file;
+  std::array<char, kBufferSize> _streamBuffer;
   bool _rotatePending = true;
   std::chrono::steady_clock::time_point _asked;  // when the system was
   bool _buffered = false;                        // the stream may hold bytes that the file lacks
@@ -95,11 +113,18 @@ bool LogFile::IsConfigured() const {
   return !_config.logDirectory.empty() && !_config.logFileName.empty() && !_config.backupDirectory.empty();
 }
 
-void LogFile::Write(std::string& line) {
+/// Written so that the compiler looks at many characters at once.
+void ReplaceLineEnds(char* line, std::size_t length) {
+  for (std::size_t i = 0; i < length; ++i) {
+    line[i] = line[i] == '\n' || line[i] == '\r' ? ' ' : line[i];
+  }
+}
+
+void LogFile::Write(char* line, std::size_t length, bool mayRotate) {
   if (!IsConfigured()) {
     return;
   }
-  if (_rotatePending && !loggingDeferred) {
+  if (_rotatePending && mayRotate) {
     Rotate();
   }
   if (!_file.IsOpen()) {
@@ -108,14 +133,13 @@ void LogFile::Write(std::string& line) {
   if (IsFull()) {
     _rotatePending = true;
   }
-  qsbase::detail::ReplaceChar(line, 0, '\n', ' ');
-  qsbase::detail::ReplaceChar(line, 0, '\r', ' ');
-  line += '\n';
-  _file.Write(line);
+  ReplaceLineEnds(line, length);
+  line[length++] = '\n';
+  std::fwrite(line, length, 1, _file);
   _buffered = true;
-  _sinceAsked += line.size();
+  _sinceAsked += length;
   if (_size >= 0) {
-    _size += static_cast<std::int64_t>(line.size());
+    _size += static_cast<std::int64_t>(length);
   }
   if (QsGetLogLevel() == 0) {
     Flush();
@@ -126,9 +150,8 @@ void LogFile::Write(std::string& line) {
 /// log learns within 50 microseconds while lines are flushed one by one, and when a stream buffer's worth was written,
 /// about when the stream would write it out anyway. What is written here counts at once.
 bool LogFile::MustAskSize() {
-  constexpr std::size_t kAskInterval = 4096;
   constexpr std::chrono::microseconds kAskPeriod(50);
-  if (_size < 0 || _sinceAsked >= kAskInterval) {
+  if (_size < 0 || _sinceAsked >= kBufferSize) {
     return true;
   }
   return QsGetLogLevel() == 0 && std::chrono::steady_clock::now() - _asked >= kAskPeriod;
@@ -164,14 +187,12 @@ void LogFile::Rotate() {
     qsbase::detail::MoveToBackup(current, backupDirectory, DateTime2string(QsDateTime::Now(), true, true),
                                  _config.logFileName);
   }
-  _file.Open(current.c_str(), "a");
+  if (_file.Open(current.c_str(), "a")) {
+    std::setvbuf(_file, _streamBuffer.data(), _IOFBF, _streamBuffer.size());
+  }
 }
 
 // ---- the stage ------------------------------------------------------------------------------------------------------
-
-/// Set in a thread that forks, from just before until just after. It holds the lock of the file meanwhile, and a fork
-/// handler of the host may log.
-thread_local bool forking = false;
 
 /// Console and file output of the process. The switches are read without the lock; everything about the file under it.
 class OutputStage {
@@ -185,14 +206,14 @@ class OutputStage {
     return stage.value;
   }
 
-  void Output(std::string& line);
+  void Output(char* line, std::size_t length);
   void Configure(const FileLoggingConfig& config);
 
   std::atomic<bool> fileEnabled{false};
   std::atomic<bool> consoleEnabled{false};
 
  private:
-  void WriteToFile(std::string& line);
+  void WriteToFile(char* line, std::size_t length);
   void HoldForFork();
   void ReleaseAfterFork();
 
@@ -200,27 +221,28 @@ class OutputStage {
   LogFile _file;
 };
 
-void OutputStage::Output(std::string& line) {
-  if (line.empty()) {
+void OutputStage::Output(char* line, std::size_t length) {
+  if (length == 0) {
     return;
   }
   if (consoleEnabled.load(std::memory_order_relaxed)) {
-    std::fputs(line.c_str(), stdout);
+    std::fputs(line, stdout);
   }
   if (fileEnabled.load(std::memory_order_relaxed)) {
-    WriteToFile(line);
+    WriteToFile(line, length);
   }
 }
 
-void OutputStage::WriteToFile(std::string& line) {
+void OutputStage::WriteToFile(char* line, std::size_t length) {
+  ThreadState& state = threadState;
   DeferredMessages messages;
   {
     std::unique_lock<std::mutex> lock(_fileLock, std::defer_lock);
-    if (!forking) {
+    if (!state.forking) {
       lock.lock();
     }
-    const DeferScope scope(messages);
-    _file.Write(line);
+    const DeferScope scope(state, messages);
+    _file.Write(line, length, !state.loggingDeferred);
   }
   LogDeferred(messages);
 }
@@ -230,12 +252,12 @@ void OutputStage::WriteToFile(std::string& line) {
 void OutputStage::HoldForFork() {
   const LastErrorGuard keepLastError;
   _fileLock.lock();
-  forking = true;
+  threadState.forking = true;
   _file.Flush();
 }
 
 void OutputStage::ReleaseAfterFork() {
-  forking = false;
+  threadState.forking = false;
   _fileLock.unlock();
 }
 
@@ -291,23 +313,28 @@ void qsbase::detail::MoveToBackup(const std::string& current, const std::string&
 
 // ---- the seam to the logging core -----------------------------------------------------------------------------------
 
-void qsbase::detail::OutputLogLine(std::string&& line) noexcept {
+void qsbase::detail::OutputLogLine(char* line, std::size_t length) noexcept {
   try {
-    OutputStage::Get().Output(line);
+    OutputStage::Get().Output(line, length);
   } catch (...) {  // NOLINT(bugprone-empty-catch): output never throws at who logs
   }
 }
 
-bool qsbase::detail::DeferInFileStage(unsigned int flags, const std::string& text) {
-  if (deferredMessages == nullptr) {
-    return false;
+void qsbase::detail::OutputLogLine(std::string&& line) noexcept {
+  try {
+    line += '\0';  // a byte of the text's own that may be replaced
+    OutputLogLine(line.data(), line.size() - 1);
+  } catch (...) {  // NOLINT(bugprone-empty-catch): output never throws at who logs
   }
-  deferredMessages->push_back({flags, text});
-  return true;
 }
 
-bool qsbase::detail::DeferInFileStage(unsigned int flags, const char* text) {
-  return deferredMessages != nullptr && DeferInFileStage(flags, std::string(text));
+bool qsbase::detail::DeferInFileStage(unsigned int flags, std::string_view text) {
+  DeferredMessages* const messages = threadState.deferredMessages;
+  if (messages == nullptr) {
+    return false;
+  }
+  messages->push_back({flags, std::string(text)});
+  return true;
 }
 
 // ---- configuration --------------------------------------------------------------------------------------------------

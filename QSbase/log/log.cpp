@@ -4,8 +4,9 @@
 #include <QSbase/immortal.h>
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/log/logstage.h>
-#include <QSbase/log/replacechar.h>
+#include <QSbase/log/simpleformat.h>
 #include <QSbase/process.h>
+#include <QSbase/processos.h>
 #include <QSbase/text/qsstring.h>
 #include <QSbase/text/timeos.h>
 
@@ -70,20 +71,7 @@ bool RunCallbacks(unsigned int flags, const char* text) {
   return anyCalled;
 }
 
-// ---- dispatch -------------------------------------------------------------------------------------------------------
-
-const char* CString(const std::string& text) { return text.c_str(); }
-const char* CString(const char* text) { return text; }
-
-template <typename Text>
-void Dispatch(unsigned int flags, const Text& text) {
-  if (qsbase::detail::DeferInFileStage(flags, text)) {
-    return;
-  }
-  if (!RunCallbacks(flags, CString(text))) {
-    DefaultLogLine(MsgEntry(flags, text));
-  }
-}
+// ---- formatting -----------------------------------------------------------------------------------------------------
 
 constexpr std::size_t kFormatLimit = 32767;
 
@@ -96,20 +84,22 @@ class Message {
     if (format == nullptr || std::strchr(format, '%') == nullptr) {
       return;
     }
-    std::va_list again;
-    va_copy(again, arguments);
-    _text = FormatShort(format, arguments) ? _small : FormatLong(format, again);
-    va_end(again);
+    const bool isShort =
+        qsbase::detail::FormatSimple(_small, sizeof _small, format, arguments) || FormatShort(format, arguments);
+    _text = isShort ? _small : FormatLong(format, arguments);
   }
 
   /// Null when there is nothing to log.
   const char* Text() const { return _text; }
 
  private:
-  /// False when the text is too long or the format is broken.
+  /// False when the text is too long or the format is broken. Leaves the arguments unused.
   QSBASE_PRINTF(2, 0)
   bool FormatShort(const char* format, std::va_list arguments) {
-    const int length = std::vsnprintf(_small, sizeof _small, format, arguments);
+    std::va_list copy;
+    va_copy(copy, arguments);
+    const int length = std::vsnprintf(_small, sizeof _small, format, copy);
+    va_end(copy);
     return length >= 0 && static_cast<std::size_t>(length) < sizeof _small;
   }
 
@@ -129,12 +119,6 @@ class Message {
   std::unique_ptr<char[]> _large;
   char _small[512];
 };
-
-void DispatchIfAny(unsigned int flags, const Message& message) {
-  if (message.Text() != nullptr) {
-    Dispatch(flags, message.Text());
-  }
-}
 
 unsigned int WithAlert(unsigned int flags, int alert) {
   return flags | ((static_cast<unsigned int>(alert) & 0xFFU) << 8U);
@@ -165,10 +149,20 @@ bool ToLocal(std::int64_t second, LocalSecond& local) {
   return true;
 }
 
-/// QsDateTime::Now(), with the zone asked once a second and thread: a log asks often.
-QsDateTime Now() {
+constexpr std::size_t kTimeLength = 23;
+
+/// What a thread remembers of its last line: a log asks often, and writes many lines in one millisecond.
+struct ThreadCache {
+  LocalSecond local{-1, 0, 0};
+  double time = 0;  ///< the one that timeText shows; 0 none
+  char timeText[kTimeLength] = {};
+};
+
+constinit thread_local ThreadCache threadCache;
+
+/// QsDateTime::Now(), with the zone asked once a second and thread.
+QsDateTime Now(LocalSecond& cached) {
   constexpr int kMsPerDay = 86400000;
-  thread_local LocalSecond cached{-1, 0, 0};
   const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
   const std::int64_t ms = std::chrono::floor<std::chrono::milliseconds>(sinceEpoch).count();
   if (ms < 0 || (ms / 1000 != cached.second && !ToLocal(ms / 1000, cached))) {
@@ -179,27 +173,28 @@ QsDateTime Now() {
 
 // ---- the default line -----------------------------------------------------------------------------------------------
 
-/// A few short fields, put together before the line takes them. 64 characters hold the longest numbers.
+/// Writes fields one after the other. Its user sees to the room.
 class Fields {
  public:
-  void Put(char c) { _text[_length++] = c; }
-  void Put(std::string_view text) { _length += text.copy(_text + _length, text.size()); }
-  void PutNumber(int value) {
-    const std::to_chars_result end = std::to_chars(_text + _length, _text + sizeof _text, value);
-    _length = static_cast<std::size_t>(end.ptr - _text);
+  explicit Fields(char* out) : _at(out) {}
+  void Put(char c) { *_at++ = c; }
+  void Put(std::string_view text) { _at += text.copy(_at, text.size()); }
+  void PutBlanks(std::size_t count) {
+    std::memset(_at, ' ', count);
+    _at += count;
   }
+  void PutNumber(std::int32_t value) { _at = std::to_chars(_at, _at + 11, value).ptr; }
   /// A number that is not negative, with leading zeros.
   void PutDigits(int value, std::size_t count) {
     for (std::size_t i = count; i-- > 0; value /= 10) {
-      _text[_length + i] = static_cast<char>('0' + value % 10);
+      _at[i] = static_cast<char>('0' + value % 10);
     }
-    _length += count;
+    _at += count;
   }
-  void AppendTo(std::string& line) const { line.append(_text, _length); }
+  char* End() const { return _at; }
 
  private:
-  char _text[64];
-  std::size_t _length = 0;
+  char* _at;
 };
 
 /// Whether the parts of the time are plain: no negative ones, no year of five digits, and not 0.0, the present.
@@ -209,12 +204,12 @@ bool IsPlain(const QsDateTime& time) {
   return time >= kFirst && time < kEnd;
 }
 
-/// What DateTime2string(time, true, true) gives for a plain time, written by hand.
-Fields TimeFields(const QsDateTime& time) {
+/// Writes what DateTime2string(time, true, true) gives for a plain time: kTimeLength characters.
+void WriteTime(char* out, const QsDateTime& time) {
   int year, month, day, hour, minute, second, millisecond;
   time.GetDatePart(&year, &month, &day);
   time.GetTimePart(&hour, &minute, &second, &millisecond);
-  Fields fields;
+  Fields fields(out);
   fields.PutDigits(year, 4);
   fields.Put('-');
   fields.PutDigits(month, 2);
@@ -228,52 +223,111 @@ Fields TimeFields(const QsDateTime& time) {
   fields.PutDigits(second, 2);
   fields.Put('.');
   fields.PutDigits(millisecond, 3);
-  return fields;
 }
 
-void AppendTime(std::string& line, const QsDateTime& time) {
-  if (!IsPlain(time)) {
-    line += DateTime2string(time, true, true);
-    return;
+/// The text of a plain time, valid until the thread asks again.
+std::string_view PlainTimeText(ThreadCache& cache, const QsDateTime& time) {
+  if (cache.time != time) {
+    WriteTime(cache.timeText, time);
+    cache.time = time;
   }
-  // A busy log writes many lines in one millisecond.
-  thread_local double cachedTime = 0;
-  thread_local Fields cached;
-  if (cachedTime != time) {
-    cached = TimeFields(time);
-    cachedTime = time;
-  }
-  cached.AppendTo(line);
+  return {cache.timeText, kTimeLength};
 }
 
-/// The fields before the text. The time is never shorter than its field of 12 characters, so it needs no padding.
-void AppendHead(std::string& line, const MsgEntry& entry) {
-  AppendTime(line, entry.time);
-  Fields fields;
+/// What a line shows. The time is never shorter than its field of 12 characters, so it needs no padding.
+struct Line {
+  std::string_view time;
+  MessageType type;
+  std::int32_t alert;
+  std::int32_t level;
+  std::int32_t threadId;
+  std::string_view text;
+
+  std::size_t Indent() const { return level > 0 ? static_cast<std::size_t>(level) : 0; }
+};
+
+/// Holds what a line has beside time, indent and text: three numbers of 11 characters, 15 others.
+constexpr std::size_t kFieldRoom = 64;
+
+std::size_t RoomFor(const Line& line) { return kFieldRoom + line.time.size() + line.Indent() + line.text.size(); }
+
+char TypeLetter(MessageType type) {
+  constexpr char kLetters[] = {'E', 'W', 'I'};
+  return type >= MsgError && type <= MsgInfo ? kLetters[type] : 'U';
+}
+
+/// Writes at most RoomFor() bytes; the end of what it wrote.
+char* WriteLine(char* out, const Line& line) {
+  Fields fields(out);
+  fields.Put(line.time);
   fields.Put('\t');
-  fields.Put(GetMsgTypeString(entry.type));
-  if (entry.alert >= 1) {
+  fields.Put(TypeLetter(line.type));
+  if (line.alert >= 1) {
     fields.Put(" (Alert=");
-    fields.PutNumber(entry.alert);
+    fields.PutNumber(line.alert);
     fields.Put(')');
   }
   fields.Put('\t');
-  fields.AppendTo(line);
-}
-
-/// The fields after the text.
-void AppendTail(std::string& line, const MsgEntry& entry) {
-  Fields fields;
+  fields.PutBlanks(line.Indent());
+  char* const text = fields.End();
+  fields.Put(line.text);
+  std::replace(text, fields.End(), '\t', ' ');
   fields.Put('\t');
-  fields.PutNumber(entry.level);
+  fields.PutNumber(line.level);
   fields.Put('\t');
-  if (entry.threadId == 0) {
+  if (line.threadId == 0) {
     fields.Put("main");
   } else {
-    fields.PutNumber(entry.threadId);
+    fields.PutNumber(line.threadId);
   }
   fields.Put('\n');
-  fields.AppendTo(line);
+  return fields.End();
+}
+
+/// Outputs the line of a short text as DefaultLogLine() does, without a detour over the heap. False, with nothing done,
+/// when the line is not the usual one.
+bool OutputUsualLine(unsigned int flags, std::string_view text) {
+  constexpr std::size_t kLongestText = 512;
+  if (GetLogLineFormatter() != &DefaultLogLineFormatter || text.empty() || text.size() > kLongestText ||
+      LevelOf(flags) >= kFirstCallbackOnlyLevel) {
+    return false;
+  }
+  ThreadCache& cache = threadCache;
+  const QsDateTime now = Now(cache.local);
+  if (!IsPlain(now)) {
+    return false;
+  }
+  const Line line{PlainTimeText(cache, now),
+                  FlagsToMessageType(flags),
+                  AlertOf(flags),
+                  LevelOf(flags),
+                  qsbase::detail::OsThreadId(),
+                  text};
+  char buffer[kFieldRoom + kTimeLength + kFirstCallbackOnlyLevel + kLongestText + 1];
+  char* const end = WriteLine(buffer, line);
+  *end = '\0';
+  qsbase::detail::OutputLogLine(buffer, static_cast<std::size_t>(end - buffer));
+  return true;
+}
+
+// ---- dispatch -------------------------------------------------------------------------------------------------------
+
+const char* CString(const std::string& text) { return text.c_str(); }
+const char* CString(const char* text) { return text; }
+
+template <typename Text>
+void Dispatch(unsigned int flags, const Text& text) {
+  if (qsbase::detail::DeferInFileStage(flags, text) || RunCallbacks(flags, CString(text)) ||
+      OutputUsualLine(flags, text)) {
+    return;
+  }
+  DefaultLogLine(MsgEntry(flags, text));
+}
+
+void DispatchIfAny(unsigned int flags, const Message& message) {
+  if (message.Text() != nullptr) {
+    Dispatch(flags, message.Text());
+  }
 }
 
 }  // namespace
@@ -281,7 +335,7 @@ void AppendTail(std::string& line, const MsgEntry& entry) {
 // ---- entries --------------------------------------------------------------------------------------------------------
 
 MsgEntry::MsgEntry(MessageType typeOfEntry, const char* entryText, int entryLevel, int entryAlert)
-    : time(Now()),
+    : time(Now(threadCache.local)),
       type(typeOfEntry),
       text(entryText == nullptr ? "" : entryText),
       alert(entryAlert),
@@ -289,7 +343,7 @@ MsgEntry::MsgEntry(MessageType typeOfEntry, const char* entryText, int entryLeve
       threadId(QsGetCurrentThreadId()) {}
 
 MsgEntry::MsgEntry(MessageType typeOfEntry, const std::string& entryText, int entryLevel, int entryAlert)
-    : time(Now()),
+    : time(Now(threadCache.local)),
       type(typeOfEntry),
       text(entryText),
       alert(entryAlert),
@@ -415,15 +469,17 @@ LogLineFormatter SetLogLineFormatter(LogLineFormatter formatter) { return lineFo
 LogLineFormatter GetLogLineFormatter() { return lineFormatter.load(std::memory_order_acquire); }
 
 bool DefaultLogLineFormatter(const MsgEntry& entry, std::string& line) {
-  const std::size_t indent = entry.level > 0 ? static_cast<std::size_t>(entry.level) : 0;
-  line.clear();
-  line.reserve(96 + indent + entry.text.size());
-  AppendHead(line, entry);
-  line.append(indent, ' ');
-  const std::size_t start = line.size();
-  line += entry.text;
-  qsbase::detail::ReplaceChar(line, start, '\t', ' ');
-  AppendTail(line, entry);
+  std::string oddTime;
+  std::string_view time;
+  if (IsPlain(entry.time)) {
+    time = PlainTimeText(threadCache, entry.time);
+  } else {
+    oddTime = DateTime2string(entry.time, true, true);
+    time = oddTime;
+  }
+  const Line parts{time, entry.type, entry.alert, entry.level, entry.threadId, entry.text};
+  line.resize(RoomFor(parts));
+  line.resize(static_cast<std::size_t>(WriteLine(line.data(), parts) - line.data()));
   return true;
 }
 
