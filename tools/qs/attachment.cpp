@@ -238,6 +238,18 @@ UueBody ReadUueBody(std::string_view text, std::size_t start) {
   return body;
 }
 
+// Whether a block may stand here: data within the first lines, or the empty file's terminator and "end". Looks at no
+// more than that, so that a text of nothing but "begin" lines is not read to its end for each of them.
+bool LooksLikeUue(std::string_view text) {
+  if (UueKind(text) != Encoding::None) {
+    return true;
+  }
+  LineReader lines(text);
+  while (lines.Next() && IsUueTerminator(lines.Line())) {
+  }
+  return TrimRight(lines.Line()) == "end";
+}
+
 // What the first character of a line announces; -1 for a character that cannot stand there.
 int AnnouncedCount(char c, Encoding encoding) {
   static constexpr std::string_view kXXDigits = "+-0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
@@ -379,6 +391,9 @@ class BlockFinder {
 
   // A line of prose may begin with "begin 100 ..." too: what follows must look like data, or be the empty file's.
   void Uue(const std::string& name) {
+    if (!LooksLikeUue(_text.substr(_reader.End()))) {
+      return;
+    }
     const UueBody body = ReadUueBody(_text, _reader.End());
     Encoding kind = UueKind(body.lines);
     if (kind == Encoding::None && body.lines.empty() && body.terminated && body.closed) {

@@ -19,6 +19,8 @@ constexpr std::uint16_t kWindows1252[32] = {0x20AC, 0,      0x201A, 0x0192, 0x20
                                             0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
 
 constexpr int kMaxSections = 1000;
+// RFC 2047 allows 75 characters. Real senders write more, but a line of nothing but beginnings must not take for ever.
+constexpr std::size_t kMaxWord = 2048;
 
 void AppendUtf8(std::string& text, unsigned int codePoint) {
   if (codePoint < 0x80) {
@@ -65,6 +67,7 @@ std::optional<Word> WordAt(std::string_view text) {
   if (!StartsWith(text, "=?")) {
     return std::nullopt;
   }
+  text = text.substr(0, kMaxWord);
   const std::size_t encodingMark = text.find('?', 2);
   if (encodingMark == std::string_view::npos || encodingMark + 2 >= text.size() || text[encodingMark + 2] != '?') {
     return std::nullopt;

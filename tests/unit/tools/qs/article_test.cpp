@@ -67,6 +67,14 @@ TEST(MimeName, WhatIsNoEncodedWordStays) {
   }
 }
 
+TEST(MimeName, BeginningsWithoutEndsTakeNoQuadraticTime) {
+  std::string text;
+  for (int i = 0; i < 100000; ++i) {
+    text += "=?a?Q? ";
+  }
+  EXPECT_EQ(qs::DecodeWords(text), text);
+}
+
 TEST(Article, SinglePart) {
   const std::string text =
       "Subject: =?utf-8?B?R3LDtsOfZQ==?=\r\nMIME-Version: 1.0\r\nContent-Type: application/pdf;\r\n\tname=\"a "

@@ -227,6 +227,14 @@ TEST(Base64, WholeTexts) {
   EXPECT_EQ(qs::DecodeBase64Text("Q2E=Q2E=").problem, "more text behind the padding");
 }
 
+TEST(UU, BeginLinesWithoutDataTakeNoQuadraticTime) {
+  std::string text;
+  for (int i = 0; i < 200000; ++i) {
+    text += "begin 644 x\n";
+  }
+  EXPECT_TRUE(qs::FindEncodedBlocks(text).empty());
+}
+
 TEST(QuotedPrintable, WholeTexts) {
   const auto decode = [](const char* text) { return qs::DecodeQuotedPrintableText(text); };
   EXPECT_EQ(decode("a=20b").data, "a b");
