@@ -3,10 +3,13 @@
 #include <QSbase/codec/hash.h>
 #include <QSbase/errors.h>
 #include <QSbase/support/filesupport.h>
+#include <QSbase/support/findfile.h>
 #include <QSbase/support/paths.h>
 #include <QSbase/support/qsfile.h>
 #include <QSbase/text/qsstring.h>
 
+#include <list>
+#include <set>
 #include <vector>
 
 #include "text.h"
@@ -43,6 +46,25 @@ std::string Shorten(const std::string& name) {
 
 std::string LastError() { return QsErrorMessage(QsGetLastError()); }
 
+// Whether the name ends like those of the library's temporary files: a dot, digits.
+bool EndsInDigits(const std::string& name) {
+  const std::size_t dot = name.rfind('.');
+  return dot != std::string::npos && dot + 1 < name.size() &&
+         name.find_first_not_of("0123456789", dot + 1) == std::string::npos;
+}
+
+std::set<std::string> NamesEndingInDigits(const std::string& folder, const std::string& pattern) {
+  std::list<std::string> paths;
+  GetAllFiles(folder, pattern, paths, 0);
+  std::set<std::string> names;
+  for (const std::string& path : paths) {
+    if (const std::string name = ExtractFileName(path); EndsInDigits(name)) {
+      names.insert(name);
+    }
+  }
+  return names;
+}
+
 std::string CopyStream(std::FILE* from, const QsFile& to, std::string& md5, std::uint64_t& size) {
   std::vector<unsigned char> block(kBlock);
   QsMD5 digest;
@@ -75,7 +97,7 @@ std::string SafeFileName(const std::string& name) {
   if (last.empty() || last == "." || last == "..") {
     return "unnamed";
   }
-  return QsMakeCompatibleFilename(Shorten(last));
+  return QsMakeCompatibleFilename(Printable(Shorten(last)));
 }
 
 bool EnsureFolder(const std::string& folder) {
@@ -110,15 +132,31 @@ std::string Store::FreeName(const std::string& wanted) {
   return ExtractFileName(free);
 }
 
+// A save that fails leaves its temporary file behind: half a file on a full disk. What was there before stays.
+void Store::RemoveTemporariesOf(const std::string& fileName) const {
+  for (const std::string& name : NamesEndingInDigits(_folder, fileName + ".*")) {
+    if (name.rfind('.') == fileName.size() && _foreign->count(name) == 0) {
+      QsDeleteFile(PathOf(name), false);
+    }
+  }
+}
+
 std::string Store::Save(const std::string& wanted, const std::string& data, std::string& fileName) {
   const std::string safe = SafeFileName(wanted);
+  if (!_foreign) {
+    _foreign = NamesEndingInDigits(_folder, "*");
+  }
   for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
     fileName = FreeName(safe);
     const std::string path = PathOf(fileName);
+    if (EndsInDigits(fileName)) {
+      _foreign->insert(fileName);
+    }
     if (QsAtomicSaveBinaryFile(path, data, false)) {
       return {};
     }
     const std::string error = LastError();
+    RemoveTemporariesOf(fileName);
     // Somebody took the name in between: the next one. Anything else will not get better.
     if (QsGetFSObjectType(path) == FSO_NOTHING) {
       return "cannot store '" + fileName + "' (" + error + ")";

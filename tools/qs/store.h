@@ -7,6 +7,8 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <optional>
+#include <set>
 #include <string>
 
 namespace qs {
@@ -41,9 +43,11 @@ class Store {
 
  private:
   std::string FreeName(const std::string& wanted);
+  void RemoveTemporariesOf(const std::string& fileName) const;
 
   std::string _folder;
   CUniqueFilenameManager _names;
+  std::optional<std::set<std::string>> _foreign;  // files that only look like left-over temporary ones
 };
 
 }  // namespace qs

@@ -89,8 +89,14 @@ std::string Count(std::size_t number, const std::string& what) {
 
 std::string Printable(std::string_view text) {
   std::string printable(text);
-  std::replace_if(
-      printable.begin(), printable.end(), [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }, '?');
+  for (std::size_t i = 0; i < printable.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(printable[i]);
+    if (byte < 32 || byte == 127) {
+      printable[i] = '?';
+    } else if (byte == 0xC2 && i + 1 < printable.size() && (printable[i + 1] & 0xE0) == 0x80) {
+      printable.replace(i, 2, "?");  // U+0080 to U+009F: terminals take U+009B for the beginning of a sequence
+    }
+  }
   return printable;
 }
 

@@ -30,6 +30,10 @@ TEST(SafeFileName, NeverLeavesTheFolder) {
   EXPECT_EQ(SafeFileName(""), "unnamed");
   EXPECT_EQ(SafeFileName(std::string("a.txt\0.exe", 10)), "a.txt");
   EXPECT_EQ(SafeFileName("Hafen Übersicht.pdf"), "Hafen Übersicht.pdf");
+  EXPECT_EQ(SafeFileName("a\x1B[31mb\xC2\x9B"
+                         "31mc\x7F.txt"),
+            "a_[31mb_31mc_.txt")
+      << "a terminal would obey";
 }
 
 TEST(SafeFileName, CutsLongNamesButKeepsTheExtension) {
