@@ -292,6 +292,13 @@ class Fetch(Case):
         self.fetch(self.peer.serve("/empty.txt", b""))
         self.assertEqual(self.stored(), {"empty.txt": b""})
 
+    def test_a_table_that_cannot_be_written_is_a_failure(self):
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run([QS, "fetch", "-q", "-o", self.out, self.peer.serve("/a.txt", b"text")],
+                                    stdout=full, stderr=subprocess.PIPE, timeout=60, cwd=self.root)
+        self.assertEqual(result.returncode, 1, result.stderr)
+        self.assertEqual(self.stored(), {"a.txt": b"text"})
+
     def test_url_without_a_name(self):
         self.fetch(self.peer.serve("/", b"index"))
         self.assertEqual(self.stored(), {"download": b"index"})

@@ -197,6 +197,10 @@ int RunFetch(const FetchOptions& options) {
     std::printf("\n");
   }
   PrintTable(stdout, outcomes);
+  if (std::ferror(stdout) != 0) {
+    PrintError("cannot write to standard output");
+    return Interrupted() ? InterruptExitCode() : kExitFailed;
+  }
   if (Interrupted()) {
     PrintError("interrupted");
     return InterruptExitCode();
