@@ -13,15 +13,18 @@ import quopri
 import random
 import re
 import shutil
+import socket
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 import zlib
 
 import yenc
 
 QS = None
+EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples"
 
 
 def samples():
@@ -181,6 +184,40 @@ class BinHex(ForeignTest):
             self.assertEqual(self.qs("decode", "--binhex", "-", stdin=marker + text[text.index(b":"):]), data)
 
         self.for_each_sample(check, smallest=1)
+
+
+class Nginx(ForeignTest):
+    """qs fetch takes every good example from nginx; what it stores has the digests that hashlib gave."""
+
+    CONFIG = """daemon off; pid {0}/pid; error_log {0}/error.log;
+events {{}}
+http {{ access_log off; client_body_temp_path {0}/body; proxy_temp_path {0}/proxy; fastcgi_temp_path {0}/fastcgi;
+uwsgi_temp_path {0}/uwsgi; scgi_temp_path {0}/scgi; server {{ listen 127.0.0.1:{1}; root {2}; }} }}
+"""
+
+    def start_nginx(self, content):
+        with socket.socket() as probe:
+            probe.bind(("127.0.0.1", 0))
+            port = probe.getsockname()[1]
+        self.file("nginx.conf", self.CONFIG.format(self.folder, port, content).encode())
+        server = subprocess.Popen(["/usr/sbin/nginx", "-p", str(self.folder), "-c", str(self.folder / "nginx.conf")])
+        self.addCleanup(server.wait, 10)
+        self.addCleanup(server.terminate)
+        for _ in range(200):
+            with socket.socket() as client:
+                if client.connect_ex(("127.0.0.1", port)) == 0:
+                    return f"http://127.0.0.1:{port}"
+            time.sleep(0.05)
+        return self.fail("nginx does not answer")
+
+    def test_every_good_example_is_fetched_and_stored(self):
+        base = self.start_nginx(EXAMPLES / "data")
+        names = sorted(path.name for path in (EXAMPLES / "data").iterdir()
+                       if path.suffix != ".md" and not path.name.startswith("damaged-"))
+        self.qs("fetch", "-q", "-o", "out", *(f"{base}/{name}" for name in names))
+        stored = sorted(hashlib.md5(path.read_bytes()).hexdigest() for path in (self.folder / "out").iterdir())
+        expected = sorted(line.split()[0] for line in (EXAMPLES / "data.md5").read_text().splitlines())
+        self.assertEqual(stored, expected)
 
 
 class Digests(ForeignTest):
