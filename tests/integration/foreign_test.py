@@ -189,7 +189,7 @@ class BinHex(ForeignTest):
 class Nginx(ForeignTest):
     """qs fetch takes every good example from nginx; what it stores has the digests that hashlib gave."""
 
-    CONFIG = """daemon off; pid {0}/pid; error_log {0}/error.log;
+    CONFIG = """user root; daemon off; pid {0}/pid; error_log {0}/error.log;
 events {{}}
 http {{ access_log off; client_body_temp_path {0}/body; proxy_temp_path {0}/proxy; fastcgi_temp_path {0}/fastcgi;
 uwsgi_temp_path {0}/uwsgi; scgi_temp_path {0}/scgi; server {{ listen 127.0.0.1:{1}; root {2}; }} }}
