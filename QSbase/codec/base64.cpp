@@ -258,9 +258,7 @@ int CEncodeDecode::EncodeBase64(const char* input, unsigned int length, char** o
 }
 
 int CEncodeDecode::EncodeBase64(const std::string& input, std::string& output, int flags) {
-  return CodeString(input, output, flags, [&](const char* data, unsigned int size, char** out, unsigned int& outSize) {
-    return EncodeBase64(data, size, out, outSize, flags);
-  });
+  return CodeString(*this, &CEncodeDecode::EncodeBase64, input, output, flags);
 }
 
 int CEncodeDecode::DecodeBase64(const char* input, unsigned int length, char** output, unsigned int& outputLength,
@@ -282,9 +280,7 @@ int CEncodeDecode::DecodeBase64(const char* input, unsigned int length, char** o
 }
 
 int CEncodeDecode::DecodeBase64(const std::string& input, std::string& output, int flags) {
-  return CodeString(input, output, flags, [&](const char* data, unsigned int size, char** out, unsigned int& outSize) {
-    return DecodeBase64(data, size, out, outSize, flags);
-  });
+  return CodeString(*this, &CEncodeDecode::DecodeBase64, input, output, flags);
 }
 
 int CEncodeDecode::DecodeBase64Inline(char* buffer, unsigned int length, unsigned int& outputLength, int) {

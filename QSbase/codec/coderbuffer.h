@@ -197,6 +197,15 @@ int CodeString(const std::string& input, std::string& output, int flags, Operati
   return status;
 }
 
+/// The same for a member of the coder that takes the flag word last.
+inline int CodeString(CEncodeDecode& coder,
+                      int (CEncodeDecode::*operation)(const char*, unsigned int, char**, unsigned int&, int),
+                      const std::string& input, std::string& output, int flags) {
+  return CodeString(input, output, flags, [&](const char* data, unsigned int size, char** out, unsigned int& outSize) {
+    return (coder.*operation)(data, size, out, outSize, flags);
+  });
+}
+
 }  // namespace qsbase::detail
 
 #endif

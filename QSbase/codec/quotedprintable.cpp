@@ -434,9 +434,7 @@ int CEncodeDecode::EncodeQP(const char* input, unsigned int length, char** outpu
 }
 
 int CEncodeDecode::EncodeQP(const std::string& input, std::string& output, int flags) {
-  return CodeString(input, output, flags, [&](const char* data, unsigned int size, char** out, unsigned int& outSize) {
-    return EncodeQP(data, size, out, outSize, flags);
-  });
+  return CodeString(*this, &CEncodeDecode::EncodeQP, input, output, flags);
 }
 
 int CEncodeDecode::DecodeQP(const char* input, unsigned int length, char** output, unsigned int& outputLength,
@@ -457,9 +455,7 @@ int CEncodeDecode::DecodeQP(const char* input, unsigned int length, char** outpu
 }
 
 int CEncodeDecode::DecodeQP(const std::string& input, std::string& output, int flags) {
-  return CodeString(input, output, flags, [&](const char* data, unsigned int size, char** out, unsigned int& outSize) {
-    return DecodeQP(data, size, out, outSize, flags);
-  });
+  return CodeString(*this, &CEncodeDecode::DecodeQP, input, output, flags);
 }
 
 int CEncodeDecode::DecodeQPInline(char* buffer, unsigned int length, unsigned int& outputLength, int) {

@@ -412,9 +412,7 @@ int CEncodeDecode::EncodeUUE(const char* input, unsigned int length, char** outp
 }
 
 int CEncodeDecode::EncodeUUE(const std::string& input, std::string& output, int flags) {
-  return CodeString(input, output, flags, [&](const char* data, unsigned int size, char** out, unsigned int& outSize) {
-    return EncodeUUE(data, size, out, outSize, flags);
-  });
+  return CodeString(*this, &CEncodeDecode::EncodeUUE, input, output, flags);
 }
 
 int CEncodeDecode::DecodeUUE(const char* input, unsigned int length, char** output, unsigned int& outputLength,
@@ -436,9 +434,7 @@ int CEncodeDecode::DecodeUUE(const char* input, unsigned int length, char** outp
 }
 
 int CEncodeDecode::DecodeUUE(const std::string& input, std::string& output, int flags) {
-  return CodeString(input, output, flags, [&](const char* data, unsigned int size, char** out, unsigned int& outSize) {
-    return DecodeUUE(data, size, out, outSize, flags);
-  });
+  return CodeString(*this, &CEncodeDecode::DecodeUUE, input, output, flags);
 }
 
 int CEncodeDecode::DecodeUUEInline(char* buffer, unsigned int length, unsigned int& outputLength, int flags) {
