@@ -1,0 +1,27 @@
+#!/bin/sh
+# run-windows.sh BUILD SOURCE ARCH: installs the build into a folder of its own, builds the consumers against it as
+# C++17 with the toolchain file of ARCH and runs them under Wine: against the import library, against the static
+# library, and without either by LoadLibrary.
+set -eu
+build=$1
+source=$2
+arch=$3
+work=$build/consumer
+rm -rf "$work"
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+cmake -S "$source/tests/consumer/cmake" -B "$work/cmake" -DCMAKE_TOOLCHAIN_FILE="$source/cmake/windows-$arch.cmake" \
+  -DQSbase_DIR="$work/prefix/lib/cmake/QSbase" >/dev/null
+cmake --build "$work/cmake"
+
+run() {
+  echo "== $*"
+  "$source/scripts/wine" "$arch" "$@"
+}
+
+# The static one runs where no DLL is; the others find theirs beside themselves.
+run "$work/cmake/consumer_QSbase_static.exe"
+cp "$work/prefix/bin/"*.dll "$work/cmake"
+for program in consumer_QSbase windows_h_FIRST windows_h_LAST; do
+  run "$work/cmake/$program.exe"
+done
+run "$work/cmake/loadlibrary.exe" libQSbase.dll
