@@ -14,7 +14,6 @@
 #include <array>
 #include <atomic>
 #include <charconv>
-#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -163,8 +162,7 @@ constinit thread_local ThreadCache threadCache;
 /// QsDateTime::Now(), with the zone asked once a second and thread.
 QsDateTime Now(LocalSecond& cached) {
   constexpr int kMsPerDay = 86400000;
-  const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-  const std::int64_t ms = std::chrono::floor<std::chrono::milliseconds>(sinceEpoch).count();
+  const std::int64_t ms = qsbase::detail::CurrentUtcMilliseconds();
   if (ms < 0 || (ms / 1000 != cached.second && !ToLocal(ms / 1000, cached))) {
     return QsDateTime::Now();
   }

@@ -158,12 +158,6 @@ int QsDateTime::DaysOfMonth(int year, int month) {
 
 namespace {
 
-// Milliseconds since 1970, UTC.
-std::int64_t CurrentMilliseconds() {
-  const auto now = std::chrono::system_clock::now().time_since_epoch();
-  return std::chrono::floor<std::chrono::milliseconds>(now).count();
-}
-
 QsDateTime FromUtcMilliseconds(std::int64_t milliseconds) {
   const std::chrono::milliseconds sinceEpoch(milliseconds);
   const auto day = std::chrono::floor<std::chrono::days>(sinceEpoch);
@@ -190,13 +184,13 @@ double LocalOffsetMilliseconds(std::int64_t utcMilliseconds) {
   return std::round((ToLocalTime(utcMilliseconds) - FromUtcMilliseconds(utcMilliseconds)) * kMsPerDay);
 }
 
-double CurrentOffset() { return LocalOffsetMilliseconds(CurrentMilliseconds()) / kMsPerDay; }
+double CurrentOffset() { return LocalOffsetMilliseconds(CurrentUtcMilliseconds()) / kMsPerDay; }
 
 }  // namespace
 
-QsDateTime QsDateTime::Now() { return ToLocalTime(CurrentMilliseconds()); }
+QsDateTime QsDateTime::Now() { return ToLocalTime(CurrentUtcMilliseconds()); }
 
-QsDateTime QsDateTime::UTCNow() { return FromUtcMilliseconds(CurrentMilliseconds()); }
+QsDateTime QsDateTime::UTCNow() { return FromUtcMilliseconds(CurrentUtcMilliseconds()); }
 
 int QsDateTime::GetCurrentDayOfWeek() {
   const Date today = DateOf(Now());
@@ -457,7 +451,7 @@ std::string QsGetTimeZone() {
   return text + (minutes == 0 ? "00" : std::to_string(minutes));
 }
 
-unsigned int Qs_time32() { return static_cast<unsigned int>(CurrentMilliseconds() / kMsPerSecond); }
+unsigned int Qs_time32() { return static_cast<unsigned int>(CurrentUtcMilliseconds() / kMsPerSecond); }
 
 int Qs_mktime32(struct tm* parts) {
   if (parts == nullptr) {

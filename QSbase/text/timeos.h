@@ -1,5 +1,6 @@
 /// \file
-/// What date and time need of the operating system (internal): the local zone's rules. Every function may be called
+/// What date and time need of the operating system (internal): the clock and the local zone's rules. Twins:
+/// posix/timeos.cpp, win32/timeos.cpp. Every function may be called
 /// from any thread at any time; none touches the last error for its caller's purposes, though it may change it.
 #ifndef QSBASE_TEXT_TIMEOS_H
 #define QSBASE_TEXT_TIMEOS_H
@@ -8,6 +9,10 @@
 #include <ctime>
 
 namespace qsbase::detail {
+
+/// Milliseconds since 1970-01-01 00:00 UTC, rounded down. Not std::chrono's clock, which ends in 2038 where time_t has
+/// 32 bits.
+std::int64_t CurrentUtcMilliseconds() noexcept;
 
 /// Breaks a time (seconds since 1970-01-01 00:00 UTC) down as local time. False when it cannot be broken down; `parts`
 /// is then undefined. Need not notice that the zone changed since the last RefreshTimeZone.
@@ -18,7 +23,7 @@ bool BreakDownLocal(std::int64_t time, std::tm& parts) noexcept;
 /// Notices a changed zone.
 std::int64_t MakeLocal(std::tm& parts) noexcept;
 
-/// Takes over a change of the zone (on POSIX of the variable TZ).
+/// Takes over a change of the zone (of the variable TZ; on Windows, where there is none, of the system's setting).
 void RefreshTimeZone() noexcept;
 
 }  // namespace qsbase::detail

@@ -4,6 +4,12 @@
 
 namespace qsbase::detail {
 
+std::int64_t CurrentUtcMilliseconds() noexcept {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
 bool BreakDownLocal(std::int64_t time, std::tm& parts) noexcept {
   const time_t native = time;
   return localtime_r(&native, &parts) != nullptr;

@@ -1,0 +1,74 @@
+#include <QSbase/text/timeos.h>
+
+#include <time.h>
+
+#include <QSbase/win32/windowsapi.h>
+
+namespace qsbase::detail {
+
+namespace {
+
+// The Gregorian calendar repeats itself, weekdays included, every 400 years.
+constexpr int kCycleYears = 400;
+constexpr std::int64_t kCycleSeconds = std::int64_t{146097} * 86400;
+
+constexpr std::int64_t kLastNativeTime = 32535244799;                    // of the C runtime: the end of the year 3000
+constexpr std::int64_t kLastTime = std::int64_t{2000000000} * 31556952;  // its year still is an int
+
+// The C runtime reads its zone variables without a lock while _tzset sets them anew, by way of wrong values.
+SRWLOCK zoneLock = SRWLOCK_INIT;
+
+class ZoneReader {
+ public:
+  ZoneReader() noexcept { AcquireSRWLockShared(&zoneLock); }
+  ~ZoneReader() { ReleaseSRWLockShared(&zoneLock); }
+  ZoneReader(const ZoneReader&) = delete;
+  ZoneReader& operator=(const ZoneReader&) = delete;
+};
+
+// How many calendar cycles earlier the C runtime can break down a time: it knows the years 1970 to 3000 only.
+std::int64_t CyclesBeyond(std::int64_t time) {
+  if (time < 0) {
+    return (time + 1) / kCycleSeconds - 1;
+  }
+  return time <= kLastNativeTime ? 0 : (time - kLastNativeTime) / kCycleSeconds + 1;
+}
+
+}  // namespace
+
+std::int64_t CurrentUtcMilliseconds() noexcept {
+  constexpr std::uint64_t kTicksPerMillisecond = 10000;
+  constexpr std::uint64_t kUnixEpoch = 116444736000000000;
+  FILETIME now;
+  GetSystemTimeAsFileTime(&now);
+  const std::uint64_t ticks = (std::uint64_t{now.dwHighDateTime} << 32U) | now.dwLowDateTime;
+  return static_cast<std::int64_t>(ticks - kUnixEpoch) / static_cast<std::int64_t>(kTicksPerMillisecond);
+}
+
+bool BreakDownLocal(std::int64_t time, std::tm& parts) noexcept {
+  if (time < -kLastTime || time > kLastTime) {
+    return false;
+  }
+  const std::int64_t cycles = CyclesBeyond(time);
+  const __time64_t native = time - cycles * kCycleSeconds;
+  const ZoneReader reader;
+  if (_localtime64_s(&parts, &native) != 0) {
+    return false;
+  }
+  parts.tm_year += static_cast<int>(cycles * kCycleYears);
+  return true;
+}
+
+std::int64_t MakeLocal(std::tm& parts) noexcept {
+  RefreshTimeZone();
+  const ZoneReader reader;
+  return _mktime64(&parts);
+}
+
+void RefreshTimeZone() noexcept {
+  AcquireSRWLockExclusive(&zoneLock);
+  _tzset();
+  ReleaseSRWLockExclusive(&zoneLock);
+}
+
+}  // namespace qsbase::detail
