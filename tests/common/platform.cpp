@@ -1,0 +1,287 @@
+#include <common/platform.h>
+
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+
+#ifdef _WIN32
+#define WIN32_LEAN_AND_MEAN
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#include <winioctl.h>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace qsbase::testing {
+
+namespace {
+
+void Check(bool done, const char* what, const std::string& path) {
+  if (!done) {
+#ifdef _WIN32
+    const int error = static_cast<int>(GetLastError());
+#else
+    const int error = errno;
+#endif
+    throw std::runtime_error(std::string(what) + " " + path + ": error " + std::to_string(error));
+  }
+}
+
+}  // namespace
+
+#ifdef _WIN32
+
+namespace {
+
+constexpr std::int64_t kTick = 100;  // nanoseconds
+constexpr std::int64_t kEpochTicks = 116444736000000000;
+
+class Handle {
+ public:
+  explicit Handle(HANDLE handle) : _handle(handle) {}
+  ~Handle() {
+    if (_handle != INVALID_HANDLE_VALUE) {
+      CloseHandle(_handle);
+    }
+  }
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+  HANDLE Get() const { return _handle; }
+
+ private:
+  HANDLE _handle;
+};
+
+HANDLE Open(const std::string& path, DWORD access) {
+  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+  constexpr DWORD kFlags = FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT;
+  const HANDLE handle = CreateFileA(path.c_str(), access, kShareAll, nullptr, OPEN_EXISTING, kFlags, nullptr);
+  Check(handle != INVALID_HANDLE_VALUE, "open", path);
+  return handle;
+}
+
+std::int64_t ToNanoseconds(const FILETIME& time) {
+  ULARGE_INTEGER ticks;
+  ticks.LowPart = time.dwLowDateTime;
+  ticks.HighPart = time.dwHighDateTime;
+  return (static_cast<std::int64_t>(ticks.QuadPart) - kEpochTicks) * kTick;
+}
+
+FILETIME ToFileTime(std::int64_t nanoseconds) {
+  ULARGE_INTEGER ticks;
+  ticks.QuadPart = static_cast<ULONGLONG>(nanoseconds / kTick + kEpochTicks);
+  FILETIME time;
+  time.dwLowDateTime = ticks.LowPart;
+  time.dwHighDateTime = ticks.HighPart;
+  return time;
+}
+
+void MoveTo(HANDLE file, std::int64_t position, const std::string& path) {
+  LARGE_INTEGER distance;
+  distance.QuadPart = position;
+  Check(SetFilePointerEx(file, distance, nullptr, FILE_BEGIN) != 0, "seek in", path);
+}
+
+// Without it NTFS writes zeros over gigabytes; who cannot (Wine, whose files have holes anyway) says no.
+void MakeSparse(HANDLE file) {
+  DWORD returned = 0;
+  DeviceIoControl(file, FSCTL_SET_SPARSE, nullptr, 0, nullptr, 0, &returned, nullptr);
+}
+
+bool MakeAnyLink(const std::string& target, const std::string& link, DWORD flags) {
+  constexpr DWORD kUnprivileged = 2;  // where the developer mode is on
+  const bool made = CreateSymbolicLinkA(link.c_str(), target.c_str(), flags | kUnprivileged) != 0;
+  return made && GetFileAttributesA(link.c_str()) != INVALID_FILE_ATTRIBUTES;  // Wine says yes and makes none
+}
+
+}  // namespace
+
+bool IsWine() { return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr; }
+
+void SetEnvironment(const std::string& name, const std::string& value) {
+  Check(_putenv_s(name.c_str(), value.c_str()) == 0, "set", name);  // this process's and the C runtime's
+  _tzset();
+}
+
+void RemoveEnvironment(const std::string& name) { SetEnvironment(name, ""); }
+
+void SetReadOnly(const std::string& path, bool readOnly) {
+  DWORD attributes = GetFileAttributesA(path.c_str());
+  Check(attributes != INVALID_FILE_ATTRIBUTES, "look at", path);
+  attributes &= ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
+  attributes |= readOnly ? FILE_ATTRIBUTE_READONLY : 0;
+  Check(SetFileAttributesA(path.c_str(), attributes) != 0, "set the attributes of", path);
+}
+
+bool IsReadOnly(const std::string& path) {
+  const DWORD attributes = GetFileAttributesA(path.c_str());
+  Check(attributes != INVALID_FILE_ATTRIBUTES, "look at", path);
+  return (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+}
+
+FileTimes TimesOf(const std::string& path) {
+  const Handle file(Open(path, FILE_READ_ATTRIBUTES));
+  FILETIME accessed;
+  FILETIME modified;
+  Check(GetFileTime(file.Get(), nullptr, &accessed, &modified) != 0, "read the times of", path);
+  return {ToNanoseconds(modified), ToNanoseconds(accessed)};
+}
+
+void SetTimes(const std::string& path, std::int64_t nanoseconds) {
+  const Handle file(Open(path, FILE_WRITE_ATTRIBUTES));
+  const FILETIME time = ToFileTime(nanoseconds);
+  Check(SetFileTime(file.Get(), nullptr, &time, &time) != 0, "set the times of", path);
+}
+
+bool MakeLink(const std::string& target, const std::string& link) { return MakeAnyLink(target, link, 0); }
+
+bool MakeDirectoryLink(const std::string& target, const std::string& link) {
+  return MakeAnyLink(target, link, SYMBOLIC_LINK_FLAG_DIRECTORY);
+}
+
+void Resize(const std::string& path, std::int64_t size) {
+  const Handle file(Open(path, GENERIC_WRITE));
+  MakeSparse(file.Get());
+  MoveTo(file.Get(), size, path);
+  Check(SetEndOfFile(file.Get()) != 0, "resize", path);
+}
+
+void WriteAt(const std::string& path, std::int64_t position, const std::string& bytes) {
+  const Handle file(Open(path, GENERIC_WRITE));
+  MakeSparse(file.Get());
+  MoveTo(file.Get(), position, path);
+  DWORD written = 0;
+  const DWORD size = static_cast<DWORD>(bytes.size());
+  Check(WriteFile(file.Get(), bytes.data(), size, &written, nullptr) != 0 && written == size, "write to", path);
+}
+
+std::vector<std::string> NamesIn(const std::string& dir) {
+  std::vector<std::string> names;
+  WIN32_FIND_DATAA found;
+  const HANDLE search = FindFirstFileA((dir + "/*").c_str(), &found);
+  Check(search != INVALID_HANDLE_VALUE, "list", dir);
+  do {
+    const std::string name = found.cFileName;
+    if (name != "." && name != "..") {
+      names.push_back(name);
+    }
+  } while (FindNextFileA(search, &found) != 0);
+  FindClose(search);
+  return names;
+}
+
+ChildTest::ChildTest(const std::string& test) : _process(nullptr) {
+  char program[MAX_PATH + 1] = {};
+  Check(GetModuleFileNameA(nullptr, program, MAX_PATH) != 0, "find", "this program");
+  std::string command = "\"";
+  command.append(program).append("\" --gtest_also_run_disabled_tests --gtest_brief=1 --gtest_filter=").append(test);
+  STARTUPINFOA startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process;
+  Check(CreateProcessA(program, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process) != 0,
+        "start", program);
+  CloseHandle(process.hThread);
+  _process = process.hProcess;
+}
+
+ChildTest::~ChildTest() {
+  Kill();
+  CloseHandle(_process);
+}
+
+bool ChildTest::IsRunning() const { return WaitForSingleObject(_process, 0) == WAIT_TIMEOUT; }
+
+void ChildTest::Kill() {
+  TerminateProcess(_process, 99);
+  WaitForSingleObject(_process, INFINITE);
+}
+
+#else
+
+namespace {
+
+constexpr mode_t kWriteBits = S_IWUSR | S_IWGRP | S_IWOTH;
+
+mode_t ModeOf(const std::string& path) {
+  struct stat status;
+  Check(stat(path.c_str(), &status) == 0, "look at", path);
+  return status.st_mode;
+}
+
+std::int64_t ToNanoseconds(const timespec& time) { return std::int64_t{time.tv_sec} * kSecond + time.tv_nsec; }
+
+}  // namespace
+
+bool IsWine() { return false; }
+
+void SetEnvironment(const std::string& name, const std::string& value) {
+  Check(setenv(name.c_str(), value.c_str(), 1) == 0, "set", name);
+  tzset();
+}
+
+void RemoveEnvironment(const std::string& name) {
+  Check(unsetenv(name.c_str()) == 0, "unset", name);
+  tzset();
+}
+
+void SetReadOnly(const std::string& path, bool readOnly) {
+  const mode_t mode = ModeOf(path) & 07777;
+  const mode_t changed = readOnly ? mode & ~kWriteBits : mode | S_IWUSR;
+  Check(chmod(path.c_str(), changed) == 0, "set the mode of", path);
+}
+
+bool IsReadOnly(const std::string& path) { return (ModeOf(path) & S_IWUSR) == 0; }
+
+FileTimes TimesOf(const std::string& path) {
+  struct stat status;
+  Check(lstat(path.c_str(), &status) == 0, "look at", path);
+  return {ToNanoseconds(status.st_mtim), ToNanoseconds(status.st_atim)};
+}
+
+void SetTimes(const std::string& path, std::int64_t nanoseconds) {
+  std::int64_t seconds = nanoseconds / kSecond;
+  seconds -= nanoseconds < seconds * kSecond ? 1 : 0;
+  const timespec time = {static_cast<time_t>(seconds), static_cast<long>(nanoseconds - seconds * kSecond)};
+  const timespec times[2] = {time, time};
+  Check(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0, "set the times of", path);
+}
+
+bool MakeLink(const std::string& target, const std::string& link) {
+  std::filesystem::create_symlink(target, link);
+  return true;
+}
+
+bool MakeDirectoryLink(const std::string& target, const std::string& link) {
+  std::filesystem::create_directory_symlink(target, link);
+  return true;
+}
+
+void Resize(const std::string& path, std::int64_t size) { Check(truncate(path.c_str(), size) == 0, "resize", path); }
+
+void WriteAt(const std::string& path, std::int64_t position, const std::string& bytes) {
+  const int descriptor = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+  Check(descriptor != -1, "open", path);
+  const ssize_t written = pwrite(descriptor, bytes.data(), bytes.size(), position);
+  close(descriptor);
+  Check(written == static_cast<ssize_t>(bytes.size()), "write to", path);
+}
+
+std::vector<std::string> NamesIn(const std::string& dir) {
+  std::vector<std::string> names;
+  for (const std::filesystem::directory_entry& entry : std::filesystem::directory_iterator(dir)) {
+    names.push_back(entry.path().filename().string());
+  }
+  return names;
+}
+
+#endif
+
+}  // namespace qsbase::testing

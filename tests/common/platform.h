@@ -1,0 +1,101 @@
+/// \file
+/// What tests ask of the operating system behind the library's back, under one name for every target.
+///
+/// Paths are bytes, in the ANSI code page on Windows; "/" and "\" stand for themselves on Linux. Functions without a
+/// result throw std::runtime_error when the system refuses.
+#ifndef QSBASE_TESTS_COMMON_PLATFORM_H
+#define QSBASE_TESTS_COMMON_PLATFORM_H
+
+#include <cerrno>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace qsbase::testing {
+
+// The last error where both systems refuse the same thing.
+#ifdef _WIN32
+inline constexpr bool kOnWindows = true;
+inline constexpr int kNoSuchFile = 2;       // ERROR_FILE_NOT_FOUND
+inline constexpr int kNoSuchDirectory = 3;  // ERROR_PATH_NOT_FOUND: a folder on the way is missing or is a file
+inline constexpr int kBelowAFile = 3;
+inline constexpr int kIsADirectory = 5;   // ERROR_ACCESS_DENIED
+inline constexpr int kFileIsThere = 80;   // ERROR_FILE_EXISTS, of a creation
+inline constexpr int kNameIsTaken = 183;  // ERROR_ALREADY_EXISTS, of a directory or a move
+inline constexpr int kNotEmpty = 145;     // ERROR_DIR_NOT_EMPTY
+inline constexpr int kSameFile = 32;      // ERROR_SHARING_VIOLATION
+#else
+inline constexpr bool kOnWindows = false;
+inline constexpr int kNoSuchFile = ENOENT;
+inline constexpr int kNoSuchDirectory = ENOENT;
+inline constexpr int kBelowAFile = ENOTDIR;
+inline constexpr int kIsADirectory = EISDIR;
+inline constexpr int kFileIsThere = EEXIST;
+inline constexpr int kNameIsTaken = EEXIST;
+inline constexpr int kNotEmpty = ENOTEMPTY;
+inline constexpr int kSameFile = EBUSY;
+#endif
+
+/// Whether Wine stands in for Windows.
+bool IsWine();
+
+/// Sets a variable of this process, or removes it, and takes over what it says of the time zone.
+void SetEnvironment(const std::string& name, const std::string& value);
+void RemoveEnvironment(const std::string& name);
+
+/// The read-only attribute; on Linux the write bits.
+void SetReadOnly(const std::string& path, bool readOnly);
+bool IsReadOnly(const std::string& path);
+
+/// In nanoseconds since 1970 (Windows keeps hundreds of them).
+struct FileTimes {
+  std::int64_t modified = 0;
+  std::int64_t accessed = 0;
+};
+
+constexpr std::int64_t kSecond = 1000000000;
+
+/// A symbolic link is looked at itself.
+FileTimes TimesOf(const std::string& path);
+
+/// Sets both times.
+void SetTimes(const std::string& path, std::int64_t nanoseconds);
+
+/// Makes a symbolic link; false where the system or the account makes none (Wine, Windows without the privilege).
+bool MakeLink(const std::string& target, const std::string& link);
+bool MakeDirectoryLink(const std::string& target, const std::string& link);
+
+constexpr const char* kNoLinks = "no symbolic link can be made here: Wine has none, Windows asks for a privilege";
+
+/// Gives the file this size, with a hole where the file system can.
+void Resize(const std::string& path, std::int64_t size);
+
+/// Writes into the file at a position, behind its end too.
+void WriteAt(const std::string& path, std::int64_t position, const std::string& bytes);
+
+/// Every name in the folder but "." and "..".
+std::vector<std::string> NamesIn(const std::string& dir);
+
+#ifdef _WIN32
+/// A second run of this program: the one (disabled) test of that name. The environment is handed on.
+class ChildTest {
+ public:
+  explicit ChildTest(const std::string& test);
+  /// Ends the process if it still runs.
+  ~ChildTest();
+  ChildTest(const ChildTest&) = delete;
+  ChildTest& operator=(const ChildTest&) = delete;
+
+  bool IsRunning() const;
+
+  /// Ends the process at once, whatever it does, and waits for that.
+  void Kill();
+
+ private:
+  void* _process;
+};
+#endif
+
+}  // namespace qsbase::testing
+
+#endif
