@@ -14,7 +14,7 @@ complain() {
 
 case $library in
   *.dll)
-    symbols=$("$objdump" -p "$library" | sed -nE '/^\[Ordinal\/Name Pointer\]/,/^$/s/^[[:space:]]*\[[^]]*\] (.*)$/\1/p' | c++filt) ;;
+    symbols=$("$objdump" -p "$library" | sed -nE '/^\[Ordinal\/Name Pointer\]/,/^$/s/^[[:space:]]*\[ *[0-9]+\].* ([^ ]+)$/\1/p' | c++filt) ;;
   *)
     symbols=$(nm -D --defined-only --demangle "$library" | cut -d' ' -f3-)
     "$objdump" -p "$library" | grep -qE 'SONAME +libQSbase\.so\.[0-9]' || complain "no versioned soname" ;;
