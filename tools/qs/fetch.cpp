@@ -41,7 +41,7 @@ class Fetcher {
   void Fetch(std::size_t index) {
     const std::string& url = _options.urls[index];
     std::string name = UrlFileName(url);
-    name = name.empty() ? "download" : SafeFileName(name);
+    name = name.empty() ? "download" : _store.SafeName(name);
     Download download(_options.resume ? _store.PathOf(PartName(name)) : "");
     _progress.Begin("[" + std::to_string(index + 1) + "/" + std::to_string(_options.urls.size()) + "] " +
                     DisplayUrl(url));
@@ -115,7 +115,7 @@ class Fetcher {
   // Stores what passed its checks and reports what did not.
   void Finish(const Attachment& file, std::vector<std::size_t> sources, std::size_t parts) {
     Outcome outcome;
-    outcome.file = SafeFileName(file.name);
+    outcome.file = _store.SafeName(file.name);
     outcome.encoding = EncodingName(file.encoding);
     outcome.sources = std::move(sources);
     if (!file.problem.empty()) {

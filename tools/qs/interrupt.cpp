@@ -1,7 +1,8 @@
 #include "interrupt.h"
 
 #include <atomic>
-#include <csignal>
+
+#include "interruptos.h"
 
 namespace qs {
 namespace {
@@ -13,10 +14,7 @@ extern "C" void NoteSignal(int number) { receivedSignal.store(number); }
 
 }  // namespace
 
-void CatchInterrupts() {
-  std::signal(SIGINT, &NoteSignal);
-  std::signal(SIGTERM, &NoteSignal);
-}
+void CatchInterrupts() { NoteSignals(&NoteSignal); }
 
 bool Interrupted() { return receivedSignal.load() != 0; }
 

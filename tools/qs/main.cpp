@@ -3,20 +3,26 @@
 #include <QSbase/errors.h>
 #include <QSbase/export.h>
 #include <QSbase/net/http.h>
+#include <QSbase/support/filesupport.h>
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <exception>
-#include <limits>
-#include <map>
 #include <string>
 
 #include "coders.h"
+#include "consoleos.h"
 #include "demo.h"
 #include "fetch.h"
 #include "interrupt.h"
 
 namespace {
+
+// In MiB. Content, its attachments and the text they came from are in memory at the same time.
+constexpr bool kSmallMemory = sizeof(void*) < 8;
+constexpr unsigned int kDefaultMemory = kSmallMemory ? 256 : 1024;
+constexpr unsigned int kMaxMemory = kSmallMemory ? 1024 : 4095;
 
 struct Options {
   qs::FetchOptions fetch;
@@ -27,7 +33,7 @@ struct Options {
   qs::HashOptions hash;
   bool verbose = false;
   bool hmac = false;
-  unsigned int memoryLimit = 1024;
+  unsigned int memoryLimit = kDefaultMemory;
 };
 
 // Starts and stops what transfers need.
@@ -44,6 +50,16 @@ std::string VersionText() {
   std::string ssl;
   QsGetCurlOpenSSLVersions(curl, ssl);
   return "qs " QSBASE_VERSION_STRING " (libcurl " + curl + ", SSL " + ssl + ")";
+}
+
+// The library's view of the file system: the parser's own takes names in another encoding on Windows.
+std::string MissingFile(const std::string& path) {
+  const auto type = QsGetFSObjectType(path);
+  return type == FSO_NOTHING || type == FSO_DIRECTORY ? "no such file: " + path : "";
+}
+
+std::string MissingFolder(const std::string& path) {
+  return QsGetFSObjectType(path) == FSO_DIRECTORY ? "" : "no such folder: " + path;
 }
 
 void AddLogOptions(CLI::App& command, int& level, bool& quiet, bool& verbose) {
@@ -74,7 +90,7 @@ void AddFetch(CLI::App& app, Options& options) {
   command->add_option("--proxy-user", fetch.transfer.proxyUser, "User name for the proxy")->type_name("NAME");
   command->add_option("--proxy-password", fetch.transfer.proxyPassword, "Password for the proxy")->type_name("TEXT");
   command->add_option("--ca", fetch.transfer.caFile, "Trust the certificate authorities in this PEM file only")
-      ->check(CLI::ExistingFile)
+      ->check(&MissingFile)
       ->type_name("FILE");
   command->add_flag("--insecure", fetch.transfer.insecure, "Do not verify certificates and host names (dangerous)");
   command->add_flag("--resume", fetch.resume,
@@ -82,15 +98,17 @@ void AddFetch(CLI::App& app, Options& options) {
   command->add_option("--timeout", fetch.transfer.connectTimeout, "Seconds to wait for a connection (default: 30)")
       ->check(CLI::Range(1, 86400))
       ->type_name("SECONDS");
-  command->add_option("--memory", options.memoryLimit, "Look into content of at most so many MiB (default: 1024)")
-      ->check(CLI::Range(1U, 4095U))
+  command
+      ->add_option("--memory", options.memoryLimit,
+                   "Look into content of at most so many MiB (default: " + std::to_string(kDefaultMemory) + ")")
+      ->check(CLI::Range(1U, kMaxMemory))
       ->type_name("MIB");
 }
 
 void AddDemo(CLI::App& app, Options& options) {
   CLI::App* command = app.add_subcommand("demo", "Serve example articles on 127.0.0.1 and fetch all of them");
   command->add_option("--data", options.demo.articles, "Folder of the articles (default: the examples)")
-      ->check(CLI::ExistingDirectory)
+      ->check(&MissingFolder)
       ->type_name("DIR");
   command->add_option("-o,--output", options.demo.outputFolder, "Folder for files and log (default: a temporary one)")
       ->type_name("DIR");
@@ -221,6 +239,7 @@ int ParseAndRun(int argc, char** argv) {
   CLI::App app("Fetches articles, decodes and checks their attachments and stores them.", "qs");
   app.set_version_flag("--version", VersionText);
   app.require_subcommand(1);
+  app.allow_windows_style_options(false);  // "/a.txt" is a file everywhere
   AddFetch(app, options);
   AddDemo(app, options);
   AddEncode(app, options);
@@ -245,6 +264,7 @@ int ParseAndRun(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  const qs::Utf8Console console;
   try {
     return ParseAndRun(argc, argv);
   } catch (const ExBase& error) {

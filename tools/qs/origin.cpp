@@ -11,7 +11,6 @@
 #include <optional>
 #include <utility>
 
-#include "loopbackos.h"
 #include "text.h"
 
 namespace qs {
@@ -50,14 +49,14 @@ bool ParseNumber(std::string_view text, std::uint64_t& number) {
 }
 
 struct ByteRange {
-  std::uint64_t first;
-  std::uint64_t length;
+  std::size_t first;
+  std::size_t length;
 };
 
 enum class RangeKind { None, Served, Impossible };
 
 // "bytes=5-9", "bytes=5-" and "bytes=-5"; any other form is no range, and the whole file is sent.
-RangeKind ParseRange(std::string_view value, std::uint64_t size, ByteRange& range) {
+RangeKind ParseRange(std::string_view value, std::size_t size, ByteRange& range) {
   if (!StartsWith(value, "bytes=")) {
     return RangeKind::None;
   }
@@ -68,25 +67,25 @@ RangeKind ParseRange(std::string_view value, std::uint64_t size, ByteRange& rang
   }
   const std::string_view from = value.substr(0, dash);
   const std::string_view to = value.substr(dash + 1);
+  std::uint64_t first = 0;
   std::uint64_t last = 0;
   if (from.empty()) {
     if (!ParseNumber(to, last)) {
       return RangeKind::None;
     }
-    range.length = std::min(last, size);
+    range.length = static_cast<std::size_t>(std::min<std::uint64_t>(last, size));
     range.first = size - range.length;
     return range.length > 0 ? RangeKind::Served : RangeKind::Impossible;
   }
-  if (!ParseNumber(from, range.first) || (!to.empty() && (!ParseNumber(to, last) || last < range.first))) {
+  if (!ParseNumber(from, first) || (!to.empty() && (!ParseNumber(to, last) || last < first))) {
     return RangeKind::None;
   }
-  if (range.first >= size) {
+  if (first >= size) {
     return RangeKind::Impossible;
   }
-  range.length = size - range.first;
-  if (!to.empty()) {
-    range.length = std::min(range.length, last - range.first + 1);
-  }
+  last = to.empty() ? size - 1 : std::min<std::uint64_t>(last, size - 1);
+  range.first = static_cast<std::size_t>(first);
+  range.length = static_cast<std::size_t>(last - first) + 1;
   return RangeKind::Served;
 }
 
@@ -104,12 +103,12 @@ Origin::~Origin() {
   if (_thread.joinable()) {
     _thread.join();
   }
-  CloseDescriptor(_listener);
+  CloseSocket(_listener);
 }
 
 std::string Origin::Start() {
   _listener = ListenOnLoopback(_port);
-  if (_listener < 0) {
+  if (_listener == kNoSocket) {
     return "cannot listen on 127.0.0.1 (" + QsErrorMessage(QsGetLastError()) + ")";
   }
   _thread = std::thread([this] { Serve(); });
@@ -122,15 +121,15 @@ std::string Origin::UrlOf(const std::string& name) const {
 
 void Origin::Serve() {
   while (!_stop) {
-    const int connection = AcceptWithin(_listener, kPollMilliseconds);
-    if (connection >= 0) {
+    const SocketHandle connection = AcceptWithin(_listener, kPollMilliseconds);
+    if (connection != kNoSocket) {
       Answer(connection);
-      CloseDescriptor(connection);
+      CloseSocket(connection);
     }
   }
 }
 
-void Origin::Answer(int connection) const {
+void Origin::Answer(SocketHandle connection) const {
   std::string request;
   std::array<char, 2048> block{};
   while (request.find("\r\n\r\n") == std::string::npos) {

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <thread>
 
+#include "loopbackos.h"
+
 namespace qs {
 
 /// Answers GET and HEAD, whole or one byte range (RFC 9110), one request a connection. Nothing but the given files can
@@ -30,11 +32,11 @@ class Origin {
 
  private:
   void Serve();
-  void Answer(int connection) const;
+  void Answer(SocketHandle connection) const;
   std::string ResponseTo(std::string_view request) const;
 
   std::map<std::string, std::string> _files;
-  int _listener = -1;
+  SocketHandle _listener = kNoSocket;
   unsigned short _port = 0;
   std::atomic<bool> _stop{false};
   std::thread _thread;

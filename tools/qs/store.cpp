@@ -8,18 +8,21 @@
 #include <QSbase/support/qsfile.h>
 #include <QSbase/text/qsstring.h>
 
+#include <algorithm>
 #include <list>
 #include <set>
 #include <vector>
 
+#include "pathos.h"
 #include "text.h"
 
 namespace qs {
 namespace {
 
-// File systems take 255 bytes; a counter and the suffix of a temporary file must fit too.
-constexpr std::size_t kMaxName = 230;
 constexpr std::size_t kMaxExtension = 32;
+// For a counter and the suffix of a temporary file behind a name.
+constexpr std::size_t kRoomForSuffix = 25;
+constexpr std::size_t kShortestName = 10;
 constexpr int kMaxAttempts = 1000;
 constexpr std::size_t kBlock = 1 << 16;
 
@@ -33,15 +36,21 @@ std::string Cut(const std::string& text, std::size_t length) {
   return text.substr(0, length);
 }
 
-std::string Shorten(const std::string& name) {
-  if (name.size() <= kMaxName) {
+std::string Shorten(const std::string& name, std::size_t longest) {
+  if (name.size() <= longest) {
     return name;
   }
   std::string extension = ExtractFileExt(name);
-  if (extension.size() > kMaxExtension) {
+  if (extension.size() > std::min(kMaxExtension, longest / 2)) {
     extension.clear();
   }
-  return Cut(name, kMaxName - extension.size()) + extension;
+  return Cut(name, longest - extension.size()) + extension;
+}
+
+// A folder whose path leaves room for no name at all is the system's to refuse.
+std::size_t LongestSafeName(const std::string& folder) {
+  const std::size_t room = LongestNameIn(folder);
+  return room < kShortestName + kRoomForSuffix ? kShortestName : std::min(kMaxFileName, room - kRoomForSuffix);
 }
 
 std::string LastError() { return QsErrorMessage(QsGetLastError()); }
@@ -90,14 +99,14 @@ std::string CopyStream(std::FILE* from, const QsFile& to, std::string& md5, std:
 
 }  // namespace
 
-std::string SafeFileName(const std::string& name) {
+std::string SafeFileName(const std::string& name, std::size_t longest) {
   const std::size_t separator = name.find_last_of("/\\");
   std::string last(Trim(separator == std::string::npos ? name : name.substr(separator + 1)));
   last.resize(std::min(last.find('\0'), last.size()));
   if (last.empty() || last == "." || last == "..") {
     return "unnamed";
   }
-  return QsMakeCompatibleFilename(Printable(Shorten(last)));
+  return QsMakeCompatibleFilename(Printable(Shorten(last, longest)));
 }
 
 bool EnsureFolder(const std::string& folder) {
@@ -107,7 +116,8 @@ bool EnsureFolder(const std::string& folder) {
   return ForceCreateDirectories(folder) && QsGetFSObjectType(folder) == FSO_DIRECTORY;
 }
 
-Store::Store(const std::string& folder) : _folder(folder), _names(1, " (", ")") {}
+Store::Store(const std::string& folder)
+    : _folder(folder), _longestName(LongestSafeName(folder)), _names(1, " (", ")") {}
 
 std::string Store::Open() {
   if (!EnsureFolder(_folder)) {
@@ -115,6 +125,8 @@ std::string Store::Open() {
   }
   return {};
 }
+
+std::string Store::SafeName(const std::string& wanted) const { return SafeFileName(wanted, _longestName); }
 
 std::string Store::PathOf(const std::string& fileName) const { return ConstructPath(_folder, fileName); }
 
@@ -142,7 +154,7 @@ void Store::RemoveTemporariesOf(const std::string& fileName) const {
 }
 
 std::string Store::Save(const std::string& wanted, const std::string& data, std::string& fileName) {
-  const std::string safe = SafeFileName(wanted);
+  const std::string safe = SafeName(wanted);
   if (!_foreign) {
     _foreign = NamesEndingInDigits(_folder, "*");
   }
@@ -167,11 +179,15 @@ std::string Store::Save(const std::string& wanted, const std::string& data, std:
 
 std::string Store::SaveStream(const std::string& wanted, std::FILE* stream, std::string& fileName, std::string& md5,
                               std::uint64_t& size) {
-  fileName = FreeName(SafeFileName(wanted));
+  fileName = FreeName(SafeName(wanted));
   const std::string temporary = PathOf(FreeName(fileName + ".tmp"));
+  // fopen's "x" is not known everywhere; this makes a file that was not there either.
+  if (!QsAtomicSaveBinaryFile(temporary, "", false)) {
+    return "cannot store '" + fileName + "' (" + LastError() + ")";
+  }
   const QsFileDeleter deleter(temporary);
   QsFile file;
-  if (!file.Open(temporary.c_str(), "wbx")) {
+  if (!file.Open(temporary.c_str(), "wb")) {
     return "cannot store '" + fileName + "' (" + LastError() + ")";
   }
   const std::string problem = CopyStream(stream, file, md5, size);

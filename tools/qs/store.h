@@ -13,9 +13,12 @@
 
 namespace qs {
 
-/// A name from outside as a file name that stays in its folder: its last component, made compatible, cut to a
-/// length that leaves room for a counter, its extension kept. An empty name, "." and ".." give "unnamed".
-std::string SafeFileName(const std::string& name);
+/// The longest name that any file system takes with a counter and the suffix of a temporary file behind it.
+constexpr std::size_t kMaxFileName = 230;
+
+/// A name from outside as a file name that stays in its folder: its last component, made compatible, cut to about that
+/// many bytes, its extension kept. An empty name, "." and ".." give "unnamed".
+std::string SafeFileName(const std::string& name, std::size_t longest = kMaxFileName);
 
 /// Creates a folder and those above it unless it is there. \returns whether it is there now.
 bool EnsureFolder(const std::string& folder);
@@ -26,6 +29,9 @@ class Store {
 
   /// Creates the folder and those above it. \returns what went wrong, empty for success.
   std::string Open();
+
+  /// SafeFileName with what the folder's path leaves room for.
+  std::string SafeName(const std::string& wanted) const;
 
   /// Stores the data under the wanted name, or under that name and a counter when it is taken: an existing file is
   /// never replaced, and no half file is ever seen. \param fileName the name it was stored under, without the folder.
@@ -46,6 +52,7 @@ class Store {
   void RemoveTemporariesOf(const std::string& fileName) const;
 
   std::string _folder;
+  std::size_t _longestName = kMaxFileName;
   CUniqueFilenameManager _names;
   std::optional<std::set<std::string>> _foreign;  // files that only look like left-over temporary ones
 };

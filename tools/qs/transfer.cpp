@@ -12,6 +12,7 @@
 #include <limits>
 
 #include "interrupt.h"
+#include "streamos.h"
 #include "text.h"
 
 namespace qs {
@@ -60,7 +61,7 @@ void NoteText(const char* text, void* user) {
 
 bool ShallAbort(void* user) {
   const Watch& watch = *static_cast<Watch*>(user);
-  const long bytes = std::ftell(watch.stream);
+  const std::int64_t bytes = StreamPosition(watch.stream);
   if (bytes > 0) {
     watch.progress->Update(static_cast<std::uint64_t>(bytes), watch.total);
   }
@@ -166,14 +167,11 @@ Download::~Download() {
 
 std::FILE* Download::Stream() { return _partPath.empty() ? _temporary.get() : static_cast<std::FILE*>(_part); }
 
-std::int64_t Download::Size() {
-  std::FILE* stream = Stream();
-  return std::fseek(stream, 0, SEEK_END) == 0 ? std::int64_t{std::ftell(stream)} : -1;
-}
+std::int64_t Download::Size() { return SeekToEnd(Stream()); }
 
 bool Download::Open() {
   if (_partPath.empty()) {
-    _temporary.reset(std::tmpfile());
+    _temporary.reset(OpenTemporaryStream());
     return _temporary != nullptr;
   }
   return _part.Open(_partPath.c_str(), "a+b");

@@ -12,8 +12,10 @@
 namespace qs {
 namespace {
 
-bool WaitFor(int descriptor, short events, int milliseconds) {
-  pollfd entry{descriptor, events, 0};
+int Descriptor(SocketHandle socket) { return static_cast<int>(socket); }
+
+bool WaitFor(SocketHandle socket, short events, int milliseconds) {
+  pollfd entry{Descriptor(socket), events, 0};
   int result = 0;
   do {
     result = poll(&entry, 1, milliseconds);
@@ -37,40 +39,40 @@ bool BindToLoopback(int descriptor, unsigned short& port) {
 
 }  // namespace
 
-int ListenOnLoopback(unsigned short& port) {
+SocketHandle ListenOnLoopback(unsigned short& port) {
   const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
   if (descriptor < 0) {
-    return -1;
+    return kNoSocket;
   }
   if (!BindToLoopback(descriptor, port)) {
     const int error = errno;
     close(descriptor);
     errno = error;
-    return -1;
+    return kNoSocket;
   }
   return descriptor;
 }
 
-int AcceptWithin(int listener, int milliseconds) {
+SocketHandle AcceptWithin(SocketHandle listener, int milliseconds) {
   if (!WaitFor(listener, POLLIN, milliseconds)) {
-    return -1;
+    return kNoSocket;
   }
-  return accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+  return accept4(Descriptor(listener), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
 }
 
-int ReceiveWithin(int connection, char* buffer, std::size_t size, int milliseconds) {
+int ReceiveWithin(SocketHandle connection, char* buffer, std::size_t size, int milliseconds) {
   if (!WaitFor(connection, POLLIN, milliseconds)) {
     return -1;
   }
-  return static_cast<int>(recv(connection, buffer, size, 0));
+  return static_cast<int>(recv(Descriptor(connection), buffer, size, 0));
 }
 
-bool SendAll(int connection, const char* data, std::size_t size, int milliseconds) {
+bool SendAll(SocketHandle connection, const char* data, std::size_t size, int milliseconds) {
   while (size > 0) {
     if (!WaitFor(connection, POLLOUT, milliseconds)) {
       return false;
     }
-    const ssize_t sent = send(connection, data, size, MSG_NOSIGNAL);
+    const ssize_t sent = send(Descriptor(connection), data, size, MSG_NOSIGNAL);
     if (sent < 0 && (errno == EINTR || errno == EAGAIN)) {
       continue;
     }
@@ -83,9 +85,9 @@ bool SendAll(int connection, const char* data, std::size_t size, int millisecond
   return true;
 }
 
-void CloseDescriptor(int descriptor) {
-  if (descriptor >= 0) {
-    close(descriptor);
+void CloseSocket(SocketHandle socket) {
+  if (socket != kNoSocket) {
+    close(Descriptor(socket));
   }
 }
 
