@@ -114,19 +114,12 @@ bool MoveAcrossVolumes(const std::string& source, const std::string& target, boo
   return true;
 }
 
-}  // namespace
-
-bool QsCopyFile(const std::string& from, const std::string& to, bool failIfExists, bool clearReadOnly) {
-  const std::string target = QsTranslateFilename(to);
-  if (clearReadOnly) {
-    ClearReadOnlyIfSet(target, LinkView::Target);
-  }
+bool CopyByReading(const std::string& source, const std::string& target, bool failIfExists) {
   OsFile in;
   OsFile out;
   FileStatus status;
   bool created = false;
-  if (!in.OpenRead(QsTranslateFilename(from)) || !in.Describe(status) ||
-      !OpenTarget(target, status, failIfExists, in, out, created)) {
+  if (!in.OpenRead(source) || !in.Describe(status) || !OpenTarget(target, status, failIfExists, in, out, created)) {
     return false;
   }
   if (CopyInto(in, status, out) && out.Close()) {
@@ -134,6 +127,18 @@ bool QsCopyFile(const std::string& from, const std::string& to, bool failIfExist
   }
   DropCopy(target, out, created);
   return false;
+}
+
+}  // namespace
+
+bool QsCopyFile(const std::string& from, const std::string& to, bool failIfExists, bool clearReadOnly) {
+  const std::string source = QsTranslateFilename(from);
+  const std::string target = QsTranslateFilename(to);
+  if (clearReadOnly) {
+    ClearReadOnlyIfSet(target, LinkView::Target);
+  }
+  const CopyResult result = OsCopyFile(source, target, failIfExists);
+  return result == CopyResult::NotOffered ? CopyByReading(source, target, failIfExists) : result == CopyResult::Done;
 }
 
 bool QsLinkFile(const std::string& from, const std::string& to, bool) { return QsCopyFile(from, to, true, false); }

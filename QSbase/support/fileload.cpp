@@ -113,8 +113,8 @@ int CompareContents(OsFile& a, OsFile& b, unsigned blockSize) {
 
 std::string StreamContent(std::FILE* stream) {
   std::string content;
-  const long size = std::fseek(stream, 0, SEEK_END) == 0 ? std::ftell(stream) : -1;
-  if (size < 0 || std::fseek(stream, 0, SEEK_SET) != 0) {
+  const std::int64_t size = OsSeek(stream, 0, SEEK_END) ? OsTell(stream) : -1;
+  if (size < 0 || !OsSeek(stream, 0, SEEK_SET)) {
     return content;
   }
   Allocate(content, static_cast<std::uint64_t>(size), "buffer", __LINE__);

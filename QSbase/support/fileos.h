@@ -14,8 +14,8 @@
 
 namespace qsbase::detail {
 
-/// The path as the operating system takes it: every "\" becomes "/" on Linux. The only conversion there is; called
-/// only by the thin wrappers that open, stat, make, move, remove or list.
+/// The path as the operating system takes it: every "\" becomes "/" on Linux, nothing changes on Windows. The only
+/// conversion there is; called only by the thin wrappers that open, stat, make, move, remove or list.
 std::string NativePath(const std::string& path);
 
 /// Whose status is asked for when the path names a symbolic link.
@@ -31,8 +31,9 @@ struct FileTime {
 
 struct FileStatus {
   FileKind kind = FileKind::Other;
-  bool isReadOnly = false;   ///< on Linux the owner's write bit is missing; false for a link
-  unsigned permissions = 0;  ///< read, write and execute bits of owner, group and others (0 to 0777)
+  bool isReadOnly = false;   ///< on Linux the owner's write bit is missing, false for a link; on Windows the attribute
+  unsigned permissions = 0;  ///< read, write and execute bits of owner, group and others (0 to 0777); on Windows those
+                             ///< that say the same as the read-only attribute
   std::int64_t size = 0;     ///< in bytes, as the system reports it
   FileTime modified;         ///< last change of the content
 };
@@ -44,6 +45,18 @@ constexpr unsigned kDefaultPermissions = 0666;
 /// Null on failure.
 std::FILE* OsOpenStream(const std::string& path, const char* mode);
 
+/// The position of a C stream in bytes from the start; -1 on failure. Not ftell's, which wraps where `long` has 32
+/// bits.
+std::int64_t OsTell(std::FILE* stream);
+
+/// Sets the position of a C stream relative to `origin` (SEEK_SET, SEEK_CUR, SEEK_END). Not fseek's SEEK_CUR, which
+/// counts in a `long`.
+bool OsSeek(std::FILE* stream, std::int64_t offset, int origin);
+
+/// To be called after a failed operation of the C library on a stream: makes the reason the last error where only the
+/// library knows it.
+void OsStreamFailed();
+
 /// Describes what the path names. False if nothing is there or it must not be looked at; status is then unspecified.
 bool OsGetStatus(const std::string& path, LinkView view, FileStatus& status);
 
@@ -52,10 +65,12 @@ bool OsErrorMeansMissing(int error);
 
 enum class AccessKind { Read, Write };
 
-/// Whether the process's real user may read or write what the path names.
+/// Whether the process's real user may read or write what the path names; on Windows by its presence and the read-only
+/// attribute alone.
 bool OsHasAccess(const std::string& path, AccessKind kind);
 
-/// Clears the read-only attribute; on Linux: adds the owner's write bit. Follows a symbolic link.
+/// Clears the read-only attribute; on Linux: adds the owner's write bit. Follows a symbolic link; on Windows the link
+/// itself loses the attribute as well.
 bool OsClearReadOnly(const std::string& path);
 
 /// Makes one directory; fails if the name is taken.
@@ -64,14 +79,22 @@ bool OsMakeDirectory(const std::string& path);
 /// Removes one empty directory; a symbolic link to one is refused.
 bool OsRemoveDirectory(const std::string& path);
 
-/// Removes one name that is not a directory; of a symbolic link the link itself.
+/// Removes one name that is not a directory; of a symbolic link, also one to a directory, the link itself.
 bool OsRemoveFile(const std::string& path);
 
 enum class MoveResult { Done, Failed, OtherVolume };
 
+enum class CopyResult { Done, Failed, NotOffered };
+
+/// Copies a file as the system does it in one operation: content, attributes and time of the last change, over an
+/// existing target unless `failIfExists`. Fails if both are the same file. NotOffered, with nothing done, where the
+/// system has no such operation and the caller shall read and write instead.
+CopyResult OsCopyFile(const std::string& from, const std::string& to, bool failIfExists);
+
 /// Gives a file or directory a new name on the same volume, atomically. With `replace` an existing file gives way,
 /// never a directory to a file; without, an existing name of any kind is left alone even if it appears at the same
-/// moment. OtherVolume only if the caller shall copy and delete instead; nothing has changed then.
+/// moment. OtherVolume only if the caller shall copy and delete instead; nothing has changed then. (Windows copies and
+/// deletes files by itself.)
 MoveResult OsMove(const std::string& from, const std::string& to, bool replace);
 
 /// Sets the times of last access and last modification to so many seconds since 1970.

@@ -2,13 +2,36 @@
 
 #include <cstdint>
 #include <exception>
+#include <limits>
 
 #include <QSbase/support/fileos.h>
+
+using qsbase::detail::OsStreamFailed;
 
 namespace {
 
 std::FILE* OpenStream(const char* name, const char* mode) {
   return name == nullptr || mode == nullptr ? nullptr : qsbase::detail::OsOpenStream(name, mode);
+}
+
+/// Passes a result of the C library on, and sees to the last error if it is a failure.
+template <class Result>
+Result Reported(Result result, bool failed) {
+  if (failed) {
+    OsStreamFailed();
+  }
+  return result;
+}
+
+/// A read or write of fewer items than asked for, or of a byte, also ends so at the end of the file.
+template <class Result>
+Result ReportedIfError(Result result, bool incomplete, std::FILE* stream) {
+  return Reported(result, incomplete && stream != nullptr && std::ferror(stream) != 0);
+}
+
+unsigned WriteItems(std::FILE* stream, const void* items, std::size_t size, std::size_t count) {
+  const std::size_t written = stream == nullptr ? 0 : std::fwrite(items, size, count, stream);
+  return static_cast<unsigned>(ReportedIfError(written, written != count, stream));
 }
 
 }  // namespace
@@ -30,7 +53,8 @@ bool QsFile::Reset(const char* name) { return Open(name, "w") && Close() == 0; }
 int QsFile::Close() {
   std::FILE* const stream = _stream;
   _stream = nullptr;
-  return stream == nullptr ? 0 : std::fclose(stream);
+  const int result = stream == nullptr ? 0 : std::fclose(stream);
+  return Reported(result, result != 0);
 }
 
 bool QsFile::IsOpen() const { return _stream != nullptr; }
@@ -40,7 +64,11 @@ bool QsFile::IsEOF() const { return _stream != nullptr && std::feof(_stream) != 
 bool QsFile::IsError() const { return _stream != nullptr && std::ferror(_stream) != 0; }
 
 unsigned QsFile::Read(void* buffer, unsigned size, unsigned count) const {
-  return _stream == nullptr ? 0 : static_cast<unsigned>(std::fread(buffer, size, count, _stream));
+  if (_stream == nullptr) {
+    return 0;
+  }
+  const auto read = static_cast<unsigned>(std::fread(buffer, size, count, _stream));
+  return ReportedIfError(read, read != count, _stream);
 }
 
 int QsFile::ReadMediumString(std::string& out) const {
@@ -64,35 +92,53 @@ int QsFile::ReadMediumString(std::string& out) const {
   return 0;
 }
 
-unsigned QsFile::Write(const std::string& data) const {
-  return _stream == nullptr ? 0 : static_cast<unsigned>(std::fwrite(data.data(), data.size(), 1, _stream));
-}
+unsigned QsFile::Write(const std::string& data) const { return WriteItems(_stream, data.data(), data.size(), 1); }
 
 unsigned QsFile::Write(const void* buffer, unsigned size, unsigned count) const {
-  return _stream == nullptr ? 0 : static_cast<unsigned>(std::fwrite(buffer, size, count, _stream));
+  return WriteItems(_stream, buffer, size, count);
 }
 
 int QsFile::Seek(long offset, int origin) const {
-  return _stream == nullptr ? -1 : std::fseek(_stream, offset, origin);
+  if (_stream == nullptr) {
+    return -1;
+  }
+  const bool done = qsbase::detail::OsSeek(_stream, offset, origin);
+  return Reported(done ? 0 : -1, !done);
 }
 
-int QsFile::GetChar() const { return _stream == nullptr ? EOF : std::fgetc(_stream); }
+int QsFile::GetChar() const {
+  const int c = _stream == nullptr ? EOF : std::fgetc(_stream);
+  return ReportedIfError(c, c == EOF, _stream);
+}
 
-int QsFile::PutChar(int c) const { return _stream == nullptr ? EOF : std::fputc(c, _stream); }
+int QsFile::PutChar(int c) const {
+  const int written = _stream == nullptr ? EOF : std::fputc(c, _stream);
+  return ReportedIfError(written, written == EOF, _stream);
+}
 
-int QsFile::PutString(const char* s) const { return _stream == nullptr ? EOF : std::fputs(s, _stream); }
+int QsFile::PutString(const char* s) const {
+  const int result = _stream == nullptr ? EOF : std::fputs(s, _stream);
+  return ReportedIfError(result, result < 0, _stream);
+}
 
 char* QsFile::GetString(char* buffer, int size) const {
-  return _stream == nullptr ? nullptr : std::fgets(buffer, size, _stream);
+  char* const line = _stream == nullptr ? nullptr : std::fgets(buffer, size, _stream);
+  return ReportedIfError(line, line == nullptr, _stream);
 }
 
 QsFile::operator std::FILE*() { return _stream; }
 
 QsFile::operator std::FILE*() const { return _stream; }
 
-long QsFile::Tell() const { return _stream == nullptr ? -1 : std::ftell(_stream); }
+long QsFile::Tell() const {
+  const std::int64_t position = _stream == nullptr ? -1 : qsbase::detail::OsTell(_stream);
+  return position > std::numeric_limits<long>::max() ? -1 : static_cast<long>(position);
+}
 
-int QsFile::Flush() const { return _stream == nullptr ? EOF : std::fflush(_stream); }
+int QsFile::Flush() const {
+  const int result = _stream == nullptr ? EOF : std::fflush(_stream);
+  return Reported(result, result != 0 && _stream != nullptr);
+}
 
 long QsFile::GetSize() {
   const long position = Tell();

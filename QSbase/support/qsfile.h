@@ -90,13 +90,13 @@ class QSBASE_API QsFile {
   /// The stream, null when closed. It still belongs to this object.
   virtual operator std::FILE*() const;
 
-  /// The position in bytes from the start; -1 on failure.
+  /// The position in bytes from the start; -1 on failure and where `long` cannot hold it (2 GiB and more on Windows).
   virtual long Tell() const;
 
   /// Hands what is buffered to the system; 0 on success.
   virtual int Flush() const;
 
-  /// The size in bytes; the position stays where it was. -1 if the stream cannot be positioned.
+  /// The size in bytes; the position stays where it was. -1 if the stream cannot be positioned, or as for Tell.
   virtual long GetSize();
 
   /// Reads up to the next line feed, which is not stored, and drops one carriage return before it. The last line needs

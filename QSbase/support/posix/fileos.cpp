@@ -171,6 +171,12 @@ std::FILE* OsOpenStream(const std::string& path, const char* mode) {
   return stream;
 }
 
+std::int64_t OsTell(std::FILE* stream) { return ftello(stream); }
+
+bool OsSeek(std::FILE* stream, std::int64_t offset, int origin) { return fseeko(stream, offset, origin) == 0; }
+
+void OsStreamFailed() {}  // errno is the last error
+
 bool OsGetStatus(const std::string& path, LinkView view, FileStatus& status) {
   struct stat native;
   const int flags = view == LinkView::Itself ? AT_SYMLINK_NOFOLLOW : 0;
@@ -198,6 +204,10 @@ bool OsMakeDirectory(const std::string& path) { return mkdir(SystemPath(path).c_
 bool OsRemoveDirectory(const std::string& path) { return rmdir(SystemPath(path).c_str()) == 0; }
 
 bool OsRemoveFile(const std::string& path) { return unlink(SystemPath(path).c_str()) == 0; }
+
+CopyResult OsCopyFile(const std::string& /*from*/, const std::string& /*to*/, bool /*failIfExists*/) {
+  return CopyResult::NotOffered;
+}
 
 MoveResult OsMove(const std::string& from, const std::string& to, bool replace) {
   const std::string nativeFrom = SystemPath(from);

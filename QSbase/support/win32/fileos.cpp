@@ -19,6 +19,7 @@ namespace {
 constexpr DWORD kShared = FILE_SHARE_READ | FILE_SHARE_WRITE;  // as the C runtime shares: not for deletion
 constexpr std::size_t kTransferChunk = std::size_t{1} << 26;   // network drives refuse very large ones
 constexpr unsigned kWriteBits = 0222;
+constexpr DWORD kReadAttributes = FILE_READ_ATTRIBUTES;
 
 // The path for a system call; empty, which names nothing, if a C string cannot carry it.
 std::string SystemPath(const std::string& path) {
@@ -92,12 +93,16 @@ FileKind KindOfOpen(DWORD type) {
   }
 }
 
+void DescribeNoFile(FileKind kind, FileStatus& status) {
+  status = FileStatus();
+  status.kind = kind;
+  status.permissions = kDefaultPermissions;
+}
+
 bool DescribeOpen(HANDLE handle, FileStatus& status) {
   const FileKind kind = KindOfOpen(GetFileType(handle));
   if (kind != FileKind::Regular) {
-    status = FileStatus();
-    status.kind = kind;
-    status.permissions = kDefaultPermissions;
+    DescribeNoFile(kind, status);
     return true;
   }
   BY_HANDLE_FILE_INFORMATION native;
@@ -110,12 +115,27 @@ bool DescribeOpen(HANDLE handle, FileStatus& status) {
   return true;
 }
 
-bool DescribeTarget(const std::string& path, FileStatus& status) {
-  const HandleCloser file(OpenAttributes(path, FILE_READ_ATTRIBUTES, LinkView::Target));
+bool DescribeByOpening(const std::string& path, DWORD access, FileStatus& status) {
+  const HandleCloser file(OpenAttributes(path, access, LinkView::Target));
   return file.IsOpen() && DescribeOpen(file.Get(), status);
 }
 
-// The attributes of a device or pipe read like those of a file, but no time belongs to them.
+bool DescribeTarget(const std::string& path, FileStatus& status) {
+  if (DescribeByOpening(path, kReadAttributes, status)) {
+    return true;
+  }
+  switch (GetLastError()) {
+    case ERROR_PIPE_BUSY:  // one that others are using is there too
+      DescribeNoFile(FileKind::Pipe, status);
+      return true;
+    case ERROR_INVALID_PARAMETER:  // the console wants to be read or written
+      return DescribeByOpening(path, GENERIC_READ, status);
+    default:
+      return false;
+  }
+}
+
+// Where a device or pipe shows attributes like those of a file, no time belongs to them.
 bool MayBeDevice(const FileData& data) {
   return data.written.dwLowDateTime == 0 && data.written.dwHighDateTime == 0 && !data.Has(FILE_ATTRIBUTE_DIRECTORY);
 }
@@ -159,6 +179,7 @@ DWORD CodeOf(int error) {
     case EMFILE:
       return ERROR_TOO_MANY_OPEN_FILES;
     case EACCES:
+    case EBADF:  // open, but not for this
       return ERROR_ACCESS_DENIED;
     case ENOMEM:
       return ERROR_NOT_ENOUGH_MEMORY;
@@ -190,11 +211,23 @@ std::FILE* OsOpenStream(const std::string& path, const char* mode) {
   return stream;
 }
 
+std::int64_t OsTell(std::FILE* stream) { return _ftelli64(stream); }
+
+bool OsSeek(std::FILE* stream, std::int64_t offset, int origin) { return _fseeki64(stream, offset, origin) == 0; }
+
+// What the system refused is the last error already, unless errno says that it never was asked.
+void OsStreamFailed() {
+  if (errno == EBADF || GetLastError() == ERROR_SUCCESS) {
+    SetLastError(CodeOf(errno));
+  }
+}
+
 bool OsGetStatus(const std::string& path, LinkView view, FileStatus& status) {
   const std::string native = SystemPath(path);
   FileData data;
   if (!ReadFileData(native, data)) {
-    return false;
+    // Some versions of the system give devices and pipes no attributes.
+    return !OsErrorMeansMissing(OsGetLastError()) && DescribeTarget(native, status);
   }
   if (data.IsLink() && view == LinkView::Target) {
     return DescribeTarget(native, status);
@@ -236,7 +269,7 @@ bool OsClearReadOnly(const std::string& path) {
   if (!data.IsLink()) {
     return true;
   }
-  const HandleCloser target(OpenAttributes(native, FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, LinkView::Target));
+  const HandleCloser target(OpenAttributes(native, kReadAttributes | FILE_WRITE_ATTRIBUTES, LinkView::Target));
   return target.IsOpen() && SetReadOnly(target.Get(), false);
 }
 
@@ -258,6 +291,11 @@ bool OsRemoveFile(const std::string& path) {
   }
   const LastErrorGuard keep;
   return IsDirectoryLink(native) && RemoveDirectoryA(native.c_str()) != 0;
+}
+
+CopyResult OsCopyFile(const std::string& from, const std::string& to, bool failIfExists) {
+  const bool copied = CopyFileA(SystemPath(from).c_str(), SystemPath(to).c_str(), failIfExists ? TRUE : FALSE) != 0;
+  return copied ? CopyResult::Done : CopyResult::Failed;
 }
 
 MoveResult OsMove(const std::string& from, const std::string& to, bool replace) {
