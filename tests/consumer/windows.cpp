@@ -51,7 +51,7 @@ void KeptAndThrownAgain() {
   bool caught = false;
   try {
     std::rethrow_exception(kept);
-  } catch (const std::exception&) {
+  } catch (const ExBase&) {
     caught = true;
   }
   Check("thrown again by the host", caught);
