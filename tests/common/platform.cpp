@@ -11,6 +11,7 @@
 #ifndef NOMINMAX
 #define NOMINMAX
 #endif
+#include <io.h>
 #include <windows.h>
 #include <winioctl.h>
 #else
@@ -163,6 +164,13 @@ void WriteAt(const std::string& path, std::int64_t position, const std::string& 
   Check(WriteFile(file.Get(), bytes.data(), size, &written, nullptr) != 0 && written == size, "write to", path);
 }
 
+bool IsInherited(std::FILE* stream) {
+  DWORD flags = 0;
+  const HANDLE handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+  Check(GetHandleInformation(handle, &flags) != 0, "look at", "a stream");
+  return (flags & HANDLE_FLAG_INHERIT) != 0;
+}
+
 std::vector<std::string> NamesIn(const std::string& dir) {
   std::vector<std::string> names;
   WIN32_FIND_DATAA found;
@@ -176,6 +184,21 @@ std::vector<std::string> NamesIn(const std::string& dir) {
   } while (FindNextFileA(search, &found) != 0);
   FindClose(search);
   return names;
+}
+
+PipeReader::PipeReader(const std::string& name)
+    : _path("\\\\.\\pipe\\" + name + std::to_string(GetCurrentProcessId())), _pipe(INVALID_HANDLE_VALUE) {
+  _pipe = CreateNamedPipeA(_path.c_str(), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 4096, 4096, 0, nullptr);
+  Check(_pipe != INVALID_HANDLE_VALUE, "make", _path);
+}
+
+PipeReader::~PipeReader() { Close(); }
+
+void PipeReader::Close() {
+  if (_pipe != INVALID_HANDLE_VALUE) {
+    CloseHandle(_pipe);
+    _pipe = INVALID_HANDLE_VALUE;
+  }
 }
 
 ChildTest::ChildTest(const std::string& test) : _process(nullptr) {
@@ -273,6 +296,8 @@ void WriteAt(const std::string& path, std::int64_t position, const std::string& 
   close(descriptor);
   Check(written == static_cast<ssize_t>(bytes.size()), "write to", path);
 }
+
+bool IsInherited(std::FILE* stream) { return (fcntl(fileno(stream), F_GETFD) & FD_CLOEXEC) == 0; }
 
 std::vector<std::string> NamesIn(const std::string& dir) {
   std::vector<std::string> names;

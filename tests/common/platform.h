@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -73,10 +74,31 @@ void Resize(const std::string& path, std::int64_t size);
 /// Writes into the file at a position, behind its end too.
 void WriteAt(const std::string& path, std::int64_t position, const std::string& bytes);
 
+/// Whether a child process would get the stream too.
+bool IsInherited(std::FILE* stream);
+
 /// Every name in the folder but "." and "..".
 std::vector<std::string> NamesIn(const std::string& dir);
 
 #ifdef _WIN32
+/// One end of a named pipe, which a writer may take the other end of; nobody reads.
+class PipeReader {
+ public:
+  explicit PipeReader(const std::string& name);
+  ~PipeReader();
+  PipeReader(const PipeReader&) = delete;
+  PipeReader& operator=(const PipeReader&) = delete;
+
+  std::string Path() const { return _path; }
+
+  /// What the other end writes from now on fails.
+  void Close();
+
+ private:
+  std::string _path;
+  void* _pipe;
+};
+
 /// A second run of this program: the one (disabled) test of that name. The environment is handed on.
 class ChildTest {
  public:
