@@ -134,12 +134,13 @@ void LogFile::Write(char* line, std::size_t length, bool mayRotate) {
     _rotatePending = true;
   }
   ReplaceLineEnds(line, length);
-  line[length++] = '\n';
-  std::fwrite(line, length, 1, _file);
+  line[length] = '\n';
+  std::fwrite(line, length + 1, 1, _file);
   _buffered = true;
-  _sinceAsked += length;
+  const std::size_t written = length + qsbase::detail::OsLineFeedLength();
+  _sinceAsked += written;
   if (_size >= 0) {
-    _size += static_cast<std::int64_t>(length);
+    _size += static_cast<std::int64_t>(written);
   }
   if (QsGetLogLevel() == 0) {
     Flush();

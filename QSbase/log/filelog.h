@@ -7,9 +7,11 @@
 /// files. A backup is named by time and file name, "2013-02-13_10_11_12.250_my_app.log"; when that is taken a number
 /// follows the time ("..._2_my_app.log"), so that no backup replaces another.
 ///
-/// Each line of the file ends in one "\n"; line feeds and carriage returns in the text become blanks. At log level 0 a
-/// line is flushed at once, at higher levels the stream's buffer decides. What fails on the way (moving, opening,
-/// writing) is swallowed; a file that cannot be opened receives nothing until the next rotation.
+/// The file is a text file of the system: each line ends in one "\n", on Windows in one "\r\n". Line feeds and carriage
+/// returns in the text become blanks. At log level 0 a line is flushed at once, at higher levels the stream's buffer
+/// decides. What fails on the way (moving, opening, writing) is swallowed; a file that cannot be opened receives
+/// nothing until the next rotation. One that cannot be moved (on Windows while another process holds it open) is
+/// written on; while it is full every line tries again.
 ///
 /// Every function may be called from any thread at any time: one lock serialises the file, so that no line is lost or
 /// torn. Callbacks and formatters run outside it, and what rotation itself logs goes to the new file. A forked child

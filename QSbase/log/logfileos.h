@@ -3,6 +3,7 @@
 #ifndef QSBASE_LOG_LOGFILEOS_H
 #define QSBASE_LOG_LOGFILEOS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
@@ -11,6 +12,9 @@ namespace qsbase::detail {
 /// The length in bytes of the open file behind \p stream, whoever wrote it; what the stream still buffers is not in
 /// it. -1 on failure. Any thread; may change the last-error code.
 std::int64_t OsStreamFileSize(std::FILE* stream) noexcept;
+
+/// How many bytes the C library writes for a "\n" into a file that was opened as text. Any thread.
+std::size_t OsLineFeedLength() noexcept;
 
 /// Has \p before called by every thread that forks the process, just before, and \p after by the same thread just
 /// after, in the parent and in the child. Nothing to do where processes do not fork. Any thread.

@@ -10,6 +10,8 @@ std::int64_t OsStreamFileSize(std::FILE* stream) noexcept {
   return fstat(fileno(stream), &status) == 0 ? std::int64_t{status.st_size} : -1;
 }
 
+std::size_t OsLineFeedLength() noexcept { return 1; }
+
 void OsAroundFork(void (*before)(), void (*after)()) noexcept { pthread_atfork(before, after, after); }
 
 }  // namespace qsbase::detail

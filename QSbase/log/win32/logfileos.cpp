@@ -12,6 +12,8 @@ std::int64_t OsStreamFileSize(std::FILE* stream) noexcept {
   return GetFileSizeEx(handle, &size) != 0 ? size.QuadPart : -1;
 }
 
+std::size_t OsLineFeedLength() noexcept { return 2; }  // "\r\n"
+
 void OsAroundFork(void (* /*before*/)(), void (* /*after*/)()) noexcept {}
 
 }  // namespace qsbase::detail

@@ -6,6 +6,7 @@
 #include <QSbase/process.h>
 
 #include <common/logcapture.h>
+#include <common/platform.h>
 #include <common/tempdir.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,7 +24,9 @@
 #include <thread>
 #include <vector>
 
-#ifndef _WIN32
+#ifdef _WIN32
+#include <io.h>
+#else
 #include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,6 +44,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using qsbase::testing::kOnWindows;
 using qsbase::testing::LogCapture;
 using qsbase::testing::TempDir;
 using ::testing::ElementsAre;
@@ -53,10 +57,14 @@ constexpr std::uint32_t kSmallest = 102400;
 constexpr const char* kInvalid =
     "InitLog: FileLoggingConfig is invalid or not completely set up! -> FileLogging is now DISABLED!";
 
+/// What ends a line in a text file.
+const std::string kLineEnd = kOnWindows ? "\r\n" : "\n";
+
+/// Lines that end otherwise keep what they have of a line end.
 std::vector<std::string> Lines(const std::string& content) {
   std::vector<std::string> lines;
   std::size_t start = 0;
-  for (std::size_t end; (end = content.find('\n', start)) != std::string::npos; start = end + 1) {
+  for (std::size_t end; (end = content.find(kLineEnd, start)) != std::string::npos; start = end + kLineEnd.size()) {
     lines.push_back(content.substr(start, end - start));
   }
   EXPECT_EQ(start, content.size()) << "the last line has no end";
@@ -204,7 +212,7 @@ TEST_F(FileLog, ACallbackThatConfiguresAgainChangesNothing) {
 TEST_F(FileLog, ATooSmallSizeIsRaised) {
   config.maxFileSize = 1000;
   InitLogConfig(config, false);
-  const std::string line(1023, 'x');  // and the line feed
+  const std::string line(1024 - kLineEnd.size(), 'x');
   for (std::uint32_t i = 0; i < kSmallest / 1024; ++i) {
     Log(line);
   }
@@ -295,7 +303,7 @@ TEST_F(FileLog, LineEndsInATextBecomeBlanksInTheFileOnly) {
   Log("a\nb\r\nc\n");
   std::fflush(stdout);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "a\nb\r\nc\n");
-  EXPECT_EQ(TempDir::Read(LogPath()), "a b  c \n");
+  EXPECT_EQ(TempDir::Read(LogPath()), "a b  c " + kLineEnd);
 }
 
 TEST_F(FileLog, TheDefaultLineEndsInThreadBlankLineFeed) {
@@ -303,7 +311,7 @@ TEST_F(FileLog, TheDefaultLineEndsInThreadBlankLineFeed) {
   InitLogConfig(config, false);
   Log("text");
   const std::string line = TempDir::Read(LogPath());
-  EXPECT_EQ(line.substr(line.find('\t')), "\tI\ttext\t0\t" + std::to_string(QsGetCurrentThreadId()) + " \n");
+  EXPECT_EQ(line.substr(line.find('\t')), "\tI\ttext\t0\t" + std::to_string(QsGetCurrentThreadId()) + " " + kLineEnd);
 }
 
 TEST_F(FileLog, ZeroBytesAndLongTextsReachTheFile) {
@@ -326,7 +334,7 @@ TEST_F(FileLog, AnEmptyLineIsNotWritten) {
 TEST_F(FileLog, LinesAreFlushedAtLevel0Only) {
   InitLogConfig(config, false);
   Log("one");
-  EXPECT_EQ(TempDir::Read(LogPath()), "one\n");
+  EXPECT_EQ(TempDir::Read(LogPath()), "one" + kLineEnd);
   QsSetLogLevel(3);
   EXPECT_THAT(LogLines(), ElementsAre("one", "Setting Log Level to 3"));
   Log("two");
@@ -340,7 +348,7 @@ TEST_F(FileLog, UnflushedLinesCountForTheSize) {
   config.maxFileSize = kSmallest;
   InitLogConfig(config, false);
   QsSetLogLevel(3);
-  const std::string line(99, 'x');
+  const std::string line(100 - kLineEnd.size(), 'x');
   for (std::uint32_t i = 0; i < kSmallest / 100; ++i) {
     Log(line);
   }
@@ -348,7 +356,7 @@ TEST_F(FileLog, UnflushedLinesCountForTheSize) {
   EXPECT_THAT(Backups(), IsEmpty());
   Log("rotates");
   ASSERT_EQ(Backups().size(), 1U);
-  constexpr std::size_t others = 23 + 14;  // "Setting Log Level to 3", "finds it full"
+  const std::size_t others = ("Setting Log Level to 3" + kLineEnd + "finds it full" + kLineEnd).size();
   EXPECT_EQ(fs::file_size(Backups()[0]), kSmallest + others);
 }
 
@@ -356,7 +364,7 @@ TEST_F(FileLog, WhatAnotherProcessAppendsCountsForTheSize) {
   config.maxFileSize = kSmallest;
   InitLogConfig(config, false);
   Log("one");
-  std::ofstream(LogPath(), std::ios::app | std::ios::binary) << std::string(kSmallest, 'x') << '\n';
+  std::ofstream(LogPath(), std::ios::app | std::ios::binary) << std::string(kSmallest, 'x') << kLineEnd;
   std::this_thread::sleep_for(std::chrono::milliseconds(1));
   Log("finds it full");
   EXPECT_THAT(Backups(), IsEmpty());
@@ -380,9 +388,9 @@ TEST_F(FileLog, TheFirstLineMovesTheFileOfThePreviousRun) {
 }
 
 TEST_F(FileLog, TheDirectoriesAreUsedAsGiven) {
-  config.backupDirectory = _dir / "old logs/con/a:b/";
+  // Made compatible it would be another: "\" before a drive or at the start, "con", ":" and ".." are replaced.
+  config.backupDirectory = kOnWindows ? _dir / "log/../old logs/" : _dir / "old logs/con/a:b/";
   _dir.Write("log/my app.log", "previous run\n");
-  ASSERT_EQ(config.backupDirectory.front(), '/');
   InitLogConfig(config, false);
   Log("text");
   std::vector<std::string> backups;
@@ -542,24 +550,99 @@ TEST_F(FileLog, ADirectoryInThePlaceOfTheFileIsMovedLikeOne) {
   EXPECT_THAT(LogLines(), ElementsAre("one", "two"));
 }
 
-#ifndef _WIN32
+TEST_F(FileLog, AReadOnlyFileOfThePreviousRunIsMoved) {
+  const std::string path = _dir.Write("log/my app.log", "previous run\n");
+  qsbase::testing::SetReadOnly(path, true);
+  InitLogConfig(config, false);
+  Log("text");
+  ASSERT_EQ(Backups().size(), 1U);
+  EXPECT_EQ(TempDir::Read(Backups()[0]), "previous run\n");
+  EXPECT_THAT(LogLines(), ElementsAre("text"));
+}
+
+// Windows moves no file that somebody holds open for reading or writing only. Elsewhere it moves along with its reader.
+TEST_F(FileLog, AFileThatIsHeldOpenLosesNothing) {
+  config.maxFileSize = kSmallest;
+  const std::string path = _dir.Write("log/my app.log", "previous run" + kLineEnd);
+  std::FILE* const reader = std::fopen(path.c_str(), "rb");
+  ASSERT_NE(reader, nullptr);
+  InitLogConfig(config, false);
+  const std::string big(kSmallest, 'x');
+  QsSetLastError(77);
+  for (const std::string& text : {std::string("first"), big, std::string("finds it full"), std::string("rotates")}) {
+    Log(text);
+    EXPECT_EQ(QsGetLastError(), 77);
+  }
+  if (kOnWindows) {
+    EXPECT_THAT(Backups(), IsEmpty());
+    EXPECT_THAT(LogLines(), ElementsAre("previous run", "first", big, "finds it full", "rotates"));
+  } else {
+    EXPECT_EQ(Backups().size(), 2U);
+  }
+  std::fclose(reader);
+  Log("end");
+  EXPECT_EQ(Backups().size(), kOnWindows ? 1U : 2U);
+  EXPECT_EQ(LogLines().back(), "end");
+}
+
+/// The lowest free descriptor: the next file that is opened has it.
+int NextDescriptor() {
+  std::FILE* const probe = std::fopen(kOnWindows ? "NUL" : "/dev/null", "r");
+  EXPECT_NE(probe, nullptr);
+  const int descriptor = fileno(probe);
+  std::fclose(probe);
+  return descriptor;
+}
 
 TEST_F(FileLog, AFailedPositionQueryDoesNotRotate) {
   InitLogConfig(config, false);
+  const int descriptor = NextDescriptor();
   Log("text");
-  for (const fs::directory_entry& entry : fs::directory_iterator("/proc/self/fd")) {
-    std::error_code gone;
-    if (fs::read_symlink(entry.path(), gone) == LogPath()) {
-      ASSERT_EQ(close(std::stoi(entry.path().filename().string())), 0);
-      break;
-    }
-  }
+  ASSERT_EQ(close(descriptor), 0);
   Log("lost");
   Log("lost");
   Log("lost");
   EXPECT_THAT(Backups(), IsEmpty());
-  EXPECT_EQ(TempDir::Read(LogPath()), "text\n");
+  EXPECT_EQ(TempDir::Read(LogPath()), "text" + kLineEnd);
 }
+
+TEST(OsStreamFileSize, CountsWhatIsInTheFileAndFailsWithMinusOne) {
+  const TempDir dir;
+  const std::string path = dir.Write("file", "12345");
+  std::FILE* const stream = std::fopen(path.c_str(), "a");
+  ASSERT_NE(stream, nullptr);
+  std::fputs("678", stream);
+  EXPECT_EQ(qsbase::detail::OsStreamFileSize(stream), 5);
+  std::fflush(stream);
+  EXPECT_EQ(qsbase::detail::OsStreamFileSize(stream), 8);
+  close(fileno(stream));
+  EXPECT_EQ(qsbase::detail::OsStreamFileSize(stream), -1);
+  std::fclose(stream);
+}
+
+TEST(OsStreamFileSize, CountsBeyondWhat32BitsHold) {
+  constexpr std::int64_t kSize = (std::int64_t{5} << 30) + 3;
+  const TempDir dir;
+  const std::string path = dir.Write("file", "");
+  qsbase::testing::Resize(path, kSize);
+  std::FILE* const stream = std::fopen(path.c_str(), "a");
+  ASSERT_NE(stream, nullptr);
+  EXPECT_EQ(qsbase::detail::OsStreamFileSize(stream), kSize);
+  std::fclose(stream);
+}
+
+TEST(OsLineFeedLength, IsWhatTextModeWrites) {
+  const TempDir dir;
+  const std::string path = dir / "file";
+  std::FILE* const stream = std::fopen(path.c_str(), "a");
+  ASSERT_NE(stream, nullptr);
+  std::fputs("a\nb\n", stream);
+  std::fclose(stream);
+  EXPECT_EQ(fs::file_size(path), 2 + 2 * qsbase::detail::OsLineFeedLength());
+}
+
+// No process forks on Windows.
+#ifndef _WIN32
 
 /// Runs \p body in a forked child; false when it does not come to its end within seconds.
 template <typename Body>
@@ -623,48 +706,55 @@ TEST_F(FileLog, AForkHandlerOfTheHostMayLog) {
   EXPECT_THAT(lines, ElementsAre("before", "in the child", "in the parent", "text"));
 }
 
-TEST(OsStreamFileSize, CountsWhatIsInTheFileAndFailsWithMinusOne) {
-  const TempDir dir;
-  const std::string path = dir.Write("file", "12345");
-  std::FILE* const stream = std::fopen(path.c_str(), "a");
-  ASSERT_NE(stream, nullptr);
-  std::fputs("678", stream);
-  EXPECT_EQ(qsbase::detail::OsStreamFileSize(stream), 5);
-  std::fflush(stream);
-  EXPECT_EQ(qsbase::detail::OsStreamFileSize(stream), 8);
-  close(fileno(stream));
-  EXPECT_EQ(qsbase::detail::OsStreamFileSize(stream), -1);
-  std::fclose(stream);
-}
+#endif
 
-/// Without the privileges of root until it ends, so that the system refuses what the mode of a directory forbids.
-class Unprivileged {
+#ifdef _WIN32
+/// While it lives the log file cannot be moved, and the files "a" and "b" of the backup directory cannot be removed.
+class Obstacle {
  public:
-  Unprivileged() {
+  explicit Obstacle(const TempDir& dir) : _files{} {
+    const char* const names[] = {"log/my app.log", "backup/a", "backup/b"};
+    std::transform(std::begin(names), std::end(names), _files,
+                   [&dir](const char* name) { return std::fopen((dir / name).c_str(), "ab"); });
+  }
+  ~Obstacle() { std::for_each(std::begin(_files), std::end(_files), &std::fclose); }
+  Obstacle(const Obstacle&) = delete;
+  Obstacle& operator=(const Obstacle&) = delete;
+
+ private:
+  std::FILE* _files[3];
+};
+#else
+/// While it lives nothing can be moved into the backup directory or removed from it: the system refuses what the mode
+/// of a directory forbids, as the process is without the privileges of root.
+class Obstacle {
+ public:
+  explicit Obstacle(const TempDir& dir) {
+    fs::permissions(dir.Path(), fs::perms::all);
+    fs::permissions(dir / "log", fs::perms::all);
+    fs::permissions(dir / "backup", fs::perms::owner_read | fs::perms::owner_exec | fs::perms::group_read |
+                                        fs::perms::group_exec | fs::perms::others_read | fs::perms::others_exec);
     if (geteuid() == 0) {
       EXPECT_EQ(seteuid(65534), 0);
     }
   }
-  ~Unprivileged() {
+  ~Obstacle() {
     if (getuid() == 0) {
       EXPECT_EQ(seteuid(0), 0);
     }
   }
-  Unprivileged(const Unprivileged&) = delete;
-  Unprivileged& operator=(const Unprivileged&) = delete;
+  Obstacle(const Obstacle&) = delete;
+  Obstacle& operator=(const Obstacle&) = delete;
 };
+#endif
 
 TEST_F(FileLog, ARotationThatKeepsFailingAndSaysSoDoesNotFeedItself) {
   config.maxFileSize = kSmallest;
   config.maxBackupFiles = 1;
   _dir.Write("backup/a", "x");
   _dir.Write("backup/b", "x");
-  fs::permissions(_dir.Path(), fs::perms::all);
-  fs::permissions(_dir / "log", fs::perms::all);
-  fs::permissions(_dir / "backup", fs::perms::owner_read | fs::perms::owner_exec | fs::perms::group_read |
-                                       fs::perms::group_exec | fs::perms::others_read | fs::perms::others_exec);
   {
-    const Unprivileged user;
+    const Obstacle obstacle(_dir);
     InitLogConfig(config, false);
     Log(std::string(kSmallest, 'x'));
     for (int i = 0; i < 5; ++i) {
@@ -685,8 +775,6 @@ TEST_F(FileLog, ARotationThatKeepsFailingAndSaysSoDoesNotFeedItself) {
   EXPECT_LE(warnings, 6) << "at most one for each line";
   EXPECT_EQ(Backups().size(), 2U);
 }
-
-#endif
 
 // ---- many threads ----
 
