@@ -43,23 +43,34 @@ std::uint64_t WantedSize(std::int64_t size, int length) {
   return static_cast<std::uint64_t>(length != -1 && length < size ? length : size);
 }
 
+// A Ctrl-Z ends a text on Windows: so it is in every text stream of the C runtime there.
+constexpr bool EndsText([[maybe_unused]] char c) {
+#ifdef _WIN32
+  return c == '\x1a';
+#else
+  return false;
+#endif
+}
+
 // Reads up to so many bytes as text: CR LF gives LF, any other CR stays.
 std::size_t ReadText(OsFile& file, char* out, std::size_t wanted) {
   std::array<char, kTextBlock> block;
   std::size_t produced = 0;
   bool heldReturn = false;
-  while (produced < wanted) {
+  bool ended = false;
+  while (produced < wanted && !ended) {
     const std::ptrdiff_t count = file.Read(block.data(), block.size());
     if (count <= 0) {
       break;
     }
-    for (std::ptrdiff_t i = 0; i < count && produced < wanted; ++i) {
+    for (std::ptrdiff_t i = 0; i < count && produced < wanted && !ended; ++i) {
       const char c = block[static_cast<std::size_t>(i)];
+      ended = EndsText(c);
       if (heldReturn && c != '\n') {
         out[produced++] = '\r';
       }
       heldReturn = c == '\r';
-      if (!heldReturn && produced < wanted) {
+      if (!heldReturn && !ended && produced < wanted) {
         out[produced++] = c;
       }
     }

@@ -12,14 +12,15 @@
 
 namespace qsbase::detail {
 
-/// Whether the whole name matches: "*" is any run of bytes, "?" one byte, ASCII letters match in either case, and the
-/// pattern "*.*" is "*". Takes at most pattern times name steps.
+/// Whether the whole name matches: "*" is any run of bytes, "?" one byte, ASCII letters match in either case (on
+/// Windows those of Windows-1252), and the pattern "*.*" is "*". Takes at most pattern times name steps.
 bool MatchesWildcard(std::string_view pattern, std::string_view name);
 
 /// "." or "..".
 bool IsDotEntry(std::string_view name);
 
-/// Whether the library can address the name: one that holds a "\" would read as a path.
+/// Whether the library can address the name: one that holds a "\" would read as a path. On Windows also not where it
+/// holds any other character that no name can hold.
 bool IsAddressable(std::string_view name);
 
 /// The directory part of a path or pattern with its trailing separator, as FindEntries cuts it: on Linux a colon is a

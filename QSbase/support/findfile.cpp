@@ -7,23 +7,36 @@
 
 #include <QSbase/support/findentries.h>
 #include <QSbase/support/paths.h>
+#include <QSbase/text/chartables.h>
 #include <QSbase/text/timeos.h>
 
 namespace qsbase::detail {
 
 namespace {
 
-// Where the directory part of a pattern ends. A colon stands for a drive on Windows ("C:*.txt"), but is a plain
-// character of a Linux name ("12:30.log"), so the set cannot be the same.
+// What the two systems' names differ in.
+//
+// Where the directory part of a pattern ends: a colon stands for a drive on Windows ("C:*.txt"), but is a plain
+// character of a Linux name ("12:30.log").
+//
+// What a name must not hold: on Windows none of these is ever part of one. Where a listing shows them, the system has
+// put them in the place of characters that the code page lacks, and the name would lead elsewhere.
+//
+// What counts as the same letter: Windows compares names without case, also beyond ASCII. The bytes of a Linux name are
+// mostly UTF-8, where the table would take parts of other characters for letters.
 #ifdef _WIN32
 constexpr const char* kDirectoryEnds = "\\:";
+constexpr const char* kUnaddressable = "\\/:*?\"<>|";
+
+char FoldCase(char c) { return static_cast<char>(kLowerMap[static_cast<unsigned char>(c)]); }
 #else
 constexpr const char* kDirectoryEnds = "\\";
+constexpr const char* kUnaddressable = "\\";
+
+char FoldCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 #endif
 
 constexpr int kLastYear = 9999;  // of a QsDateTime
-
-char FoldCase(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 bool MatchesOne(char pattern, char c) { return pattern == '?' || FoldCase(pattern) == FoldCase(c); }
 
@@ -76,7 +89,7 @@ bool MatchesWildcard(std::string_view pattern, std::string_view name) {
 
 bool IsDotEntry(std::string_view name) { return name == "." || name == ".."; }
 
-bool IsAddressable(std::string_view name) { return name.find('\\') == std::string_view::npos; }
+bool IsAddressable(std::string_view name) { return name.find_first_of(kUnaddressable) == std::string_view::npos; }
 
 std::string DirectoryPart(const std::string& path) {
   const std::string translated = QsTranslateFilename(path);

@@ -12,7 +12,9 @@ namespace {
 constexpr int kCycleYears = 400;
 constexpr std::int64_t kCycleSeconds = std::int64_t{146097} * 86400;
 
-constexpr std::int64_t kLastNativeTime = 32535244799;                    // of the C runtime: the end of the year 3000
+// 3000-01-01: the C runtime ends a year later, its versions differ in the hour.
+constexpr std::int64_t kLastNativeTime = 32503680000;
+
 constexpr std::int64_t kLastTime = std::int64_t{2000000000} * 31556952;  // its year still is an int
 
 // The C runtime reads its zone variables without a lock while _tzset sets them anew, by way of wrong values.
