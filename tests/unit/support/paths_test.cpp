@@ -1,14 +1,17 @@
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
 #include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <cstdlib>
 #include <string>
 #include <vector>
 
 #include <common/logcapture.h>
+#include <common/platform.h>
 #include <common/tempdir.h>
 
 #include <QSbase/errors.h>
@@ -20,20 +23,32 @@ namespace {
 using qsbase::testing::LogCapture;
 using qsbase::testing::TempDir;
 
-// Sets the variable for one test and puts it back.
-class ScopedTmpDir {
+#ifdef _WIN32
+constexpr const char* kTempVariable = "TMP";
+#else
+constexpr const char* kTempVariable = "TMPDIR";
+#endif
+
+// Sets the variable that names the temporary directory for one test and puts it back.
+class ScopedTempVariable {
  public:
-  ScopedTmpDir() {
-    const char* const before = std::getenv("TMPDIR");
+  ScopedTempVariable() {
+    const char* const before = std::getenv(kTempVariable);
     _wasSet = before != nullptr;
     _before = _wasSet ? before : "";
   }
-  ~ScopedTmpDir() { _wasSet ? setenv("TMPDIR", _before.c_str(), 1) : unsetenv("TMPDIR"); }
-  ScopedTmpDir(const ScopedTmpDir&) = delete;
-  ScopedTmpDir& operator=(const ScopedTmpDir&) = delete;
+  ~ScopedTempVariable() {
+    if (_wasSet) {
+      Set(_before);
+    } else {
+      Unset();
+    }
+  }
+  ScopedTempVariable(const ScopedTempVariable&) = delete;
+  ScopedTempVariable& operator=(const ScopedTempVariable&) = delete;
 
-  void Set(const std::string& value) const { setenv("TMPDIR", value.c_str(), 1); }
-  void Unset() const { unsetenv("TMPDIR"); }
+  void Set(const std::string& value) const { qsbase::testing::SetEnvironment(kTempVariable, value); }
+  void Unset() const { qsbase::testing::RemoveEnvironment(kTempVariable); }
 
  private:
   bool _wasSet;
@@ -278,6 +293,19 @@ TEST(CompatibleName, ReservesNineOfEachPort) {
   }
 }
 
+TEST(CompatibleName, IsANameThatTheSystemTakes) {
+  const TempDir dir;
+  for (const char* const wanted :
+       {"a:b?.", "Com3.txt", "clock$", "con.", "con ", "aux.tar.gz", "...", " ", "COM1:", "nul", "x\"y", "<a>", "a|b",
+        "what*", "tab\there", "plain.txt", "\xE4\xF6\xFC.txt"}) {
+    const std::string name = QsMakeCompatibleFilename(wanted);
+    ASSERT_TRUE(SaveBinaryFile(dir / name, name, false)) << name;
+    EXPECT_EQ(qsbase::testing::NamesIn(dir.Path()), std::vector<std::string>{name});
+    EXPECT_EQ(LoadBinaryFile(dir / name), name);
+    EXPECT_TRUE(QsDeleteFile(dir / name, false));
+  }
+}
+
 TEST(CompatiblePath, MakesEveryComponentCompatible) {
   Check(QsMakeCompatibleFilepath, {{"", ""},
                                    {"C:\\x\\..\\a|b\\con", "C:\\x\\..\\a_b\\con_"},
@@ -309,7 +337,7 @@ TEST(CompatiblePath, CutsAt259) {
 
 TEST(SysTempPath, TakesTheConfiguredDirectory) {
   const TempDir dir;
-  const ScopedTmpDir variable;
+  const ScopedTempVariable variable;
   variable.Set(dir.Path());
   const std::string path = QsGetSysTempPath();
   EXPECT_EQ(path, QsTranslateFilename(dir.Path()) + "\\");
@@ -318,9 +346,44 @@ TEST(SysTempPath, TakesTheConfiguredDirectory) {
   EXPECT_EQ(QsGetSysTempPath(), path);
 }
 
+#ifdef _WIN32
+TEST(SysTempPath, IsWhereFilesCanBeMade) {
+  const std::string path = QsGetSysTempPath();
+  EXPECT_EQ(path.back(), '\\');
+  EXPECT_TRUE(QsIsAbsolutePath(path));
+  EXPECT_EQ(QsGetFSObjectType(path), FSO_DIRECTORY);
+  const TempDir dir;
+  EXPECT_EQ(QsTranslateFilename(dir.Path()).compare(0, path.size(), path), 0) << path;
+}
+
+// The system gives what the variable says, whether it is there or not.
+TEST(SysTempPath, NeedNotExist) {
+  const TempDir dir;
+  const ScopedTempVariable variable;
+  variable.Set(dir / "missing");
+  EXPECT_EQ(QsGetSysTempPath(), QsTranslateFilename(dir / "missing") + "\\");
+  EXPECT_EQ(QsGetFSObjectType(QsGetSysTempPath()), FSO_NOTHING);
+}
+
+TEST(SysTempPath, ThrowsWhenItIsTooLong) {
+  const ScopedTempVariable variable;
+  const auto messageOf = [] {
+    try {
+      return QsGetSysTempPath();
+    } catch (const ExBase& error) {
+      return error.GetErrorText();
+    }
+  };
+  const std::string longest = "C:\\" + std::string(255, 'd');
+  variable.Set(longest);
+  EXPECT_EQ(messageOf(), longest + "\\");
+  variable.Set("C:\\" + std::string(300, 'd'));
+  EXPECT_EQ(messageOf(), "Could not get temp path");
+}
+#else
 TEST(SysTempPath, FallsBackWhenTheConfiguredOneIsUnusable) {
   const TempDir dir;
-  const ScopedTmpDir variable;
+  const ScopedTempVariable variable;
   for (const std::string& unusable : {std::string(), dir / "missing", dir.Write("file", "x")}) {
     variable.Set(unusable);
     EXPECT_EQ(QsGetSysTempPath(), "\\tmp\\") << unusable;
@@ -359,10 +422,20 @@ TEST(SysTempPath, ThrowsWhenThereIsNone) {
   EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
+#endif
+
+#ifdef _WIN32
+TEST(NativePath, IsThePathItself) {
+  EXPECT_EQ(QsNativePath("\\tmp\\a/b"), "\\tmp\\a/b");
+  EXPECT_EQ(QsNativePath(""), "");
+  EXPECT_EQ(QsNativePath("\xff\\"), "\xff\\");
+}
+#else
 TEST(NativePath, TurnsEveryBackslash) {
   EXPECT_EQ(QsNativePath("\\tmp\\a/b"), "/tmp/a/b");
   EXPECT_EQ(QsNativePath(""), "");
   EXPECT_EQ(QsNativePath("\xff\\"), "\xff/");
 }
+#endif
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <type_traits>
 #include <vector>
 
+#include <common/platform.h>
 #include <common/tempdir.h>
 
 #include <QSbase/support/paths.h>
@@ -13,6 +14,7 @@
 
 namespace {
 
+using qsbase::testing::kOnWindows;
 using qsbase::testing::TempDir;
 
 class UniqueName : public ::testing::Test {
@@ -98,6 +100,21 @@ TEST_F(UniqueName, WithoutExtensionTheNameEndsInADot) {
   EXPECT_EQ(Ask(names, base + "dir", false), base + "dir (1).");
   EXPECT_EQ(Ask(names, base + "dir\\readme", false), base + "dir\\readme (1).");
   EXPECT_EQ(AskOnce(base + "dir"), base + "dir_1.");
+}
+
+TEST_F(UniqueName, WindowsTakesATrailingDotForNothing) {
+  dir.Write("readme", "");
+  dir.Write("readme (1)", "");
+  CUniqueFilenameManager names;
+  EXPECT_EQ(Ask(names, base + "readme", false), base + (kOnWindows ? "readme (2)." : "readme (1)."));
+}
+
+TEST_F(UniqueName, WindowsTellsNoCaseApart) {
+  dir.Write("A.txt", "");
+  dir.Write("a (1).TXT", "");
+  CUniqueFilenameManager names;
+  EXPECT_EQ(Ask(names, base + "a.txt", true), base + (kOnWindows ? "a (2).txt" : "a.txt"));
+  EXPECT_EQ(Ask(names, base + "A.txt", true), base + (kOnWindows ? "A (2).txt" : "A (1).txt"));
 }
 
 TEST_F(UniqueName, ADotInADirectoryIsNoExtension) {
