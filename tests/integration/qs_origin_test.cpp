@@ -3,10 +3,15 @@
 #include <QSbase/net/http.h>
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#define WIN32_LEAN_AND_MEAN
+#include <winsock2.h>
+#else
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#endif
 
 #include <array>
 #include <map>
@@ -19,6 +24,17 @@
 namespace {
 
 using qsbase::testing::TempDir;
+
+// The two systems call the same things by other names.
+#ifdef _WIN32
+using Socket = SOCKET;
+constexpr int kNoMoreSending = SD_SEND;
+void Close(Socket socket) { closesocket(socket); }
+#else
+using Socket = int;
+constexpr int kNoMoreSending = SHUT_WR;
+void Close(Socket socket) { close(socket); }
+#endif
 
 class OriginTest : public testing::Test {
  protected:
@@ -45,16 +61,17 @@ class OriginTest : public testing::Test {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(static_cast<unsigned short>(std::stoi(url.substr(url.rfind(':') + 1))));
-    const int peer = socket(AF_INET, SOCK_STREAM, 0);
+    const Socket peer = socket(AF_INET, SOCK_STREAM, 0);
     EXPECT_EQ(connect(peer, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(send(peer, text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-    shutdown(peer, SHUT_WR);
+    const int size = static_cast<int>(text.size());
+    EXPECT_EQ(send(peer, text.data(), static_cast<unsigned int>(size), 0), size);
+    shutdown(peer, kNoMoreSending);
     std::string answer;
     std::array<char, 4096> block{};
-    for (ssize_t count; (count = recv(peer, block.data(), block.size(), 0)) > 0;) {
+    for (int count; (count = static_cast<int>(recv(peer, block.data(), block.size(), 0))) > 0;) {
       answer.append(block.data(), static_cast<std::size_t>(count));
     }
-    close(peer);
+    Close(peer);
     return answer;
   }
 

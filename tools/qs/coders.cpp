@@ -386,6 +386,7 @@ int RunDecode(const CodeOptions& options) {
 }
 
 int RunHash(const HashOptions& options) {
+  SetBinaryMode(stdout);  // the lines of md5sum
   int exitCode = kExitGood;
   for (const std::string& path : options.inputs) {
     std::string hex;

@@ -1,12 +1,15 @@
 #include "fetch.h"
 
+#include <QSbase/errors.h>
 #include <QSbase/log/filelog.h>
 #include <QSbase/log/log.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/paths.h>
 
 #include <algorithm>
+#include <new>
 #include <set>
+#include <stdexcept>
 
 #include "attachment.h"
 #include "interrupt.h"
@@ -68,27 +71,10 @@ class Fetcher {
   }
 
   void Look(Download& download, const std::string& name, std::size_t index) {
-    const std::int64_t size = download.Size();
-    if (size < 0 || static_cast<std::uint64_t>(size) > _options.memoryLimit) {
+    std::vector<Attachment> attachments;
+    if (!TakeApart(download, name, attachments)) {
       KeepStream(download, name, index);
       return;
-    }
-    std::FILE* stream = download.Stream();
-    const std::string content = GetFileContent(stream);
-    if (content.size() != static_cast<std::size_t>(size)) {
-      Outcome outcome;
-      outcome.file = name;
-      outcome.verdict = "failed: cannot read the download back";
-      outcome.sources = {index};
-      Add(std::move(outcome));
-      return;
-    }
-    std::vector<Attachment> attachments = ExtractAttachments(content, name);
-    if (attachments.empty()) {
-      Attachment whole;
-      whole.name = name;
-      whole.data = content;
-      attachments.push_back(std::move(whole));
     }
     for (Attachment& attachment : attachments) {
       if (attachment.part) {
@@ -97,6 +83,33 @@ class Fetcher {
         Finish(attachment, {index}, 1);
       }
     }
+  }
+
+  // False when the content is too long to be looked at, or cannot be read back.
+  bool TakeApart(Download& download, const std::string& name, std::vector<Attachment>& attachments) const {
+    const std::int64_t size = download.Size();
+    if (size < 0 || static_cast<std::uint64_t>(size) > _options.memoryLimit) {
+      return false;
+    }
+    try {
+      std::FILE* stream = download.Stream();
+      std::string content = GetFileContent(stream);
+      if (content.size() != static_cast<std::size_t>(size)) {
+        return false;
+      }
+      attachments = ExtractAttachments(content, name);
+      if (attachments.empty()) {
+        Attachment whole;
+        whole.name = name;
+        whole.data = std::move(content);
+        attachments.push_back(std::move(whole));
+      }
+      return true;
+    } catch (const std::bad_alloc&) {
+    } catch (const std::length_error&) {
+    } catch (const ExMemoryAllocation&) {
+    }
+    return false;  // no memory for it: a 32-bit process has little
   }
 
   // What is too long to be looked at is stored as it came.

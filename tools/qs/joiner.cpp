@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <exception>
 #include <tuple>
 
 #include "text.h"
@@ -121,7 +122,25 @@ std::string PartJoiner::CheckCrc(const Pieces& pieces, const std::string& data) 
   return {};
 }
 
-// Appends the parts to the file's data; gives what is wrong, empty when nothing is.
+// Moves the data of the parts to the file's. False when there is no memory for it: a 32-bit process has little.
+bool PartJoiner::Concatenate(Pieces& pieces, std::string& data) {
+  std::size_t size = 0;
+  for (const Piece& piece : pieces) {
+    size += piece.attachment.data.size();
+  }
+  try {
+    data.reserve(size);
+  } catch (const std::exception&) {
+    return false;
+  }
+  for (Piece& piece : pieces) {
+    data += piece.attachment.data;
+    std::string().swap(piece.attachment.data);
+  }
+  return true;
+}
+
+// Puts the parts together as the file's data; gives what is wrong, empty when nothing is.
 std::string PartJoiner::Assemble(Pieces& pieces, Attachment& file) {
   SortAndDropCopies(pieces);
   if (pieces.empty()) {
@@ -134,9 +153,8 @@ std::string PartJoiner::Assemble(Pieces& pieces, Attachment& file) {
   if (!problem.empty()) {
     return problem;
   }
-  for (Piece& piece : pieces) {
-    file.data += piece.attachment.data;
-    std::string().swap(piece.attachment.data);
+  if (!Concatenate(pieces, file.data)) {
+    return "not enough memory to put the parts together";
   }
   return CheckCrc(pieces, file.data);
 }

@@ -46,6 +46,7 @@ class PartJoiner {
   static std::string CheckRanges(const Pieces& pieces);
   static std::string CheckNumbers(const Pieces& pieces);
   static std::string CheckCrc(const Pieces& pieces, const std::string& data);
+  static bool Concatenate(Pieces& pieces, std::string& data);
   static std::string Assemble(Pieces& pieces, Attachment& file);
 
   std::map<Key, std::size_t> _index;

@@ -1,10 +1,32 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <new>
 #include <string>
 #include <vector>
 
+#include <common/platform.h>
+
 #include "joiner.h"
+
+namespace {
+
+std::size_t largestAllocation = std::numeric_limits<std::size_t>::max();
+
+}  // namespace
+
+// Large allocations fail on demand.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  void* const memory = size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -121,6 +143,27 @@ TEST(Joiner, AnotherCopyReplacesADamagedPart) {
   EXPECT_EQ(files[0].file.problem, "");
   EXPECT_EQ(files[1].file.problem, "CRC-32 mismatch; another copy of the part was used");
   EXPECT_EQ(files[1].sources, std::vector<std::size_t>{1});
+}
+
+TEST(Joiner, TooLongForTheMemory) {
+  if (qsbase::testing::kOnWindows) {
+    GTEST_SKIP() << "strings take their memory inside the C++ runtime's DLL, past the operator new of this program";
+  }
+  constexpr unsigned int kPart = 10000;
+  PartJoiner joiner;
+  for (int number : {1, 2}) {
+    Attachment piece = Part(1, 1, 9);
+    const auto begin = static_cast<unsigned int>(number - 1) * kPart + 1;
+    piece.data = std::string(kPart, 'x');
+    piece.part = qs::YEncPart{number, 2, begin, begin + kPart - 1, 2 * kPart, ""};
+    joiner.Add(std::move(piece), 0);
+  }
+  largestAllocation = kPart + kPart / 2;
+  const auto files = joiner.Join();
+  largestAllocation = std::numeric_limits<std::size_t>::max();
+  ASSERT_EQ(files.size(), 1U);
+  EXPECT_EQ(files.front().file.problem, "not enough memory to put the parts together");
+  EXPECT_EQ(files.front().file.data, "");
 }
 
 TEST(Joiner, FilesAreToldApartByNameAndSize) {

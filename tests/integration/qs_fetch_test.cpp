@@ -1,0 +1,86 @@
+// What a fetch does when memory is short. A program of its own: it replaces the operator new. Not for Windows, where
+// strings take their memory inside the C++ runtime's DLL, past that operator.
+
+#include <QSbase/net/http.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <limits>
+#include <new>
+#include <string>
+#include <vector>
+
+#include <common/tempdir.h>
+
+#include "fetch.h"
+#include "origin.h"
+
+namespace {
+
+// Of this thread: the origin's has all it wants.
+thread_local std::size_t largestAllocation = std::numeric_limits<std::size_t>::max();
+
+}  // namespace
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  void* const memory = size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) {
+    throw std::bad_alloc();
+  }
+  return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
+
+using qsbase::testing::TempDir;
+
+class FetchTest : public testing::Test {
+ protected:
+  void SetUp() override { InitQsInetHttp(1); }
+  void TearDown() override { InitQsInetHttp(2); }
+
+  // Fetches a long file and a short one with so little memory.
+  std::vector<qs::Outcome> Fetch(const std::string& content, std::size_t limit) const {
+    qs::Origin origin({{"big.bin", _dir.Write("big.bin", content)}, {"small.txt", _dir.Write("small.txt", "small")}});
+    EXPECT_EQ(origin.Start(), "");
+    qs::FetchOptions options;
+    options.quiet = true;
+    options.outputFolder = _dir / "out";
+    options.urls = {origin.UrlOf("big.bin"), origin.UrlOf("small.txt")};
+    std::string problem;
+    largestAllocation = limit;
+    std::vector<qs::Outcome> outcomes = qs::FetchAll(options, problem);
+    largestAllocation = std::numeric_limits<std::size_t>::max();
+    EXPECT_EQ(problem, "");
+    return outcomes;
+  }
+
+  void ExpectStoredAsTheyCame(const std::vector<qs::Outcome>& outcomes, const std::string& content) const {
+    ASSERT_EQ(outcomes.size(), 2U);
+    EXPECT_EQ(outcomes[0].verdict, "good (not looked into)");
+    EXPECT_EQ(outcomes[1].verdict, "good");
+    EXPECT_EQ(TempDir::Read(_dir / "out/big.bin"), content);
+    EXPECT_EQ(TempDir::Read(_dir / "out/small.txt"), "small");
+  }
+
+  const TempDir _dir;
+};
+
+constexpr std::size_t kLong = 3000000;
+
+TEST_F(FetchTest, NoMemoryForTheContent) {
+  const std::string content(kLong, '\x80');
+  ExpectStoredAsTheyCame(Fetch(content, kLong / 2), content);
+}
+
+TEST_F(FetchTest, NoMemoryForWhatIsInTheContent) {
+  std::string content = "220 1 <a@b> article\r\n";  // the answer of a news server: its lines are copied
+  while (content.size() < kLong) {
+    content += "line\r\n";
+  }
+  ExpectStoredAsTheyCame(Fetch(content, content.size() + 1000), content);
+}
+
+}  // namespace
