@@ -14,21 +14,37 @@ using namespace qsbase::detail;
 
 namespace {
 
+// A failed save with the last error it met: throwing may change that (a program's first exception does on Windows).
+class SaveError : public ExBase {
+ public:
+  SaveError(const std::string& text, int code) : ExBase(text), _code(code) {}
+  int Code() const { return _code; }
+
+ private:
+  int _code;
+};
+
 [[noreturn]] void Fail(const char* what, const std::string& path) {
-  throw ExBase(what + path + " (" + LastErrorText() + ")");
+  const int code = QsGetLastError();
+  throw SaveError(what + path + " (" + QsErrorMessage(code) + ")", code);
 }
 
 [[noreturn]] void FailToOpen(const std::string& path) { Fail("Cannot open file:", path); }
 
 [[noreturn]] void FailToSave(const std::string& path) { Fail("Cannot save complete filecontents:", path); }
 
+void LogError(const ExBase& error) { QsLogMsg(kLogError, "SaveBinaryFile >>> " + error.GetErrorText()); }
+
 // Runs a save that throws on failure; what it throws is logged.
 template <class Saving>
 bool LogFailure(Saving save) {
   try {
     return save();
+  } catch (const SaveError& error) {
+    LogError(error);
+    QsSetLastError(error.Code());
   } catch (const ExBase& error) {
-    QsLogMsg(kLogError, "SaveBinaryFile >>> " + error.GetErrorText());
+    LogError(error);
   } catch (const std::exception& error) {
     QsLogMsg(kLogError, std::string("SaveBinaryFile >>> std::exception: ") + error.what());
   }
