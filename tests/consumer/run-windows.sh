@@ -25,3 +25,12 @@ for program in consumer_QSbase windows_h_FIRST windows_h_LAST; do
   run "$work/cmake/$program.exe"
 done
 run "$work/cmake/loadlibrary.exe" libQSbase.dll
+
+# By hand with the flags of qsbase.pc, everything in one file.
+flags() {
+  PKG_CONFIG_LIBDIR=$work/prefix/lib/pkgconfig pkg-config --define-variable=prefix="$work/prefix" "$@" qsbase
+}
+# shellcheck disable=SC2046
+"$arch-w64-mingw32-g++-posix" -std=c++17 -static "$source/tests/consumer/consumer.cpp" $(flags --static --cflags --libs) \
+  -L"$source/build/deps/$arch/lib" -o "$work/by-hand.exe"
+run "$work/by-hand.exe"
