@@ -5,8 +5,12 @@
 
 #ifdef _WIN32
 #include <direct.h>
+#include <io.h>
+#include <sys/stat.h>
+#include <wchar.h>
 #endif
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -35,11 +39,15 @@ class TempDir {
   }
 
   ~TempDir() {
+#ifdef _WIN32
+    RemoveTree(std::filesystem::path(Unlimited("")).wstring());
+#else
     std::error_code ignored;
     for (std::filesystem::recursive_directory_iterator it(_path, ignored), end; it != end; it.increment(ignored)) {
-      MakeRemovable(*it);
+      OpenIfDirectory(*it);
     }
     std::filesystem::remove_all(_path, ignored);
+#endif
   }
 
   TempDir(const TempDir&) = delete;
@@ -47,6 +55,15 @@ class TempDir {
 
   /// The folder, without a trailing separator.
   std::string Path() const { return _path; }
+
+  /// A path inside the folder that the system takes however long it is; with an empty name the folder.
+  std::string Unlimited(const std::string& name) const {
+#ifdef _WIN32
+    return "\\\\?\\" + std::filesystem::path(name.empty() ? _path : *this / name).make_preferred().string();
+#else
+    return name.empty() ? _path : *this / name;
+#endif
+  }
 
   /// A path inside the folder.
   std::string operator/(const std::string& name) const { return _path + "/" + name; }
@@ -77,22 +94,38 @@ class TempDir {
 #endif
   }
 
-  // A folder that is closed cannot be emptied; on Windows no read-only file can be removed either.
-  static void MakeRemovable(const std::filesystem::directory_entry& entry) {
-    std::error_code ignored;
-    if (entry.is_symlink(ignored)) {
-      return;
-    }
 #ifdef _WIN32
-    const bool closed = true;
+  // std::filesystem ends at 259 characters here, and removes nothing that is read-only.
+  static void RemoveTree(const std::wstring& dir) {
+    constexpr unsigned kLink = 0x400;
+    _wfinddata64_t found;
+    const std::intptr_t search = _wfindfirst64((dir + L"\\*").c_str(), &found);
+    for (bool more = search != -1; more; more = _wfindnext64(search, &found) == 0) {
+      const std::wstring name = found.name;
+      const std::wstring path = dir + L"\\" + name;
+      if (name == L"." || name == L"..") {
+        continue;
+      }
+      (void)_wchmod(path.c_str(), _S_IREAD | _S_IWRITE);
+      if ((found.attrib & (kLink | _A_SUBDIR)) == _A_SUBDIR) {
+        RemoveTree(path);
+      } else if (_wunlink(path.c_str()) != 0) {
+        (void)_wrmdir(path.c_str());
+      }
+    }
+    (void)_findclose(search);
+    (void)_wrmdir(dir.c_str());
+  }
 #else
-    const bool closed = entry.is_directory(ignored);
-#endif
-    if (closed) {
+  // What is closed cannot be emptied.
+  static void OpenIfDirectory(const std::filesystem::directory_entry& entry) {
+    std::error_code ignored;
+    if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) {
       std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_all, std::filesystem::perm_options::add,
                                    ignored);
     }
   }
+#endif
 
   std::string _path;
 };
