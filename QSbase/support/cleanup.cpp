@@ -11,6 +11,7 @@
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/findentries.h>
 #include <QSbase/support/paths.h>
+#include <QSbase/text/timeos.h>
 
 namespace qsbase::detail {
 
@@ -165,9 +166,19 @@ std::string RelativeOmit(const std::string& dir, const std::string& dirSlash, co
   return omit.substr(0, dirSlash.size()) == dir ? omit.substr(dirSlash.size()) : std::string();
 }
 
+// The present as the files' dates show it: on Windows they go by the C runtime's zone, which the variable TZ can set
+// apart from that of the system's clock. Files would be hours too old.
+QsDateTime Present() {
+  constexpr double kMsPerDay = 86400000;
+  const std::int64_t now = qsbase::detail::CurrentUtcMilliseconds();
+  DirEntry entry;
+  entry.written = now / 1000;
+  return qsbase::detail::EntryDate(entry) + static_cast<double>(now % 1000) / kMsPerDay;
+}
+
 // In these steps, since the date-time is a binary fraction of a day.
 QsDateTime CutOff(unsigned ageMinutes) {
-  double time = QsDateTime::Now();
+  double time = Present();
   for (unsigned hour = 0; hour < ageMinutes / 60; ++hour) {
     time -= 1.0 / 24.0;
   }

@@ -1,5 +1,6 @@
 #include <QSbase/support/qsfile.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <exception>
 #include <limits>
@@ -132,7 +133,11 @@ QsFile::operator std::FILE*() const { return _stream; }
 
 long QsFile::Tell() const {
   const std::int64_t position = _stream == nullptr ? -1 : qsbase::detail::OsTell(_stream);
-  return position > std::numeric_limits<long>::max() ? -1 : static_cast<long>(position);
+  if (position > std::numeric_limits<long>::max()) {
+    errno = EOVERFLOW;
+    return Reported(-1L, true);
+  }
+  return Reported(static_cast<long>(position), position < 0 && _stream != nullptr);
 }
 
 int QsFile::Flush() const {

@@ -185,6 +185,8 @@ DWORD CodeOf(int error) {
       return ERROR_NOT_ENOUGH_MEMORY;
     case EINVAL:
       return ERROR_INVALID_PARAMETER;
+    case EOVERFLOW:
+      return ERROR_ARITHMETIC_OVERFLOW;
     default:
       return ERROR_GEN_FAILURE;
   }
@@ -217,7 +219,7 @@ bool OsSeek(std::FILE* stream, std::int64_t offset, int origin) { return _fseeki
 
 // What the system refused is the last error already, unless errno says that it never was asked.
 void OsStreamFailed() {
-  if (errno == EBADF || GetLastError() == ERROR_SUCCESS) {
+  if (errno == EBADF || errno == EOVERFLOW || GetLastError() == ERROR_SUCCESS) {
     SetLastError(CodeOf(errno));
   }
 }
