@@ -138,7 +138,7 @@ struct LocalSecond {
 /// False when the system cannot tell.
 bool ToLocal(std::int64_t second, LocalSecond& local) {
   std::tm parts{};
-  if (!qsbase::detail::BreakDownLocal(second, parts)) {
+  if (!qsbase::detail::BreakDownPresent(second, parts)) {
     return false;
   }
   const int lastSecond = std::min(parts.tm_sec, 59);  // a leap second is the one before it once more

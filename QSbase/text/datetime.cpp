@@ -170,25 +170,29 @@ QsDateTime FromParts(const std::tm& parts, int millisecond) {
           parts.tm_min,         std::min(parts.tm_sec, 59), millisecond};
 }
 
-QsDateTime ToLocalTime(std::int64_t utcMilliseconds) {
+// `breakDown` decides what local is.
+QsDateTime ToLocalTime(std::int64_t utcMilliseconds, bool (*breakDown)(std::int64_t, std::tm&)) {
   std::tm parts{};
   const auto seconds = std::chrono::floor<std::chrono::seconds>(std::chrono::milliseconds(utcMilliseconds)).count();
-  if (!BreakDownLocal(seconds, parts)) {
+  if (!breakDown(seconds, parts)) {
     return FromUtcMilliseconds(utcMilliseconds);
   }
   return FromParts(parts, static_cast<int>(utcMilliseconds - seconds * kMsPerSecond));
 }
 
 // Local time minus UTC of one instant in milliseconds, free of the rounding of the two day counts.
-double LocalOffsetMilliseconds(std::int64_t utcMilliseconds) {
-  return std::round((ToLocalTime(utcMilliseconds) - FromUtcMilliseconds(utcMilliseconds)) * kMsPerDay);
+double OffsetMilliseconds(const QsDateTime& local, std::int64_t utcMilliseconds) {
+  return std::round((local - FromUtcMilliseconds(utcMilliseconds)) * kMsPerDay);
 }
 
-double CurrentOffset() { return LocalOffsetMilliseconds(CurrentUtcMilliseconds()) / kMsPerDay; }
+double CurrentOffset() {
+  const std::int64_t now = CurrentUtcMilliseconds();
+  return OffsetMilliseconds(ToLocalTime(now, &BreakDownPresent), now) / kMsPerDay;
+}
 
 }  // namespace
 
-QsDateTime QsDateTime::Now() { return ToLocalTime(CurrentUtcMilliseconds()); }
+QsDateTime QsDateTime::Now() { return ToLocalTime(CurrentUtcMilliseconds(), &BreakDownPresent); }
 
 QsDateTime QsDateTime::UTCNow() { return FromUtcMilliseconds(CurrentUtcMilliseconds()); }
 
@@ -430,8 +434,9 @@ namespace {
 
 // Seconds east of UTC at noon UTC on the first of a month.
 int OffsetInMonth(int year, int month) {
-  const std::int64_t noon = (DayNumber({year, month, 1}) - kUnixEpochDay) * std::int64_t{kSecondsPerDay} + 43200;
-  return static_cast<int>(LocalOffsetMilliseconds(noon * kMsPerSecond) / kMsPerSecond);
+  const std::int64_t day = DayNumber({year, month, 1}) - kUnixEpochDay;
+  const std::int64_t noon = (day * kSecondsPerDay + 43200) * kMsPerSecond;
+  return static_cast<int>(OffsetMilliseconds(ToLocalTime(noon, &BreakDownLocal), noon) / kMsPerSecond);
 }
 
 }  // namespace

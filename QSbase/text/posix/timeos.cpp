@@ -15,6 +15,8 @@ bool BreakDownLocal(std::int64_t time, std::tm& parts) noexcept {
   return localtime_r(&native, &parts) != nullptr;
 }
 
+bool BreakDownPresent(std::int64_t now, std::tm& parts) noexcept { return BreakDownLocal(now, parts); }
+
 std::int64_t MakeLocal(std::tm& parts) noexcept { return mktime(&parts); }
 
 void RefreshTimeZone() noexcept { tzset(); }

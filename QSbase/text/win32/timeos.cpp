@@ -17,6 +17,11 @@ constexpr std::int64_t kLastNativeTime = 32503680000;
 
 constexpr std::int64_t kLastTime = std::int64_t{2000000000} * 31556952;  // its year still is an int
 
+// File times count hundreds of nanoseconds since 1601.
+constexpr std::int64_t kTicksPerMillisecond = 10000;
+constexpr std::int64_t kTicksPerSecond = 1000 * kTicksPerMillisecond;
+constexpr std::int64_t kUnixEpoch = 116444736000000000;
+
 // The C runtime reads its zone variables without a lock while _tzset sets them anew, by way of wrong values.
 SRWLOCK zoneLock = SRWLOCK_INIT;
 
@@ -39,12 +44,10 @@ std::int64_t CyclesBeyond(std::int64_t time) {
 }  // namespace
 
 std::int64_t CurrentUtcMilliseconds() noexcept {
-  constexpr std::uint64_t kTicksPerMillisecond = 10000;
-  constexpr std::uint64_t kUnixEpoch = 116444736000000000;
   FILETIME now;
   GetSystemTimeAsFileTime(&now);
   const std::uint64_t ticks = (std::uint64_t{now.dwHighDateTime} << 32U) | now.dwLowDateTime;
-  return static_cast<std::int64_t>(ticks - kUnixEpoch) / static_cast<std::int64_t>(kTicksPerMillisecond);
+  return (static_cast<std::int64_t>(ticks) - kUnixEpoch) / kTicksPerMillisecond;
 }
 
 bool BreakDownLocal(std::int64_t time, std::tm& parts) noexcept {
@@ -58,6 +61,28 @@ bool BreakDownLocal(std::int64_t time, std::tm& parts) noexcept {
     return false;
   }
   parts.tm_year += static_cast<int>(cycles * kCycleYears);
+  return true;
+}
+
+// By the offset that GetLocalTime has, too.
+bool BreakDownPresent(std::int64_t now, std::tm& parts) noexcept {
+  if (now < 0 || now > kLastNativeTime) {
+    return false;
+  }
+  const auto ticks = static_cast<std::uint64_t>(now * kTicksPerSecond + kUnixEpoch);
+  const FILETIME utc = {static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32U)};
+  FILETIME local;
+  SYSTEMTIME clock;
+  if (FileTimeToLocalFileTime(&utc, &local) == 0 || FileTimeToSystemTime(&local, &clock) == 0) {
+    return false;
+  }
+  parts = std::tm{};
+  parts.tm_year = clock.wYear - 1900;
+  parts.tm_mon = clock.wMonth - 1;
+  parts.tm_mday = clock.wDay;
+  parts.tm_hour = clock.wHour;
+  parts.tm_min = clock.wMinute;
+  parts.tm_sec = clock.wSecond;
   return true;
 }
 
