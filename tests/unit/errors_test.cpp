@@ -3,12 +3,22 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <string>
 #include <thread>
 #include <type_traits>
+
+#ifdef _WIN32
+#define WIN32_LEAN_AND_MEAN
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#endif
 
 namespace {
 
@@ -95,16 +105,82 @@ TEST(ThrowAllocationError, NamesTheSourceAndTheLine) {
 }
 
 TEST(QsLastError, IsKeptPerThread) {
-  QsSetLastError(5);
-  std::thread([] {
+  // Between setting and asking nothing may run but the two: starting a thread and joining it set the code, too.
+  std::atomic<int> step{0};
+  const auto waitFor = [&step](int value) {
+    while (step != value) {
+    }
+  };
+  int others = 0;
+  std::thread other([&] {
+    waitFor(1);
     QsSetLastError(7);
-    EXPECT_EQ(QsGetLastError(), 7);
-  }).join();
-  EXPECT_EQ(QsGetLastError(), 5);
+    others = QsGetLastError();
+    step = 2;
+  });
+  QsSetLastError(5);
+  step = 1;
+  waitFor(2);
+  const int mine = QsGetLastError();
+  other.join();
+  EXPECT_EQ(mine, 5);
+  EXPECT_EQ(others, 7);
 }
 
-#ifndef _WIN32
-TEST(QsLastError, IsErrno) {
+#ifdef _WIN32
+
+TEST(QsLastError, IsTheSystems) {
+  for (const DWORD code : {0UL, 5UL, 183UL, 0x2000ABCDUL, 0x80070005UL, 0xFFFFFFFFUL}) {
+    SetLastError(code);
+    EXPECT_EQ(QsGetLastError(), static_cast<int>(code));
+    SetLastError(1);
+    QsSetLastError(static_cast<int>(code));
+    EXPECT_EQ(GetLastError(), code);
+  }
+  errno = ERANGE;
+  QsSetLastError(5);
+  EXPECT_EQ(errno, ERANGE) << "the C runtime's code is another";
+  EXPECT_EQ(GetFileAttributesA("no such file"), INVALID_FILE_ATTRIBUTES);
+  EXPECT_EQ(QsGetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
+/// The system's text, the last line break in it removed; empty when there is none.
+std::string SystemText(DWORD code) {
+  char* text = nullptr;
+  const DWORD length = FormatMessageA(0x1300, nullptr, code, 1024, reinterpret_cast<char*>(&text), 0, nullptr);
+  std::string result(text == nullptr ? "" : text, length);
+  LocalFree(text);
+  const std::size_t lineBreak = result.rfind("\r\n");
+  return lineBreak == std::string::npos ? result : result.erase(lineBreak, 2);
+}
+
+std::string Hex(DWORD code) {
+  char text[20];
+  std::snprintf(text, sizeof text, "%lx", code);
+  return text;
+}
+
+TEST(QsErrorMessage, HasTheSystemTextOfEveryCode) {
+  int known = 0;
+  for (DWORD code = 0; code < 16000; ++code) {
+    const std::string expected = SystemText(code);
+    ASSERT_EQ(QsErrorMessage(static_cast<int>(code)), expected.empty() ? Fallback(Hex(code)) : expected) << code;
+    known += expected.empty() ? 0 : 1;
+  }
+  EXPECT_GT(known, 100);
+  EXPECT_EQ(QsErrorMessage(static_cast<int>(0x80070005)), SystemText(0x80070005)) << "an HRESULT";
+}
+
+TEST(QsErrorMessage, CodesThatTheSystemLeavesOutHaveNoText) {
+  for (DWORD code = 0x20000000; code < 0x20000100; ++code) {  // the bit of codes that applications define
+    ASSERT_EQ(SystemText(code), "");
+    EXPECT_EQ(QsErrorMessage(static_cast<int>(code)), Fallback(Hex(code)));
+  }
+}
+
+#else
+
+TEST(QsLastError, IsTheSystems) {
   errno = ERANGE;
   EXPECT_EQ(QsGetLastError(), ERANGE);
   QsSetLastError(ENOENT);

@@ -13,7 +13,13 @@
 #include <thread>
 #include <vector>
 
-#ifndef _WIN32
+#ifdef _WIN32
+#define WIN32_LEAN_AND_MEAN
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#else
 #include <dlfcn.h>
 #include <pthread.h>
 #include <sys/syscall.h>
@@ -93,7 +99,78 @@ TEST(QsGetMemFree, NeverFails) {
   EXPECT_GT(megabytes, 0U);
 }
 
-#ifndef _WIN32
+#ifdef _WIN32
+
+std::string NameOf(HMODULE module) {
+  char name[MAX_PATH] = {};
+  EXPECT_NE(GetModuleFileNameA(module, name, MAX_PATH), 0U);
+  return name;
+}
+
+TEST(QsGetApplicationFilename, NullIsTheProgram) {
+  const std::string program = NameOf(nullptr);
+  EXPECT_EQ(QsGetApplicationFilename(), program);
+  EXPECT_NE(program.find("unit_process.exe"), std::string::npos);
+  QsSetApplication(GetModuleHandleA(nullptr));
+  EXPECT_EQ(QsGetApplicationFilename(), program);
+}
+
+TEST(QsGetApplicationFilename, AModuleIsFoundWhileItIsLoaded) {
+  const char* const name = "msacm32.dll";
+  ASSERT_EQ(GetModuleHandleA(name), nullptr);
+  const HMODULE module = LoadLibraryA(name);
+  ASSERT_NE(module, nullptr);
+  QsSetApplication(module);
+  const std::string path = QsGetApplicationFilename();
+  EXPECT_EQ(path, NameOf(module));
+  EXPECT_EQ(path.substr(1, 2), ":\\");
+  EXPECT_NE(GetFileAttributesA(path.c_str()), INVALID_FILE_ATTRIBUTES);
+  FreeLibrary(module);
+  EXPECT_EQ(QsGetApplicationFilename(), "");
+  QsSetApplication(GetModuleHandleA("kernel32.dll"));
+  EXPECT_EQ(QsGetApplicationFilename(), NameOf(GetModuleHandleA("kernel32.dll")));
+}
+
+TEST(QsGetApplicationFilename, IsFoundWhileOtherThreadsLoadAndUnload) {
+  std::thread loader([] {
+    for (int i = 0; i < 50; ++i) {
+      if (const HMODULE module = LoadLibraryA("msacm32.dll")) {
+        FreeLibrary(module);
+      }
+    }
+  });
+  int here = 0;
+  QsSetApplication(&here);
+  for (int i = 0; i < 200; ++i) {
+    EXPECT_EQ(QsGetApplicationFilename(), "");
+  }
+  loader.join();
+}
+
+TEST(QsGetTickCount, IsTheSystemsCountCutTo32Bits) {
+  const DWORD before = GetTickCount();
+  const unsigned int ticks = QsGetTickCount();
+  const DWORD after = GetTickCount();
+  EXPECT_LE(ticks - before, after - before);
+}
+
+TEST(QsGetCurrentProcessId, IsTheProcessId) {
+  EXPECT_EQ(QsGetCurrentProcessId(), static_cast<int>(GetCurrentProcessId()));
+}
+
+TEST(QsGetCurrentThreadId, IsTheSystemsId) {
+  EXPECT_EQ(QsGetCurrentThreadId(), static_cast<int>(GetCurrentThreadId()));
+  std::thread([] { EXPECT_EQ(QsGetCurrentThreadId(), static_cast<int>(GetCurrentThreadId())); }).join();
+}
+
+unsigned int AvailableMegabytes() {
+  MEMORYSTATUSEX status{};
+  status.dwLength = sizeof status;
+  EXPECT_TRUE(GlobalMemoryStatusEx(&status));
+  return static_cast<unsigned int>(status.ullAvailPhys >> 20U);
+}
+
+#else
 
 TEST(QsGetApplicationFilename, NullIsTheProgram) {
   const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
@@ -148,7 +225,7 @@ TEST(QsSleep, GoesOnAfterASignal) {
   sender.join();
 }
 
-TEST(QsGetTickCount, IsTheBootTimeClockCutTo32Bits) {
+TEST(QsGetTickCount, IsTheSystemsCountCutTo32Bits) {
   const auto bootTime = [] {
     timespec now{};
     clock_gettime(CLOCK_BOOTTIME, &now);
@@ -163,7 +240,7 @@ TEST(QsGetTickCount, IsTheBootTimeClockCutTo32Bits) {
 
 TEST(QsGetCurrentProcessId, IsTheProcessId) { EXPECT_EQ(QsGetCurrentProcessId(), getpid()); }
 
-TEST(QsGetCurrentThreadId, IsTheKernelsId) {
+TEST(QsGetCurrentThreadId, IsTheSystemsId) {
   EXPECT_EQ(QsGetCurrentThreadId(), getpid());  // the main thread
   std::thread([] { EXPECT_EQ(QsGetCurrentThreadId(), static_cast<int>(syscall(SYS_gettid))); }).join();
 }
@@ -194,7 +271,9 @@ unsigned int AvailableMegabytes() {
   return 0;
 }
 
-TEST(QsGetMemFree, IsWhatTheKernelCallsAvailable) {
+#endif
+
+TEST(QsGetMemFree, IsWhatTheSystemCallsAvailable) {
   // Other processes move the figure meanwhile.
   constexpr unsigned int slack = 1024;
   const unsigned int before = AvailableMegabytes();
@@ -204,7 +283,5 @@ TEST(QsGetMemFree, IsWhatTheKernelCallsAvailable) {
   EXPECT_GE(megabytes + slack, std::min(before, after));
   EXPECT_LE(megabytes, std::max(before, after) + slack);
 }
-
-#endif
 
 }  // namespace

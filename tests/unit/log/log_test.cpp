@@ -4,12 +4,13 @@
 #include <QSbase/process.h>
 
 #include <common/logcapture.h>
+#include <common/platform.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
+#include <cerrno>
 #include <new>
 #include <sstream>
 #include <string>
@@ -127,19 +128,19 @@ TEST(MsgEntry, ItsTimeIsNow) {
   EXPECT_LE(entry.time, after);
 }
 
-#ifndef _WIN32
+// That of the system's clock: on Windows the variable has no say in it.
 TEST(MsgEntry, ItsTimeIsLocal) {
-  ASSERT_EQ(setenv("TZ", "XYZ-03:33:21", 1), 0);
-  tzset();
+  qsbase::testing::SetEnvironment("TZ", "XYZ-03:33:21");
   const double before = QsDateTime::Now();
-  ASSERT_GT(before - QsDateTime::UTCNow(), 0.14);
+  if (!qsbase::testing::kOnWindows) {
+    ASSERT_GT(before - QsDateTime::UTCNow(), 0.14);
+  }
   for (int i = 0; i < 3; ++i) {
     const MsgEntry entry(kInfo, "text");
     EXPECT_LE(before, entry.time);
     EXPECT_LE(entry.time, QsDateTime::Now());
   }
 }
-#endif
 
 TEST(MsgEntry, ANullTextCountsAsEmpty) {
   const char* const none = nullptr;
@@ -504,6 +505,41 @@ TEST(QsLogMsg, LeavesTheLastErrorAlone) {
   EXPECT_EQ(QsGetLastError(), 77);
   QsSetLogLevel(1);
   EXPECT_EQ(QsGetLastError(), 77);
+}
+
+// Where it is a value of its own, the C library's error is left alone, too.
+TEST(QsLogMsg, LeavesErrnoAlone) {
+  const std::string text(1000, 'x');
+  SetLogCallback([](unsigned int, const char*) { errno = 5; });
+  errno = 33;
+  QsLogMsg(kInfo, text);
+  EXPECT_EQ(errno, 33);
+  QsLogMsg(kInfo, "%5d %s", 1, text.c_str());
+  EXPECT_EQ(errno, 33);
+  DisableLogCallbacks();
+  QsLogMsg(kInfo, "%5d %s", 1, text.c_str());
+  EXPECT_EQ(errno, 33);
+}
+
+TEST(DefaultLogLine, TheFormatterMayChangeTheLastError) {
+  SetLogLineFormatter([](const MsgEntry&, std::string& line) {
+    QsSetLastError(5);
+    errno = 5;
+    line = "text";
+    return true;
+  });
+  for (const bool console : {false, true}) {
+    SetEnabledLog(false, console);
+    QsSetLastError(77);
+    QsLogMsg(kInfo, std::string("text"));
+    EXPECT_EQ(QsGetLastError(), 77);
+    QsLogMsg(kInfo, "%d %.3f", 1, 1.5);
+    EXPECT_EQ(QsGetLastError(), 77);
+    DefaultLogLine(kInfo, "text");
+    EXPECT_EQ(QsGetLastError(), 77);
+    DoLogMsg("text");
+    EXPECT_EQ(QsGetLastError(), 77);
+  }
 }
 
 TEST(QsLogMsg, TheMessageSeesTheLastErrorOfTheCaller) {
