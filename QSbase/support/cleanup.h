@@ -3,9 +3,9 @@
 ///
 /// Names in lists are relative to the listed directory, those of sub-directories with "\": "sub\name". A symbolic link
 /// is never followed below the directory that the caller names: it is listed, counted and removed itself, as a file.
-/// On Linux an entry whose name holds a "\" is left out, so that no deletion can leave its tree. An empty dir is the
-/// current directory, but for QsDeleteDirectoryRecurse, which refuses it. Paths end at 2047 characters
-/// (QsTranslateFilename): what lies deeper is neither listed nor deleted.
+/// An entry that no path of this library can name is left out (see CQsFindFile), so that no deletion can leave its
+/// tree. An empty dir is the current directory, but for QsDeleteDirectoryRecurse, which refuses it. Paths end at 2047
+/// characters (QsTranslateFilename): what lies deeper is neither listed nor deleted.
 ///
 /// Nothing throws but for want of memory; a directory that is missing or unreadable lists as empty and counts as 0. No
 /// locks and no state: any thread may call. What appears or vanishes while a call runs is found or not; a file that is

@@ -17,8 +17,8 @@ namespace qsbase::detail {
 struct DirEntry {
   std::string name;           ///< without directory, the bytes of the file system
   bool isDirectory = false;   ///< a real directory; false for a link to one
-  bool isLink = false;        ///< a symbolic link
-  bool isReadOnly = false;    ///< on Linux the owner's write bit is missing
+  bool isLink = false;        ///< a symbolic link; on Windows also a mounted directory (junction)
+  bool isReadOnly = false;    ///< on Linux the owner's write bit is missing; false for a link
   std::uint64_t size = 0;     ///< of a regular file, in bytes; 0 for anything else
   std::int64_t created = 0;   ///< seconds since 1970; on Linux the time of the last status change
   std::int64_t accessed = 0;  ///< seconds since 1970
@@ -51,13 +51,13 @@ class DirReader {
   std::unique_ptr<Stream> _stream;
 };
 
-/// Describes the one object that the path names, its name being the last component as given. False if there is none
-/// or it must not be looked at; entry is then unspecified. Trailing separators are ignored, so that a link is seen
-/// itself; a lone root separator stays.
+/// Describes the one object that the path names, its name being the last component as given, on Windows as stored.
+/// False if there is none or it must not be looked at; entry is then unspecified. Trailing separators are ignored, so
+/// that a link is seen itself; a lone root separator stays.
 bool DescribePath(const std::string& path, DirEntry& entry);
 
 /// The directory for temporary files as the system gives it, with or without a trailing separator; empty if there is
-/// none in which this process may create files.
+/// none, on Linux also if there is none in which this process may create files.
 std::string SystemTempDirectory();
 
 }  // namespace qsbase::detail

@@ -119,6 +119,10 @@ QSBASE_API bool QsRenameDir(const std::string& from, const std::string& to);
 /// a regular file is overwritten, through a symbolic link too. With `clearReadOnly` the target's read-only attribute is
 /// cleared first, if it can be. False if the source is no regular file, if both are the same file (which stays as it
 /// is), or on any failure of the system; a target begun is then removed, one that was there before left empty.
+///
+/// On Windows this is the system's own copy (CopyFileA) with all that belongs to a file there, such as its other
+/// attributes; a target that is read-only or hidden is refused (5), one that exists with `failIfExists` too (80), and
+/// so is the file itself (32).
 QSBASE_API bool QsCopyFile(const std::string& from, const std::string& to, bool failIfExists, bool clearReadOnly);
 
 /// QsCopyFile(from, to, true, false): a full copy and no link, whatever the third argument says. Kept.
@@ -136,6 +140,9 @@ QSBASE_API bool QsLinkFile(const std::string& from, const std::string& to, bool 
 /// file stands there by now; if only that last step fails, the move counts as done and the source stays. A symbolic
 /// link is moved itself, but as a copy of its target to another volume. If both are names of one file, the system may
 /// leave both (Linux).
+///
+/// On Windows this is MoveFileExA: to another volume the system copies straight to the target and deletes the source.
+/// Errors: 183 without `replace` where the target exists, 32 while the source is open elsewhere, 5 while the target is.
 QSBASE_API bool QsMoveFile(const std::string& from, const std::string& to, bool replace, bool clearReadOnly);
 
 /// Deletes one file; of a symbolic link the link. With `force` a first failure is followed by clearing the read-only

@@ -16,9 +16,11 @@
 /// Enumerates the entries of one directory whose names match a pattern.
 ///
 /// The pattern stands in the last component of the path only: "*" is any run of characters, "?" one character
-/// (strings are single-byte: one byte), ASCII letters match in either case, and "*.*" is the same as "*". A last
-/// component without wildcard means the one object of exactly that name. "." and ".." are delivered like any other
-/// name. On Linux names that hold a "\" are left out, since no path of this library can name them.
+/// (strings are single-byte: one byte), ASCII letters match in either case, on Windows all letters of Windows-1252, and
+/// "*.*" is the same as "*". A last component without wildcard means the one object of that name, which Windows
+/// compares without case and delivers as it is stored. "." and ".." are delivered like any other name. Names that no
+/// path of this library can name are left out: on Linux those that hold a "\", on Windows those with characters that
+/// the ANSI code page lacks.
 ///
 /// FindFirst takes a snapshot: what appears, changes or vanishes later does not show. Entries come in the operating
 /// system's order. A symbolic link is described itself, not its target: it is no directory and has the size 0.

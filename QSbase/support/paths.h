@@ -85,7 +85,7 @@ QSBASE_API bool QsIsUNCPath(const std::string& path);
 QSBASE_API bool QsIsAbsolutePath(const std::string& path);
 
 /// The directory for temporary files, with a trailing "\". On Linux the directory that TMPDIR names, or else "\tmp\";
-/// one counts only if it is a directory in which this process may create files.
+/// one counts only if it is a directory in which this process may create files. On Windows what GetTempPathA says.
 /// \throws ExBase "Could not get temp path" if there is none.
 QSBASE_API std::string QsGetSysTempPath();
 

@@ -49,6 +49,23 @@ void Describe(const FileData& data, DirEntry& entry) {
   entry.written = ToFileTime(data.written).seconds;
 }
 
+// The last component as the directory has it: in its own case, the long name for a short one, without the dots and
+// blanks that the system drops. As given where no directory has it (a root), or where it would be taken for a pattern.
+std::string StoredName(const std::string& path) {
+  const std::string given = path.substr(path.find_last_of("\\/:") + 1);
+  if (given.empty() || given == "." || given == ".." || given.find_first_of("*?") != std::string::npos) {
+    return given;
+  }
+  const LastErrorGuard keep;
+  WIN32_FIND_DATAA found;
+  const HANDLE search = FindFirstFileA(path.c_str(), &found);
+  if (search == INVALID_HANDLE_VALUE) {
+    return given;
+  }
+  FindClose(search);
+  return found.cFileName;
+}
+
 FileData DataOf(const WIN32_FIND_DATAA& found) {
   FileData data;
   Fill(found, data);
@@ -122,7 +139,7 @@ bool DescribePath(const std::string& path, DirEntry& entry) {
   if (!ReadFileData(native, data)) {
     return false;
   }
-  entry.name = native.substr(native.find_last_of("\\/:") + 1);
+  entry.name = StoredName(native);
   Describe(data, entry);
   return true;
 }

@@ -295,7 +295,14 @@ bool OsRemoveFile(const std::string& path) {
   return IsDirectoryLink(native) && RemoveDirectoryA(native.c_str()) != 0;
 }
 
+// The system would read a device or pipe to its end, which may never come.
 CopyResult OsCopyFile(const std::string& from, const std::string& to, bool failIfExists) {
+  FileStatus source;
+  if (OsGetStatus(from, LinkView::Target, source) &&
+      (source.kind == FileKind::CharDevice || source.kind == FileKind::Pipe)) {
+    SetLastError(ERROR_NOT_SUPPORTED);
+    return CopyResult::Failed;
+  }
   const bool copied = CopyFileA(SystemPath(from).c_str(), SystemPath(to).c_str(), failIfExists ? TRUE : FALSE) != 0;
   return copied ? CopyResult::Done : CopyResult::Failed;
 }
