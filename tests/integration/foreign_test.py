@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Round trips in both directions with encoders, decoders and digests that are not ours, through the qs tool.
 
-usage: foreign_test.py PATH_TO_QS [unittest arguments]
+Usage: foreign_test.py QS_BINARY [--launcher COMMAND] [unittest arguments]
 """
 
 import base64
@@ -23,7 +23,9 @@ import zlib
 
 import yenc
 
-QS = None
+from common.program import parse_arguments
+
+QS = None  # a Program
 EXAMPLES = pathlib.Path(__file__).resolve().parents[2] / "examples"
 
 
@@ -49,7 +51,7 @@ class ForeignTest(unittest.TestCase):
         return done.stdout
 
     def qs(self, *arguments, stdin=b""):
-        return self.run_tool(QS, *arguments, stdin=stdin)
+        return self.run_tool(*QS.command(*arguments), stdin=stdin)
 
     def file(self, name, content):
         (self.folder / name).write_bytes(content)
@@ -187,37 +189,55 @@ class BinHex(ForeignTest):
 
 
 class Nginx(ForeignTest):
-    """qs fetch takes every good example from nginx; what it stores has the digests that hashlib gave."""
+    """qs fetch takes every good example from nginx; what it stores has the digests that hashlib gave. TLS is with a
+    certificate for "localhost" that only --ca knows."""
 
     CONFIG = """user root; daemon off; pid {0}/pid; error_log {0}/error.log;
 events {{}}
 http {{ access_log off; client_body_temp_path {0}/body; proxy_temp_path {0}/proxy; fastcgi_temp_path {0}/fastcgi;
-uwsgi_temp_path {0}/uwsgi; scgi_temp_path {0}/scgi; server {{ listen 127.0.0.1:{1}; root {2}; }} }}
+uwsgi_temp_path {0}/uwsgi; scgi_temp_path {0}/scgi; server {{ listen 127.0.0.1:{1}; listen 127.0.0.1:{3} ssl; ssl_certificate {0}/cert.pem;
+ssl_certificate_key {0}/key.pem; root {2}; }} }}
 """
 
-    def start_nginx(self, content):
-        with socket.socket() as probe:
-            probe.bind(("127.0.0.1", 0))
-            port = probe.getsockname()[1]
-        self.file("nginx.conf", self.CONFIG.format(self.folder, port, content).encode())
+    def setUp(self):
+        super().setUp()
+        self.run_tool("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost",
+                      "-addext", "subjectAltName=DNS:localhost", "-keyout", "key.pem", "-out", "cert.pem")
+        with socket.socket() as plain, socket.socket() as tls:
+            plain.bind(("127.0.0.1", 0))
+            tls.bind(("127.0.0.1", 0))
+            self.port, self.tls_port = plain.getsockname()[1], tls.getsockname()[1]
+        self.file("nginx.conf", self.CONFIG.format(self.folder, self.port, EXAMPLES / "data", self.tls_port).encode())
         server = subprocess.Popen(["/usr/sbin/nginx", "-p", str(self.folder), "-c", str(self.folder / "nginx.conf")])
         self.addCleanup(server.wait, 10)
         self.addCleanup(server.terminate)
         for _ in range(200):
             with socket.socket() as client:
-                if client.connect_ex(("127.0.0.1", port)) == 0:
-                    return f"http://127.0.0.1:{port}"
+                if client.connect_ex(("127.0.0.1", self.tls_port)) == 0:
+                    return
             time.sleep(0.05)
-        return self.fail("nginx does not answer")
+        self.fail("nginx does not answer")
 
-    def test_every_good_example_is_fetched_and_stored(self):
-        base = self.start_nginx(EXAMPLES / "data")
+    def check_every_good_example(self, base, *arguments):
         names = sorted(path.name for path in (EXAMPLES / "data").iterdir()
                        if path.suffix != ".md" and not path.name.startswith("damaged-"))
-        self.qs("fetch", "-q", "-o", "out", *(f"{base}/{name}" for name in names))
+        self.qs("fetch", "-q", "-o", "out", *arguments, *(f"{base}/{name}" for name in names))
         stored = sorted(hashlib.md5(path.read_bytes()).hexdigest() for path in (self.folder / "out").iterdir())
         expected = sorted(line.split()[0] for line in (EXAMPLES / "data.md5").read_text().splitlines())
         self.assertEqual(stored, expected)
+
+    def test_every_good_example_is_fetched_and_stored(self):
+        self.check_every_good_example(f"http://127.0.0.1:{self.port}")
+
+    def test_the_same_by_tls(self):
+        self.check_every_good_example(f"https://localhost:{self.tls_port}", "--ca", self.folder / "cert.pem")
+
+    def test_tls_without_the_authority_is_refused(self):
+        done = subprocess.run(QS.command("fetch", "-o", "out", f"https://localhost:{self.tls_port}/uu-picture.txt"),
+                              capture_output=True, cwd=self.folder, timeout=60, check=False)
+        self.assertEqual(done.returncode, 1, done.stderr)
+        self.assertRegex(done.stdout, rb"failed: .*\(code 60\)")
+        self.assertEqual(list((self.folder / "out").iterdir()), [])
 
 
 class Digests(ForeignTest):
@@ -246,7 +266,5 @@ class Digests(ForeignTest):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) < 2:
-        sys.exit(__doc__)
-    QS = str(pathlib.Path(sys.argv.pop(1)).resolve())
-    unittest.main(verbosity=2)
+    QS, _, rest = parse_arguments(__doc__)
+    unittest.main(argv=[sys.argv[0], *rest], verbosity=2)

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """End-to-end tests of the built qs program against a scripted HTTP peer on 127.0.0.1.
 
-Usage: qs_end_to_end_test.py QS_BINARY EXAMPLES_FOLDER [unittest arguments]
+Usage: qs_end_to_end_test.py QS_BINARY EXAMPLES_FOLDER [--launcher COMMAND] [unittest arguments]
 
 Everything encoded here is encoded by Python's standard library or by the few lines of this file, never by qs, unless a
 test says so. Needs Python 3 and the openssl command.
@@ -29,7 +29,9 @@ import time
 import unittest
 import zlib
 
-QS = None
+from common.program import parse_arguments, without_cursor_moves
+
+QS = None  # a Program
 EXAMPLES = None
 
 
@@ -208,8 +210,9 @@ class Case(unittest.TestCase):
         self.addCleanup(lambda: self.peer.stop())
 
     def qs(self, *arguments, stdin=b"", environment=None, cwd=None):
-        return subprocess.run([QS, *map(str, arguments)], input=stdin, capture_output=True, timeout=60,
-                              env={**os.environ, **(environment or {})}, cwd=cwd or self.root)
+        result = subprocess.run(QS.command(*arguments), input=stdin, capture_output=True, timeout=60,
+                                env={**os.environ, **(environment or {})}, cwd=cwd or self.root)
+        return QS.streams(arguments, result)
 
     def fetch(self, *arguments, code=0, **how):
         result = self.qs("fetch", *arguments, "-o", self.out, **how)
@@ -294,7 +297,7 @@ class Fetch(Case):
 
     def test_a_table_that_cannot_be_written_is_a_failure(self):
         with open("/dev/full", "wb") as full:
-            result = subprocess.run([QS, "fetch", "-q", "-o", self.out, self.peer.serve("/a.txt", b"text")],
+            result = subprocess.run(QS.command("fetch", "-q", "-o", self.out, self.peer.serve("/a.txt", b"text")),
                                     stdout=full, stderr=subprocess.PIPE, timeout=60, cwd=self.root)
         self.assertEqual(result.returncode, 1, result.stderr)
         self.assertEqual(self.stored(), {"a.txt": b"text"})
@@ -415,7 +418,7 @@ class Fetch(Case):
     def test_progress_line_on_a_terminal_is_erased(self):
         url = self.peer.serve("/a.txt", b"x" * 5000, pause=0.3)
         master, slave = pty.openpty()
-        process = subprocess.Popen([QS, "fetch", url, "-o", self.out], stdout=subprocess.DEVNULL, stderr=slave)
+        process = subprocess.Popen(QS.command("fetch", url, "-o", self.out), stdout=subprocess.DEVNULL, stderr=slave)
         os.close(slave)
         shown = b""
         with contextlib.suppress(OSError):
@@ -423,6 +426,8 @@ class Fetch(Case):
                 shown += chunk
         os.close(master)
         self.assertEqual(process.wait(timeout=60), 0)
+        if QS.windows:
+            shown = without_cursor_moves(shown)
         self.assertRegex(shown, rb"\r.*a\.txt: .*%\)")
         self.assertNotIn(b"\n", shown)
         self.assertRegex(shown, rb"\r +\r$")
@@ -589,16 +594,18 @@ class Resume(Case):
 
 
 class Interrupt(Case):
-    def interrupted(self, *arguments):
+    def interrupted(self, *arguments, times=1):
         slow = self.peer.serve("/slow.txt", b"x" * 500000, pause=0.05)
         first = self.peer.serve("/first.txt", b"first")
-        process = subprocess.Popen([QS, "fetch", first, slow, first, "-o", self.out, *arguments],
+        process = subprocess.Popen(QS.command("fetch", first, slow, first, "-o", self.out, *arguments),
                                    stdout=subprocess.PIPE, stderr=subprocess.PIPE)
         deadline = time.monotonic() + 30
         while not any(path == "/slow.txt" for path, _ in self.peer.requests) and time.monotonic() < deadline:
             time.sleep(0.01)
         time.sleep(0.5)  # some of the body
-        process.send_signal(signal.SIGINT)
+        for _ in range(times):
+            process.send_signal(signal.SIGINT)
+            time.sleep(0.02)
         started = time.monotonic()
         output, errors = process.communicate(timeout=30)
         self.assertLess(time.monotonic() - started, 5)
@@ -609,6 +616,10 @@ class Interrupt(Case):
 
     def test_no_half_file(self):
         self.interrupted()
+        self.assertEqual(self.stored(), {"first.txt": b"first"})
+
+    def test_impatience_changes_nothing(self):
+        self.interrupted(times=10)
         self.assertEqual(self.stored(), {"first.txt": b"first"})
 
     def test_resume_keeps_the_part(self):
@@ -630,7 +641,7 @@ class Log(Case):
         log = self.root / "log"
         self.fetch(url, self.peer.url("/missing"), "--log", log, "--level", "4", code=1)
         text = (log / "qs.log").read_text()
-        self.assertRegex(text, r"\tI\t *Stored '.*/a%d\.txt' \(none, 4 bytes, MD5 [0-9a-f]{32}\) from http")
+        self.assertRegex(text, r"\tI\t *Stored '.*[/\\]a%d\.txt' \(none, 4 bytes, MD5 [0-9a-f]{32}\) from http")
         self.assertRegex(text, r"\tE\t *Not stored: .*failed: HTTP status 404")
         self.assertRegex(text, r"Response of .*HTTP/1\.[01] 200")
         self.fetch(url, "--log", log)
@@ -771,6 +782,11 @@ class Coders(Case):
         self.assertRegex(result.stderr, rb"\Aqs: cannot open [^\n]+\n\Z")
 
 
+def md5sum_line(digest, name):
+    escaped = name.replace("\\", "\\\\")
+    return ("\\" if escaped != name else "") + f"{digest}  {escaped}\n"
+
+
 class Hash(Case):
     def test_digests(self):
         for data in (b"", b"abc", sample(300000)):
@@ -780,8 +796,18 @@ class Hash(Case):
                         ("--crc32",): "%08x" % zlib.crc32(data),
                         ("--hmac-key", "key"): hmac.new(b"key", data, "md5").hexdigest()}
             for arguments, digest in expected.items():
-                self.assertEqual(self.qs("hash", *arguments, path).stdout.decode(), f"{digest}  {path}\n")
+                self.assertEqual(self.qs("hash", *arguments, path).stdout.decode(), md5sum_line(digest, QS.native(path)))
+                self.assertEqual(self.qs("hash", *arguments, str(path)).stdout.decode(), f"{digest}  {path}\n")
                 self.assertEqual(self.qs("hash", *arguments, stdin=data).stdout.decode(), f"{digest}  -\n")
+
+    def test_names_are_taken_as_they_are(self):
+        for name in ("Größe €.txt", "日本.txt", "[a] {b}.txt", "-- a"):
+            (self.root / name).write_bytes(name.encode())
+            digest = hashlib.md5(name.encode()).hexdigest()
+            self.assertEqual(self.qs("hash", "--", name).stdout.decode(), f"{digest}  {name}\n")
+        result = self.qs("hash", "*.txt")
+        self.assertEqual((result.returncode, result.stdout), (1, b""))
+        self.assertRegex(result.stderr, rb"\Aqs: cannot open '\*\.txt' [^\n]+\n\Z")
 
     def test_md5sum_accepts_the_output(self):
         for name in ("plain", "with blank", "back\\slash"):
@@ -823,12 +849,13 @@ class Demo(Case):
     def test_default_folders(self):
         temporary = self.root / "tmp"
         temporary.mkdir()
-        result = self.qs("demo", environment={"TMPDIR": str(temporary)})
+        result = subprocess.run(QS.command_with_temporary(temporary, "demo"), capture_output=True, timeout=60, cwd=self.root)
+        result = QS.streams(["demo"], result)
         self.assertEqual(result.returncode, 0, result.stderr)
-        named = re.search(r"^Everything is in (.+)$", result.stdout.decode(), re.MULTILINE).group(1)
-        self.addCleanup(subprocess.run, ["rm", "-r", named])
-        self.assertTrue((pathlib.Path(named) / "files").is_dir())
-        self.assertTrue((pathlib.Path(named) / "log" / "qs.log").is_file())
+        named = QS.path(re.search(r"^Everything is in (.+)$", result.stdout.decode(), re.MULTILINE).group(1))
+        self.assertEqual(named.parent, temporary)
+        self.assertTrue((named / "files").is_dir())
+        self.assertTrue((named / "log" / "qs.log").is_file())
 
     def test_surprises(self):
         data = self.root / "data"
@@ -862,6 +889,6 @@ class Demo(Case):
 
 
 if __name__ == "__main__":
-    QS = os.path.abspath(sys.argv[1])
-    EXAMPLES = pathlib.Path(sys.argv[2]).resolve()
-    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])
+    QS, (EXAMPLES,), rest = parse_arguments(__doc__, "examples")
+    EXAMPLES = pathlib.Path(EXAMPLES).resolve()
+    unittest.main(argv=[sys.argv[0], *rest])

@@ -36,6 +36,13 @@ TEST(SafeFileName, NeverLeavesTheFolder) {
       << "a terminal would obey";
 }
 
+TEST(SafeFileName, SuitsEverySystem) {
+  EXPECT_EQ(SafeFileName("a<b>\"c|d?e*f:g.bin"), "a_b__c_d_e_f_g.bin");
+  EXPECT_EQ(SafeFileName("AUX.tar.gz"), "AUX_.tar.gz");
+  EXPECT_EQ(SafeFileName("com1"), "com1_");
+  EXPECT_EQ(SafeFileName("end."), "end._");
+}
+
 TEST(SafeFileName, CutsLongNamesButKeepsTheExtension) {
   const std::string safe = SafeFileName(std::string(1000, 'a') + ".tar.gz");
   EXPECT_LT(safe.size(), 240U);
