@@ -158,6 +158,21 @@ void RestoreLastCharacter(char* buffer, std::size_t size, const char* format, st
   }
 }
 
+/// Whether the format ends before the conversion of its last directive. Some C libraries fail on that, others end the
+/// text there and say nothing.
+bool EndsInDirective(const char* format) {
+  constexpr const char* kBeforeConversion = "-+ #0123456789.*$'hlLqjztI";
+  while ((format = std::strchr(format, '%')) != nullptr) {
+    ++format;
+    format += std::strspn(format, kBeforeConversion);
+    if (*format == '\0') {
+      return true;
+    }
+    ++format;
+  }
+  return false;
+}
+
 }  // namespace
 
 int Qs_vsnprintf(char* buffer, unsigned int size, const char* format, std::va_list arguments) {
@@ -173,7 +188,7 @@ int Qs_vsnprintf(char* buffer, unsigned int size, const char* format, std::va_li
     RestoreLastCharacter(buffer, size, format, again);
   }
   va_end(again);
-  return fits ? written : -1;
+  return fits && !EndsInDirective(format) ? written : -1;
 }
 
 int Qs_snprintf(char* buffer, unsigned int size, const char* format, ...) {

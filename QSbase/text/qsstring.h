@@ -53,7 +53,7 @@ class QSBASE_API QsString {
 /// Formats into `buffer` of `size` bytes. Returns the number of characters written when that is less than `size`; the
 /// text is then zero-terminated. Otherwise -1, and the buffer holds
 /// - the first `size` characters *without* a terminating zero when the text fills or exceeds it;
-/// - the zero-terminated text written so far when the C library gave up on the format (a lone "%" at its end).
+/// - the zero-terminated text written so far when the format is broken (a lone "%" at its end).
 ///
 /// To get the text in every case, pass `size` less than what the buffer really has and put a zero behind:
 /// \code

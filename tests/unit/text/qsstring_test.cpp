@@ -8,6 +8,8 @@
 #include <array>
 #include <clocale>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -263,6 +265,34 @@ TEST(QsSnprintf, ALonePercentLeavesTheTextBeforeIt) {
   const std::string lone = "%";
   EXPECT_EQ(Qs_snprintf(buffer, sizeof buffer, lone.c_str(), 5), -1);
   EXPECT_STREQ(buffer, "");
+  for (const std::string open : {"50%5", "50%-", "50%ll", "50%.3", "%d%%%", "%%%d%"}) {
+    EXPECT_EQ(Qs_snprintf(buffer, sizeof buffer, open.c_str(), 5, 6), -1) << open;
+  }
+  for (const std::string closed : {"50%%", "%%%%", "%d%%", "%%%d"}) {
+    EXPECT_GT(Qs_snprintf(buffer, sizeof buffer, closed.c_str(), 5), 0) << closed;
+  }
+}
+
+// On Windows too, whose own C runtime knows neither "z" nor "ll" nor long double.
+TEST(QsSnprintf, KnowsTheDirectivesOfStandardC) {
+  EXPECT_EQ(
+      strprintf("%lld %llu", std::numeric_limits<long long>::min(), std::numeric_limits<unsigned long long>::max()),
+      "-9223372036854775808 18446744073709551615");
+  EXPECT_EQ(strprintf("%zu %zd", std::numeric_limits<std::size_t>::max(), static_cast<std::ptrdiff_t>(-1)),
+            std::to_string(std::numeric_limits<std::size_t>::max()) + " -1");
+  EXPECT_EQ(strprintf("%jd %td", std::intmax_t{-5}, std::ptrdiff_t{-6}), "-5 -6");
+  EXPECT_EQ(strprintf("%ld %lu", -5L, 5UL), "-5 5");
+  EXPECT_EQ(strprintf("%hd %hhd %hhx", -5, -6, 0xAB), "-5 -6 ab");
+  EXPECT_EQ(strprintf("%Lf %Lg %.2Le", 1.5L, 2.5L, 12345.0L), "1.500000 2.5 1.23e+04");
+  EXPECT_EQ(strprintf("%e %g %g", 1e100, 1e-5, 1e15), "1.000000e+100 1e-05 1e+15") << "an exponent has two digits";
+  EXPECT_EQ(strprintf("%.0f %.1f %.2f", 2.5, 0.25, 1.005), "2 0.2 1.00");
+  EXPECT_EQ(strprintf("%5.1f|%-5d|%05d|%+d|%#x|%.3s", 2.25, 3, 4, 5, 255U, "abcdef"), "  2.2|3    |00004|+5|0xff|abc");
+  EXPECT_EQ(strprintf("%s", std::string(3, '%').c_str()), "%%%");
+#ifdef _WIN32
+  const std::string microsoft = "%I64d %I64x %I32d";
+  EXPECT_EQ(strprintf(microsoft.c_str(), std::numeric_limits<long long>::min(), 255LL, -7),
+            "-9223372036854775808 ff -7");
+#endif
 }
 
 TEST(Strprintf, FormatsAndCuts) {
@@ -739,6 +769,19 @@ TEST_F(DecimalComma, DoesNotChangeHowNumbersAreRead) {
   EXPECT_EQ(AsciiToDouble("1.234,5"), 1.234);
   EXPECT_EQ(AsciiToInt64("1.234"), 1);
   EXPECT_EQ(AsciiToInt("12345678"), 12345678);
+}
+
+// On Windows the C library's own case and classes follow this locale beyond ASCII.
+TEST_F(DecimalComma, DoesNotChangeCase) {
+  std::string upper;
+  for (int c = 0; c < 256; ++c) {
+    const bool pairOf32 = (c >= 'a' && c <= 'z') || (c >= 224 && c <= 254 && c != 247);
+    const bool pairOf16 = c == 154 || c == 156 || c == 158;
+    upper.push_back(static_cast<char>(c == 255 ? 159 : pairOf32 ? c - 32 : pairOf16 ? c - 16 : c));
+  }
+  EXPECT_EQ(QsString::ToUpper(AllBytes()), upper);
+  EXPECT_EQ(QsString::ToLower(upper), QsString::ToLower(AllBytes()));
+  EXPECT_EQ(QsString::Trim("\xA0 x \xA0", 0x20), "\xA0 x \xA0");
 }
 
 TEST_F(DecimalComma, DoesNotChangeHowSizesAreWritten) {
