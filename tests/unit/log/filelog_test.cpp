@@ -412,7 +412,7 @@ TEST_F(FileLog, TheBackupDirectoryIsTrimmedBeforeEachRotation) {
   config.maxBackupFiles = 5;
   config.maxFileSize = kSmallest;
   for (int i = 0; i < 12; ++i) {
-    _dir.Write("backup/old" + std::to_string(i), "x");
+    _dir.Write(std::string("backup/old").append(std::to_string(i)), "x");
   }
   _dir.Write("log/my app.log", "previous run\n");
   InitLogConfig(config, false);

@@ -67,7 +67,7 @@ std::uint64_t RandomValue(std::mt19937_64& random) {
 }
 
 std::string RandomText(std::mt19937_64& random) {
-  std::string text(random() % 12, '\0');
+  std::string text(static_cast<std::size_t>(random() % 12), '\0');
   for (char& c : text) {
     do {
       c = static_cast<char>(random() % 255 + 1);
@@ -109,10 +109,10 @@ TEST(FormatSimple, WritesTheEdgesOfEachType) {
 
 // Each of these belongs to vsnprintf, also after directives that are simple.
 TEST(FormatSimple, LeavesAllOtherDirectivesAlone) {
-  constexpr std::array<const char*, 34> directives = {
-      "%5d",  "%-5d", "%05d", "%+d", "% d", "%#x", "%.3d", "%*d", "%.*d", "%1$d", "%'d", "%hd",
-      "%hhd", "%jd",  "%td",  "%X",  "%o",  "%p",  "%n",   "%f",  "%.1f", "%e",   "%g",  "%a",
-      "%ls",  "%lc",  "%S",   "%C",  "%m",  "%l",  "%",    "%z",  "%5%",  "%lll"};
+  constexpr std::array<const char*, 36> directives = {
+      "%5d",  "%-5d", "%05d", "%+d", "% d", "%#x", "%.3d", "%*d", "%.*d", "%1$d", "%'d",   "%hd",
+      "%hhd", "%jd",  "%td",  "%X",  "%o",  "%p",  "%n",   "%f",  "%.1f", "%e",   "%g",    "%a",
+      "%ls",  "%lc",  "%S",   "%C",  "%m",  "%l",  "%",    "%z",  "%5%",  "%lll", "%I64d", "%Lf"};
   for (const char* directive : directives) {
     std::array<char, 64> buffer{};
     for (const char* before : {"", "text ", "%% "}) {
@@ -132,11 +132,11 @@ TEST(FormatSimple, LeavesAllOtherDirectivesAlone) {
 
 TEST(FormatSimple, NeedsRoomForTheTextAndItsEnd) {
   for (const std::string format : {"abc%s", "%s%%%d", "%lld%s", "%x %s", "%s%c", "%s"}) {
-    const bool second = format == "%lld%s" || format == "%x %s";
     for (std::size_t size = 1; size < 40; ++size) {
       for (const char* text : {"", "word", static_cast<const char*>(nullptr)}) {
-        const Outcome outcome =
-            second ? Format(size, format.c_str(), -1234567LL, text) : Format(size, format.c_str(), text, 66);
+        const Outcome outcome = format == "%lld%s"  ? Format(size, format.c_str(), -1234567LL, text)
+                                : format == "%x %s" ? Format(size, format.c_str(), -1234567, text)
+                                                    : Format(size, format.c_str(), text, 66);
         ASSERT_GE(outcome.theirLength, 0);
         const bool fits = static_cast<std::size_t>(outcome.theirLength) < size;
         ASSERT_EQ(outcome.simple, fits) << format << " in " << size;
