@@ -1,12 +1,22 @@
 #include <QSbase/codec/coderbuffer.h>
 #include <QSbase/codec/encodedecode.h>
+#include <QSbase/errors.h>
 #include <common/tempdir.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <new>
 #include <string>
 #include <vector>
+
+#ifdef _WIN32
+#define WIN32_LEAN_AND_MEAN
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#endif
 
 namespace {
 
@@ -416,6 +426,98 @@ TEST(EncodeDecode, TheCodersBufferKeepsItsContentWhenItGrows) {
     CEncodeDecode::FreeBuffer(output, flags);
   }
 }
+
+// The counts are larger than the buffers: a coder that looked at the input before it refuses would read beyond them.
+TEST(EncodeDecode, RefusesSizesThatNoBufferCanHave) {
+  CEncodeDecode coder(75, 76);
+  char* output = nullptr;
+  unsigned int length = 1;
+  for (const int flags : {0, kArrayBuffers}) {
+    EXPECT_EQ(coder.EncodeBase64("x", 0xFFFFFFFFU, &output, length, flags), -3);
+    EXPECT_EQ(coder.EncodeUUE("x", 0xFFFFFFFFU, &output, length, flags), -3);
+    EXPECT_EQ(coder.EncodeUUE("x", 0xFFFFFFFFU, &output, length, flags | 0x8), -3);
+    if (sizeof(std::size_t) == 4) {
+      // Every one of these would need 2 GiB or more, and no object of 32-bit programs has so many.
+      EXPECT_EQ(coder.EncodeBase64("x", 0x60000000U, &output, length, flags), -3);
+      EXPECT_EQ(coder.EncodeUUE("x", 0x60000000U, &output, length, flags), -3);
+      EXPECT_EQ(coder.DecodeBase64("x", 0xB0000000U, &output, length, flags), -3);
+      EXPECT_EQ(coder.DecodeQP("x", 0x80000000U, &output, length, flags), -3);
+      EXPECT_EQ(coder.DecodeUUE("x", 0x80000000U, &output, length, flags), -3);
+      EXPECT_EQ(coder.DecodeUUE("x", 0xFFFFFFFFU, &output, length, flags | 0x8), -3);
+      EXPECT_EQ(coder.DecodeYEnc("x", 0x80000000U, &output, length, flags, nullptr), -3);
+    }
+    EXPECT_EQ(output, nullptr);
+    EXPECT_EQ(length, 0U);
+  }
+}
+
+#if defined(_WIN32) && !defined(_WIN64)
+
+/// Takes the process's address space, but for holes of less than 32 MiB. It takes no memory.
+class FullAddressSpace {
+ public:
+  FullAddressSpace() {
+    _blocks.reserve(256);
+    while (void* const block = VirtualAlloc(nullptr, kHole, MEM_RESERVE, PAGE_NOACCESS)) {
+      _blocks.push_back(block);
+    }
+  }
+  ~FullAddressSpace() {
+    for (void* const block : _blocks) {
+      VirtualFree(block, 0, MEM_RELEASE);
+    }
+  }
+  FullAddressSpace(const FullAddressSpace&) = delete;
+  FullAddressSpace& operator=(const FullAddressSpace&) = delete;
+
+  static constexpr std::size_t kHole = std::size_t{32} << 20;
+
+ private:
+  std::vector<void*> _blocks;
+};
+
+// Elsewhere no program fills its address space.
+TEST(EncodeDecode, WithoutAddressSpaceTheStatusIsMinusThree) {
+  const std::string input(FullAddressSpace::kHole + (FullAddressSpace::kHole >> 1), '=');
+  const auto size = static_cast<unsigned int>(input.size());
+  std::vector<int> statuses;
+  std::vector<char*> outputs;
+  std::string thrown;
+  {
+    const FullAddressSpace full;
+    CEncodeDecode coder(75, 76);
+    for (const int flags : {0, kArrayBuffers}) {
+      const auto note = [&](int status, char*& output, unsigned int length) {
+        statuses.push_back(status);
+        outputs.push_back(length == 0 ? output : output + 1);
+        output = nullptr;
+      };
+      char* output = nullptr;
+      unsigned int length = 0;
+      note(coder.EncodeBase64(input.data(), size, &output, length, flags), output, length);
+      note(coder.DecodeBase64(input.data(), size, &output, length, flags), output, length);
+      note(coder.EncodeQP(input.data(), size, &output, length, flags), output, length);
+      note(coder.DecodeQP(input.data(), size, &output, length, flags), output, length);
+      note(coder.EncodeUUE(input.data(), size, &output, length, flags), output, length);
+      note(coder.DecodeUUE(input.data(), size, &output, length, flags), output, length);
+      note(coder.EncodeYEnc(input.data(), size, &output, length, CYEncData(), flags), output, length);
+      note(coder.DecodeYEnc(input.data(), size, &output, length, flags, nullptr), output, length);
+      note(CEncodeDecode::AllocateBuffer(output, size, flags), output, length);
+    }
+    try {
+      std::string text;
+      QsBase64Encode(input.data(), size, text);
+    } catch (const ExBase& error) {
+      thrown = error.GetErrorText();
+    }
+  }
+  EXPECT_THAT(statuses, ::testing::Each(-3));
+  EXPECT_THAT(outputs, ::testing::Each(nullptr));
+  EXPECT_EQ(statuses.size(), 18U);
+  EXPECT_EQ(thrown, "CEncodeDecode::EncodeBase64 returns error -3");
+}
+
+#endif
 
 TEST(EncodeDecode, TheCodersBufferRefusesAbsurdSizes) {
   for (const int flags : {0, kArrayBuffers}) {

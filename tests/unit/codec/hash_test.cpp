@@ -8,6 +8,7 @@
 #endif
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -15,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "common/platform.h"
 #include "common/tempdir.h"
 
 using qsbase::testing::TempDir;
@@ -258,20 +260,43 @@ TEST(Md5, FileFailures) {
   EXPECT_EQ(CalcMD5(nullptr), "");
 }
 
-#ifndef _WIN32
+// A pipe opens and reads, but knows no positions.
 TEST(Md5, FileThatCannotBePositioned) {
-  // A pipe opens and reads, but knows no positions.
+#ifdef _WIN32
+  const qsbase::testing::PipeReader pipe("qsbase-test-md5");
+  const std::string path = pipe.Path();
+#else
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   const std::string path = "/proc/self/fd/" + std::to_string(ends[0]);
+#endif
   unsigned char digest[16];
   std::memset(digest, 0x55, sizeof(digest));
   EXPECT_EQ(QsMD5().Calculate(path.c_str(), digest, 1u), -3);
   EXPECT_EQ(Hex(digest), kZeroHex);
+#ifndef _WIN32
   close(ends[0]);
   close(ends[1]);
-}
 #endif
+}
+
+// The whole of such a file would take seconds: only what lies behind the offset is read.
+TEST(Md5, OffsetsBeyond31Bits) {
+  const TempDir dir;
+  const std::string path = dir.Write("large.bin", "");
+  const std::string tail = "0123456789abcdefghijklmno";
+  const struct {
+    std::int64_t tailAt;
+    unsigned int offset;
+  } rows[] = {{0x7FFFFFFA, 0x7FFFFFFE}, {0x7FFFFFFA, 0x7FFFFFFF}, {0x7FFFFFFA, 0x80000000}, {0x7FFFFFFA, 0x80000005},
+              {0xFFFFFFF9, 0xFFFFFFFD}, {0xFFFFFFF9, 0xFFFFFFFE}, {0xFFFFFFF9, 0xFFFFFFFF}};
+  for (const auto& row : rows) {
+    qsbase::testing::Resize(path, 0);
+    qsbase::testing::WriteAt(path, row.tailAt, tail);
+    const std::string rest = tail.substr(static_cast<std::size_t>(row.offset - row.tailAt));
+    EXPECT_EQ(CalcMD5(path.c_str(), row.offset), OtherMd5(rest)) << row.offset;
+  }
+}
 
 TEST(HmacMd5, MatchesRfc2202) {
   struct Row {
@@ -405,6 +430,19 @@ TEST(HmacMd5, FileIsReadAsText) {
     EXPECT_EQ(hex, Lower(HmacDefaultKey(text)));
     EXPECT_EQ(CalcHMAC_MD5((dir / "t.txt").c_str()), hex);
   }
+}
+
+// On Windows Ctrl-Z ends a text.
+TEST(HmacMd5, FileIsReadAsTheSystemReadsText) {
+  const TempDir dir;
+  const std::string text = qsbase::testing::kOnWindows ? "ab\n"
+                                                       : "ab\n\x1A"
+                                                         "cd\n";
+  EXPECT_EQ(CalcHMAC_MD5(dir.Write("t.txt",
+                                   "ab\r\n\x1A"
+                                   "cd\r\n")
+                             .c_str()),
+            Lower(HmacDefaultKey(text)));
 }
 
 TEST(HmacMd5, LineBreakAcrossABlockBorder) {
