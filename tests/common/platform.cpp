@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -36,6 +37,15 @@ void Check(bool done, const char* what, const std::string& path) {
 }
 
 }  // namespace
+
+bool ReadOnlyRefusesWriting(const std::string& untakenPath) {
+  std::ofstream(untakenPath) << "x";
+  SetReadOnly(untakenPath, true);
+  const bool refused = !std::ofstream(untakenPath, std::ios::app);
+  SetReadOnly(untakenPath, false);
+  Check(std::remove(untakenPath.c_str()) == 0, "remove", untakenPath);
+  return refused;
+}
 
 #ifdef _WIN32
 

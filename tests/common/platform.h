@@ -48,6 +48,12 @@ void RemoveEnvironment(const std::string& name);
 void SetReadOnly(const std::string& path, bool readOnly);
 bool IsReadOnly(const std::string& path);
 
+/// Whether the system refuses this process to write to a read-only file that it makes for a try. On Windows always;
+/// root may write under Wine, and on Linux.
+bool ReadOnlyRefusesWriting(const std::string& untakenPath);
+
+constexpr const char* kReadOnlyIsWritten = "root may write to read-only files under Wine";
+
 /// In nanoseconds since 1970 (Windows keeps hundreds of them).
 struct FileTimes {
   std::int64_t modified = 0;

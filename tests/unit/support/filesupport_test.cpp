@@ -1,6 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include <io.h>
+#else
 #include <fcntl.h>
 #include <grp.h>
 #include <sched.h>
@@ -13,10 +16,12 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -32,6 +37,8 @@
 #include <vector>
 
 #include <common/logcapture.h>
+#include <common/matchers.h>
+#include <common/platform.h>
 #include <common/tempdir.h>
 
 #include <QSbase/errors.h>
@@ -46,6 +53,7 @@ std::size_t largestAllocation = std::numeric_limits<std::size_t>::max();
 // Of the array that a caller gets.
 std::size_t lastArraySize = 0;
 
+#ifndef _WIN32
 // What the kernel or the file system is to lack.
 bool refuseRenameWithoutReplace = false;
 bool refuseCopyInKernel = false;
@@ -59,6 +67,7 @@ void Record(const char* call) {
     calls.push_back(call);
   }
 }
+#endif
 
 void* Allocate(std::size_t size) { return size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size); }
 
@@ -85,6 +94,7 @@ void* AllocateOrThrow(std::size_t size) {
 [[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 [[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
 
+#ifndef _WIN32
 extern "C" {
 
 int renameat2(int oldDir, const char* oldPath, int newDir, const char* newPath, unsigned flags) noexcept {
@@ -115,16 +125,40 @@ ssize_t copy_file_range(int in, off64_t* inOffset, int out, off64_t* outOffset, 
   return syscall(SYS_copy_file_range, in, inOffset, out, outOffset, length, flags);
 }
 }
+#endif
 
 namespace {
 
 namespace fs = std::filesystem;
 using qsbase::detail::NativePath;
+using qsbase::testing::FileTimes;
+using qsbase::testing::IsReadOnly;
+using qsbase::testing::kBelowAFile;
+using qsbase::testing::kFileIsThere;
+using qsbase::testing::kIsADirectory;
+using qsbase::testing::kNameIsTaken;
+using qsbase::testing::kNoLinks;
+using qsbase::testing::kNoSuchDirectory;
+using qsbase::testing::kNoSuchFile;
+using qsbase::testing::kNotEmpty;
+using qsbase::testing::kOnWindows;
+using qsbase::testing::kReadOnlyIsWritten;
+using qsbase::testing::kSameFile;
+using qsbase::testing::kSecond;
 using qsbase::testing::LogCapture;
+using qsbase::testing::MakeDirectoryLink;
+using qsbase::testing::MakeLink;
+using qsbase::testing::MatchesPattern;
+using qsbase::testing::NamesIn;
+using qsbase::testing::ReadOnlyRefusesWriting;
+using qsbase::testing::Resize;
+using qsbase::testing::SetEnvironment;
+using qsbase::testing::SetReadOnly;
+using qsbase::testing::SetTimes;
 using qsbase::testing::TempDir;
+using qsbase::testing::TimesOf;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::MatchesRegex;
 using ::testing::UnorderedElementsAre;
 
 constexpr unsigned kError = 0x40000000;
@@ -137,6 +171,12 @@ std::string Backslashed(std::string path) {
   return path;
 }
 
+#ifdef _WIN32
+// Permissions mean the read-only attribute, which holds for everybody.
+bool AsOrdinaryUser(const std::function<bool()>& check) { return check(); }
+
+void OpenFolder(const TempDir&) {}
+#else
 mode_t ModeOf(const std::string& path) {
   struct stat status = {};
   EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
@@ -147,24 +187,6 @@ struct stat StatusOf(const std::string& path) {
   struct stat status = {};
   EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
   return status;
-}
-
-void SetModified(const std::string& path, time_t seconds, long nanoseconds) {
-  const timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
-  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-}
-
-std::vector<std::string> NamesIn(const std::string& dir) {
-  std::vector<std::string> names;
-  for (const fs::directory_entry& entry : fs::directory_iterator(dir)) {
-    names.push_back(entry.path().filename().string());
-  }
-  return names;
-}
-
-void UseZone(const char* zone) {
-  setenv("TZ", zone, 1);
-  tzset();
 }
 
 // Runs the check in a child without root's rights, to whom permissions apply.
@@ -179,10 +201,7 @@ bool AsOrdinaryUser(const std::function<bool()>& check) {
 }
 
 // A folder of the same rights for everybody, so that the ordinary user owns what it makes there.
-std::string OpenFolder(const TempDir& dir) {
-  EXPECT_EQ(chmod(dir.Path().c_str(), 0777), 0);
-  return dir.Path();
-}
+void OpenFolder(const TempDir& dir) { EXPECT_EQ(chmod(dir.Path().c_str(), 0777), 0); }
 
 // A folder on a file system other than the temporary one's; removed at the end.
 class OtherVolume {
@@ -215,9 +234,11 @@ class OtherVolume {
 };
 
 constexpr const char* kNoOtherVolume = "/dev/shm is no file system of its own here";
+#endif
 
 class FileSupportTest : public ::testing::Test {
  protected:
+#ifndef _WIN32
   // What blocks on a pipe shall fail and not hang.
   void SetUp() override {
     alarm(200);
@@ -235,6 +256,7 @@ class FileSupportTest : public ::testing::Test {
     EXPECT_EQ(mkfifo(path.c_str(), 0666), 0);
     return path;
   }
+#endif
 
   TempDir _dir;
 };
@@ -244,10 +266,10 @@ class FileSupportTest : public ::testing::Test {
 TEST(NativePathTest, OnlyBackslashesChange) {
   for (int c = 0; c < 256; ++c) {
     const std::string path = std::string("a") + static_cast<char>(c) + "b";
-    EXPECT_EQ(NativePath(path), c == '\\' ? "a/b" : path) << c;
+    EXPECT_EQ(NativePath(path), c == '\\' && !kOnWindows ? "a/b" : path) << c;
   }
   EXPECT_EQ(NativePath(""), "");
-  EXPECT_EQ(NativePath("\\\\srv\\share/x"), "//srv/share/x");
+  EXPECT_EQ(NativePath("\\\\srv\\share/x"), kOnWindows ? "\\\\srv\\share/x" : "//srv/share/x");
 }
 
 TEST_F(FileSupportTest, EveryOperationTakesEitherSeparator) {
@@ -325,12 +347,6 @@ TEST_F(FileSupportTest, FileSizeFailures) {
   EXPECT_EQ(QsGetFileSize64((_dir / "missing").c_str()), 0);
 }
 
-TEST_F(FileSupportTest, FileSizeBeyond32Bits) {
-  const std::string path = _dir.Write("a", "");
-  ASSERT_EQ(truncate(path.c_str(), 0x123456789), 0);
-  EXPECT_EQ(QsGetFileSize64(path.c_str()), 0x123456789);
-}
-
 TEST_F(FileSupportTest, Permissions) {
   EXPECT_FALSE(QsHasFileReadPermission(nullptr));
   EXPECT_FALSE(QsHasFileReadPermission(""));
@@ -340,6 +356,13 @@ TEST_F(FileSupportTest, Permissions) {
   const std::string path = _dir.Write("a", "x");
   EXPECT_TRUE(QsHasFileReadPermission(path.c_str()));
   EXPECT_TRUE(QsHasFileWritePermission(path.c_str()));
+  EXPECT_TRUE(QsHasFileWritePermission(_dir.Path().c_str()));
+#ifdef _WIN32
+  SetReadOnly(path, true);
+  EXPECT_TRUE(QsHasFileReadPermission(path.c_str()));
+  EXPECT_FALSE(QsHasFileWritePermission(path.c_str()));
+  EXPECT_EQ(QsGetLastError(), 5);
+#else
   OpenFolder(_dir);
   EXPECT_TRUE(AsOrdinaryUser([&] {
     const std::string own = _dir / "own";
@@ -347,6 +370,7 @@ TEST_F(FileSupportTest, Permissions) {
            !QsHasFileWritePermission(own.c_str()) && chmod(own.c_str(), 0200) == 0 &&
            !QsHasFileReadPermission(own.c_str()) && QsHasFileWritePermission(own.c_str());
   }));
+#endif
 }
 
 TEST_F(FileSupportTest, ObjectTypes) {
@@ -357,8 +381,14 @@ TEST_F(FileSupportTest, ObjectTypes) {
   EXPECT_EQ(QsGetFSObjectType(_dir.Path()), 2);
   EXPECT_EQ(QsGetFSObjectType(_dir.Path() + "/"), 2);
   EXPECT_EQ(QsGetFSObjectType(_dir.Path() + "\\"), 2);
+#ifdef _WIN32
+  const qsbase::testing::PipeReader pipe("qsbase-test-type");
+  EXPECT_EQ(QsGetFSObjectType("NUL"), 6);
+  EXPECT_EQ(QsGetFSObjectType(pipe.Path()), 7);
+#else
   EXPECT_EQ(QsGetFSObjectType("/dev/null"), 6);
   EXPECT_EQ(QsGetFSObjectType(MakePipe("pipe")), 7);
+#endif
   EXPECT_THAT(log.Texts(), IsEmpty());
 }
 
@@ -374,14 +404,16 @@ TEST_F(FileSupportTest, OneTrailingSeparatorBehindAFileIsDropped) {
 
 TEST_F(FileSupportTest, LinksCountAsTheirTargets) {
   _dir.Write("file", "x");
-  fs::create_symlink("file", _dir / "link");
-  fs::create_directory_symlink(".", _dir / "dirlink");
-  fs::create_symlink("missing", _dir / "dangling");
+  if (!MakeLink("file", _dir / "link") || !MakeDirectoryLink(".", _dir / "dirlink") ||
+      !MakeLink("missing", _dir / "dangling")) {
+    GTEST_SKIP() << kNoLinks;
+  }
   EXPECT_EQ(QsGetFSObjectType(_dir / "link"), FSO_FILE);
   EXPECT_EQ(QsGetFSObjectType(_dir / "dirlink"), FSO_DIRECTORY);
   EXPECT_EQ(QsGetFSObjectType(_dir / "dangling"), FSO_NOTHING);
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, ObjectOfAnotherKindIsLoggedWithoutError) {
   const std::string path = _dir / "socket";
   const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
@@ -400,7 +432,19 @@ TEST_F(FileSupportTest, ObjectOfAnotherKindIsLoggedWithoutError) {
             "Cannot get status of file '" + Backslashed(path) + "', error is '" + QsErrorMessage(0) + "'");
   close(listener);
 }
+#endif
 
+#ifdef _WIN32
+// There it is a missing directory. So are names that nothing can have.
+TEST_F(FileSupportTest, WhatCannotBeThereIsNotLogged) {
+  const std::string file = _dir.Write("file", "x");
+  LogCapture log;
+  for (const std::string& path : {file + "/below", file + "|", file + "?", _dir / "missing/below", _dir / "a:b:c"}) {
+    EXPECT_EQ(QsGetFSObjectType(path), FSO_NOTHING) << path;
+  }
+  EXPECT_THAT(log.Texts(), IsEmpty());
+}
+#else
 TEST_F(FileSupportTest, UnreadableStatusIsLogged) {
   const std::string path = _dir.Write("file", "x") + "/below";
   LogCapture log;
@@ -410,31 +454,36 @@ TEST_F(FileSupportTest, UnreadableStatusIsLogged) {
   EXPECT_EQ(log.Messages()[0].text,
             "Cannot get status of file '" + Backslashed(path) + "', error is '" + QsErrorMessage(ENOTDIR) + "'");
 }
+#endif
 
 TEST_F(FileSupportTest, DirExistsCountsRegularFilesToo) {
   EXPECT_TRUE(DirExists(_dir.Path()));
   EXPECT_TRUE(DirExists(_dir.Write("file", "x")));
   EXPECT_FALSE(DirExists(_dir / "missing"));
+#ifdef _WIN32
+  EXPECT_FALSE(DirExists("NUL"));
+#else
   EXPECT_FALSE(DirExists(MakePipe("pipe")));
   EXPECT_FALSE(DirExists("/dev/null"));
+#endif
   EXPECT_FALSE(DirExists(""));
 }
 
 constexpr const char* kCentralEurope = "CET-1CEST,M3.5.0,M10.5.0/3";
-constexpr time_t kSummer = 1719828000;  // 2024-07-01 10:00:00 UTC
-constexpr time_t kWinter = 1705316400;  // 2024-01-15 11:00:00 UTC
+constexpr std::int64_t kSummer = 1719828000;  // 2024-07-01 10:00:00 UTC
+constexpr std::int64_t kWinter = 1705316400;  // 2024-01-15 11:00:00 UTC
 
 TEST_F(FileSupportTest, FileDateIsLocalWithoutMilliseconds) {
-  UseZone(kCentralEurope);
+  SetEnvironment("TZ", kCentralEurope);
   const std::string path = _dir.Write("a", "x");
   QsDateTime date;
-  SetModified(path, kSummer, 987654321);
+  SetTimes(path, kSummer * kSecond + 987654300);
   ASSERT_TRUE(FileDate(path, date));
   EXPECT_EQ(DateTime2string(date, true, true), "2024-07-01 12:00:00.000");
-  SetModified(path, kWinter, 0);
+  SetTimes(path, kWinter * kSecond);
   ASSERT_TRUE(FileDate(path, date));
   EXPECT_EQ(DateTime2string(date, true, true), "2024-01-15 12:00:00.000");
-  UseZone("UTC0");
+  SetEnvironment("TZ", "UTC0");
   ASSERT_TRUE(FileDate(path, date));
   EXPECT_EQ(DateTime2string(date, true, true), "2024-01-15 11:00:00.000");
 }
@@ -446,18 +495,17 @@ TEST_F(FileSupportTest, FileDateOfAMissingFileLeavesTheOutput) {
 }
 
 TEST_F(FileSupportTest, SetFileTimesFromLocalTime) {
-  UseZone(kCentralEurope);
+  SetEnvironment("TZ", kCentralEurope);
   const std::string path = _dir.Write("a", "x");
   EXPECT_TRUE(QsSetFileAccModTime(path, QsDateTime(2024, 7, 1, 12, 0, 0, 999)));
-  EXPECT_EQ(StatusOf(path).st_mtim.tv_sec, kSummer);
-  EXPECT_EQ(StatusOf(path).st_mtim.tv_nsec, 0);
-  EXPECT_EQ(StatusOf(path).st_atim.tv_sec, kSummer);
+  EXPECT_EQ(TimesOf(path).modified, kSummer * kSecond);
+  EXPECT_EQ(TimesOf(path).accessed, kSummer * kSecond);
   EXPECT_TRUE(QsSetFileAccModTime(path, QsDateTime(2024, 1, 15, 12, 0, 0, 0)));
-  EXPECT_EQ(StatusOf(path).st_mtim.tv_sec, kWinter);
+  EXPECT_EQ(TimesOf(path).modified, kWinter * kSecond);
 }
 
 TEST_F(FileSupportTest, SetFileTimesComeBackAsFileDate) {
-  UseZone(kCentralEurope);
+  SetEnvironment("TZ", kCentralEurope);
   const std::string path = _dir.Write("a", "x");
   for (int month = 1; month <= 12; ++month) {
     const QsDateTime set(2023, month, 28, 23, 59, 58, 0);
@@ -469,28 +517,28 @@ TEST_F(FileSupportTest, SetFileTimesComeBackAsFileDate) {
 }
 
 TEST_F(FileSupportTest, SetFileTimesRefusesWhatLiesBefore1970) {
-  UseZone("UTC0");
+  SetEnvironment("TZ", "UTC0");
   const std::string path = _dir.Write("a", "x");
-  SetModified(path, kSummer, 0);
+  SetTimes(path, kSummer * kSecond);
   EXPECT_FALSE(QsSetFileAccModTime(path, QsDateTime()));
   EXPECT_FALSE(QsSetFileAccModTime(path, QsDateTime(1969, 12, 31, 23, 59, 59, 0)));
   EXPECT_FALSE(QsSetFileAccModTime(path, QsDateTime(1969, 12, 31, 23, 59, 58, 0)));
-  EXPECT_EQ(StatusOf(path).st_mtim.tv_sec, kSummer);
+  EXPECT_EQ(TimesOf(path).modified, kSummer * kSecond);
   EXPECT_TRUE(QsSetFileAccModTime(path, QsDateTime(1970, 1, 1, 0, 0, 0, 0)));
-  EXPECT_EQ(StatusOf(path).st_mtim.tv_sec, 0);
-  UseZone(kCentralEurope);
+  EXPECT_EQ(TimesOf(path).modified, 0);
+  SetEnvironment("TZ", kCentralEurope);
   EXPECT_FALSE(QsSetFileAccModTime(path, QsDateTime(1970, 1, 1, 0, 0, 0, 0)));
   EXPECT_FALSE(QsSetFileAccModTime(_dir / "missing", QsDateTime(2024, 7, 1, 12, 0, 0, 0)));
 }
 
 TEST_F(FileSupportTest, TouchSetsBothTimesToNow) {
   const std::string path = _dir.Write("a", "x");
-  SetModified(path, kWinter, 0);
-  const time_t before = time(nullptr);
+  SetTimes(path, kWinter * kSecond);
+  const std::int64_t before = time(nullptr);
   EXPECT_TRUE(QsTouchFile(path));
-  EXPECT_GE(StatusOf(path).st_mtim.tv_sec, before - 1);
-  EXPECT_LE(StatusOf(path).st_mtim.tv_sec, time(nullptr) + 1);
-  EXPECT_GE(StatusOf(path).st_atim.tv_sec, before - 1);
+  EXPECT_GE(TimesOf(path).modified, (before - 1) * kSecond);
+  EXPECT_LE(TimesOf(path).modified, (std::int64_t{time(nullptr)} + 2) * kSecond);
+  EXPECT_GE(TimesOf(path).accessed, (before - 1) * kSecond);
   EXPECT_FALSE(QsTouchFile(_dir / "missing"));
   EXPECT_FALSE(fs::exists(_dir / "missing"));
 }
@@ -507,6 +555,7 @@ TEST_F(FileSupportTest, DiskFree) {
   EXPECT_TRUE(QsDiskFree(Backslashed(_dir / "no such file").c_str(), freeBytes, nullptr, nullptr));
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, DiskFreeAsksForTheDirectoryPart) {
   const OtherVolume other(_dir.Path());
   if (!other.IsThere()) {
@@ -522,6 +571,7 @@ TEST_F(FileSupportTest, DiskFreeAsksForTheDirectoryPart) {
   EXPECT_TRUE(QsDiskFree((_dir / "mount").c_str(), freeBytes, nullptr, &total));
   EXPECT_EQ(total, static_cast<std::int64_t>(fs::space(_dir.Path()).capacity));
 }
+#endif
 
 TEST_F(FileSupportTest, DiskFreeFailures) {
   std::int64_t freeBytes = 7;
@@ -544,8 +594,9 @@ TEST_F(FileSupportTest, CreateDirectory) {
   EXPECT_TRUE(QsCreateDirectory((_dir / "a").c_str()));
   EXPECT_TRUE(fs::is_directory(_dir / "a"));
   EXPECT_FALSE(QsCreateDirectory((_dir / "a").c_str()));
-  EXPECT_EQ(QsGetLastError(), EEXIST);
+  EXPECT_EQ(QsGetLastError(), kNameIsTaken);
   EXPECT_FALSE(QsCreateDirectory((_dir / "missing/a").c_str()));
+  EXPECT_EQ(QsGetLastError(), kNoSuchDirectory);
   EXPECT_FALSE(QsCreateDirectory(_dir.Write("file", "x").c_str()));
 }
 
@@ -557,8 +608,8 @@ TEST_F(FileSupportTest, ForceCreateDirectoriesMakesTheWholeChain) {
   EXPECT_TRUE(fs::is_directory(_dir / "e/f"));
   EXPECT_TRUE(ForceCreateDirectories(_dir / "g//h//"));
   EXPECT_TRUE(fs::is_directory(_dir / "g/h"));
-  EXPECT_TRUE(ForceCreateDirectories(_dir / "12:30/x:y"));
-  EXPECT_TRUE(fs::is_directory(_dir / "12:30/x:y"));
+  EXPECT_EQ(ForceCreateDirectories(_dir / "12:30/x:y"), !kOnWindows);
+  EXPECT_EQ(fs::is_directory(_dir / "12:30/x:y"), !kOnWindows);
 }
 
 TEST_F(FileSupportTest, ForceCreateDirectoriesOfDriveRootAndNothing) {
@@ -586,6 +637,7 @@ TEST_F(FileSupportTest, ForceCreateDirectoriesCreatesShortRelativeNames) {
   fs::current_path(before);
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, ForceCreateDirectoriesCreatesShortRootedNames) {
   if (getuid() != 0) {
     GTEST_SKIP() << "only root can take the folder for the root directory";
@@ -602,30 +654,56 @@ TEST_F(FileSupportTest, ForceCreateDirectoriesCreatesShortRootedNames) {
   EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("a", "b", "c"));
   EXPECT_TRUE(fs::is_directory(_dir / "c/d"));
 }
+#endif
 
-TEST_F(FileSupportTest, ForceCreateDirectoriesTakes259Characters) {
-  std::string path = _dir.Path();
-  while (path.size() + 51 < 259) {
-    path += "/" + std::string(50, 'd');
+// A path of exactly so many characters inside the folder; all but the last component are directories to be made.
+std::string PathOfLength(const TempDir& dir, std::size_t length) {
+  std::string path = dir.Path();
+  while (path.size() + 51 < length) {
+    path.append("/").append(50, 'd');
   }
-  path += "/" + std::string(259 - path.size() - 1, 'e');
-  ASSERT_EQ(path.size(), 259u);
-  EXPECT_FALSE(ForceCreateDirectories(path + "e"));
+  path += '/';
+  path.append(length - path.size(), 'e');
+  return path;
+}
+
+// Windows keeps room for a short file name in every directory's path: 247 characters.
+TEST_F(FileSupportTest, ForceCreateDirectoriesTakes259Characters) {
+  EXPECT_FALSE(ForceCreateDirectories(PathOfLength(_dir, 260)));
   EXPECT_THAT(NamesIn(_dir.Path()), IsEmpty());
+  const std::string path = PathOfLength(_dir, kOnWindows ? 247 : 259);
+  ASSERT_EQ(path.size(), kOnWindows ? 247u : 259u);
   EXPECT_TRUE(ForceCreateDirectories(path));
   EXPECT_TRUE(fs::is_directory(path));
+}
+
+TEST_F(FileSupportTest, FilesMayHavePathsOf259Characters) {
+  const std::string path = PathOfLength(_dir, 259);
+  const std::string moved = path.substr(0, 258) + "m";
+  SaveFileWithCRLF(path, "text", true);
+  EXPECT_EQ(QsGetFSObjectType(path), FSO_FILE);
+  EXPECT_EQ(QsGetFileSize64(Backslashed(path).c_str()), 6);
+  EXPECT_EQ(LoadBinaryFile(path), "text\r\n");
+  EXPECT_TRUE(AppendBinaryFile(path, "more"));
+  EXPECT_TRUE(QsCopyFile(path, moved, true, false));
+  EXPECT_TRUE(QsDeleteFile(path, false));
+  EXPECT_TRUE(QsMoveFile(Backslashed(moved), Backslashed(path), false, false));
+  EXPECT_EQ(LoadBinaryFile(path), "text\r\nmore");
+  EXPECT_EQ(QsDeleteFiles(ExtractFilePath(path) + "*", false), 1u);
 }
 
 TEST_F(FileSupportTest, ForceCreateDirectoriesAndFilesInTheWay) {
   const std::string file = _dir.Write("file", "x");
   EXPECT_TRUE(ForceCreateDirectories(file));  // a regular file counts as existing
   EXPECT_FALSE(ForceCreateDirectories(file + "/below"));
-  EXPECT_EQ(QsGetLastError(), ENOTDIR);
+  EXPECT_EQ(QsGetLastError(), kBelowAFile);
+#ifndef _WIN32
   fs::create_directory(_dir / "closed");
   ASSERT_EQ(chmod((_dir / "closed").c_str(), 0555), 0);
   OpenFolder(_dir);
   EXPECT_TRUE(
       AsOrdinaryUser([&] { return !ForceCreateDirectories(_dir / "closed/to/others") && QsGetLastError() == EACCES; }));
+#endif
 }
 
 TEST_F(FileSupportTest, ForceCreateDirectoriesFromManyThreads) {
@@ -653,27 +731,37 @@ TEST_F(FileSupportTest, RemoveDir) {
   EXPECT_FALSE(QsRemoveDir(_dir / "b", true));
   EXPECT_FALSE(QsRemoveDir(_dir / "b/file", true));
   EXPECT_EQ(TempDir::Read(_dir / "b/file"), "x");
+#ifndef _WIN32
   fs::create_directory(_dir / "c");
   ASSERT_EQ(chmod((_dir / "c").c_str(), 0555), 0);
   EXPECT_TRUE(QsRemoveDir(_dir / "c", false));  // the parent decides
+#endif
 }
 
 TEST_F(FileSupportTest, ForceClearsReadOnlyBeforeItTriesAgain) {
+  if (qsbase::testing::IsWine()) {
+    GTEST_SKIP() << "Wine keeps no read-only attribute of a directory";
+  }
   _dir.Write("a/file", "x");
-  ASSERT_EQ(chmod((_dir / "a").c_str(), 0555), 0);
+  SetReadOnly(_dir / "a", true);
   EXPECT_FALSE(QsRemoveDir(_dir / "a", false));
-  EXPECT_EQ(ModeOf(_dir / "a"), 0555u);
+  EXPECT_TRUE(IsReadOnly(_dir / "a"));
   EXPECT_FALSE(QsRemoveDir(_dir / "a", true));  // still not empty
+  EXPECT_EQ(QsGetLastError(), kNotEmpty);
+  EXPECT_FALSE(IsReadOnly(_dir / "a"));
+#ifndef _WIN32
   EXPECT_EQ(ModeOf(_dir / "a"), 0755u);
-  EXPECT_EQ(QsGetLastError(), ENOTEMPTY);
+#endif
 }
 
 TEST_F(FileSupportTest, ForceLeavesTheTargetOfALinkAlone) {
   fs::create_directory(_dir / "target");
-  ASSERT_EQ(chmod((_dir / "target").c_str(), 0555), 0);
-  fs::create_directory_symlink("target", _dir / "link");
+  SetReadOnly(_dir / "target", true);
+  if (!MakeDirectoryLink("target", _dir / "link")) {
+    GTEST_SKIP() << kNoLinks;
+  }
   EXPECT_FALSE(QsRemoveDir(_dir / "link", true));
-  EXPECT_EQ(ModeOf(_dir / "target"), 0555u);
+  EXPECT_TRUE(IsReadOnly(_dir / "target"));
 }
 
 TEST_F(FileSupportTest, RenameDir) {
@@ -691,34 +779,55 @@ TEST_F(FileSupportTest, RenameDir) {
 
 // ---- Copy ----
 
-TEST_F(FileSupportTest, CopyKeepsContentModeAndModificationTime) {
+std::string MixedContent() {
   std::string content(300000, '\0');
   for (std::size_t i = 0; i < content.size(); ++i) {
     content[i] = static_cast<char>(i * 7 + i / 251);
   }
+  return content;
+}
+
+TEST_F(FileSupportTest, CopyKeepsContentReadOnlyAndModificationTime) {
+  const std::string content = MixedContent();
+  const std::string from = _dir.Write("from", content);
+  for (const bool readOnly : {false, true}) {
+    SetTimes(from, kSummer * kSecond + 123456700);
+    SetReadOnly(from, readOnly);
+    const std::string to = _dir / (readOnly ? "fixed" : "free");
+    ASSERT_TRUE(QsCopyFile(from, to, true, false));
+    EXPECT_EQ(TempDir::Read(to), content);
+    EXPECT_EQ(TimesOf(to).modified, kSummer * kSecond + 123456700);
+    EXPECT_EQ(IsReadOnly(to), readOnly);
+    EXPECT_EQ(TempDir::Read(from), content);
+  }
+}
+
+#ifndef _WIN32
+TEST_F(FileSupportTest, CopyKeepsContentModeAndModificationTimeEitherWay) {
+  const std::string content = MixedContent();
   for (const bool inKernel : {true, false}) {
     refuseCopyInKernel = !inKernel;
     for (const mode_t mode : {0640u, 0444u, 0600u, 0755u, 0666u}) {
       const std::string from = _dir.Write("from", content);
       ASSERT_EQ(chmod(from.c_str(), mode), 0);
-      SetModified(from, kSummer, 123456789);
+      SetTimes(from, kSummer * kSecond + 123456789);
       ASSERT_TRUE(QsCopyFile(from, _dir / "to", true, false));
       EXPECT_EQ(TempDir::Read(_dir / "to"), content);
       EXPECT_EQ(ModeOf(_dir / "to"), mode);
-      EXPECT_EQ(StatusOf(_dir / "to").st_mtim.tv_sec, kSummer);
-      EXPECT_EQ(StatusOf(_dir / "to").st_mtim.tv_nsec, 123456789);
+      EXPECT_EQ(TimesOf(_dir / "to").modified, kSummer * kSecond + 123456789);
       EXPECT_EQ(TempDir::Read(from), content);
       fs::remove(from);
       fs::remove(_dir / "to");
     }
   }
 }
+#endif
 
 TEST_F(FileSupportTest, CopyOverwritesOnlyIfAllowed) {
   const std::string from = _dir.Write("from", "new");
   const std::string to = _dir.Write("to", "older and longer");
   EXPECT_FALSE(QsCopyFile(from, to, true, false));
-  EXPECT_EQ(QsGetLastError(), EEXIST);
+  EXPECT_EQ(QsGetLastError(), kFileIsThere);
   EXPECT_EQ(TempDir::Read(to), "older and longer");
   EXPECT_TRUE(QsCopyFile(from, to, false, false));
   EXPECT_EQ(TempDir::Read(to), "new");
@@ -732,12 +841,21 @@ TEST_F(FileSupportTest, CopyOfAnEmptyFile) {
 TEST_F(FileSupportTest, CopyOntoTheSameFileFailsAndLosesNothing) {
   const std::string file = _dir.Write("file", "only copy");
   fs::create_hard_link(file, _dir / "hard");
-  fs::create_symlink("file", _dir / "soft");
-  for (const std::string& to : {file, _dir / "./file", _dir / "hard", _dir / "soft", Backslashed(file)}) {
+  for (const std::string& to : {file, _dir / "./file", _dir / "hard", Backslashed(file)}) {
     EXPECT_FALSE(QsCopyFile(file, to, false, true)) << to;
-    EXPECT_EQ(QsGetLastError(), EBUSY) << to;
+    EXPECT_EQ(QsGetLastError(), kSameFile) << to;
     EXPECT_EQ(TempDir::Read(file), "only copy") << to;
   }
+}
+
+TEST_F(FileSupportTest, CopyOntoTheSameFileThroughALinkFailsAndLosesNothing) {
+  const std::string file = _dir.Write("file", "only copy");
+  if (!MakeLink("file", _dir / "soft")) {
+    GTEST_SKIP() << kNoLinks;
+  }
+  EXPECT_FALSE(QsCopyFile(file, _dir / "soft", false, true));
+  EXPECT_EQ(QsGetLastError(), kSameFile);
+  EXPECT_EQ(TempDir::Read(file), "only copy");
   EXPECT_FALSE(QsCopyFile(_dir / "soft", file, false, false));
   EXPECT_EQ(TempDir::Read(file), "only copy");
 }
@@ -745,25 +863,36 @@ TEST_F(FileSupportTest, CopyOntoTheSameFileFailsAndLosesNothing) {
 TEST_F(FileSupportTest, CopyFailures) {
   const std::string file = _dir.Write("file", "x");
   EXPECT_FALSE(QsCopyFile(_dir / "missing", _dir / "to", false, false));
-  EXPECT_EQ(QsGetLastError(), ENOENT);
+  EXPECT_EQ(QsGetLastError(), kNoSuchFile);
   EXPECT_FALSE(QsCopyFile(_dir.Path(), _dir / "to", false, false));
-  EXPECT_FALSE(QsCopyFile(MakePipe("pipe"), _dir / "to", false, false));
-  EXPECT_FALSE(QsCopyFile(file, _dir / "pipe", false, false));
   EXPECT_FALSE(QsCopyFile(file, _dir.Path(), false, false));
   EXPECT_FALSE(QsCopyFile(file, _dir / "missing/to", false, false));
+  EXPECT_EQ(QsGetLastError(), kNoSuchDirectory);
   EXPECT_FALSE(QsCopyFile("", "", false, false));
+  EXPECT_THAT(NamesIn(_dir.Path()), ElementsAre("file"));
+}
+
+#ifndef _WIN32
+TEST_F(FileSupportTest, CopyTakesNoPipes) {
+  const std::string file = _dir.Write("file", "x");
+  EXPECT_FALSE(QsCopyFile(MakePipe("pipe"), _dir / "to", false, false));
+  EXPECT_FALSE(QsCopyFile(file, _dir / "pipe", false, false));
   EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("file", "pipe"));
 }
+#endif
 
 TEST_F(FileSupportTest, FailIfExistsCountsADanglingLink) {
   const std::string from = _dir.Write("from", "x");
-  fs::create_symlink("victim", _dir / "link");
+  if (!MakeLink("victim", _dir / "link")) {
+    GTEST_SKIP() << kNoLinks;
+  }
   EXPECT_FALSE(QsCopyFile(from, _dir / "link", true, false));
   EXPECT_FALSE(fs::exists(_dir / "victim"));
   EXPECT_TRUE(QsCopyFile(from, _dir / "link", false, false));
   EXPECT_EQ(TempDir::Read(_dir / "victim"), "x");
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, HalfACopyIsNotLeft) {
   const std::string from = _dir.Write("from", std::string(50000, 'x'));
   const std::string existing = _dir.Write("existing", "old");
@@ -781,15 +910,29 @@ TEST_F(FileSupportTest, HalfACopyIsNotLeft) {
     EXPECT_EQ(TempDir::Read(existing), "");
   }
 }
+#endif
+
+TEST_F(FileSupportTest, CopyClearsReadOnlyOfTheTarget) {
+  const std::string from = _dir.Write("from", "new");
+  const std::string to = _dir.Write("to", "old");
+  SetReadOnly(to, true);
+  EXPECT_TRUE(QsCopyFile(from, to, false, true));
+  EXPECT_EQ(TempDir::Read(to), "new");
+  EXPECT_FALSE(IsReadOnly(to));
+}
 
 TEST_F(FileSupportTest, CopyClearsReadOnlyOfTheTargetOnlyIfAsked) {
+  if (kOnWindows && !ReadOnlyRefusesWriting(_dir / "try")) {
+    GTEST_SKIP() << kReadOnlyIsWritten;
+  }
   OpenFolder(_dir);
   EXPECT_TRUE(AsOrdinaryUser([&] {
     const std::string from = _dir / "from";
     const std::string to = _dir / "to";
-    if (!SaveBinaryFile(from, "new", false) || !SaveBinaryFile(to, "old", false) || chmod(to.c_str(), 0444) != 0) {
+    if (!SaveBinaryFile(from, "new", false) || !SaveBinaryFile(to, "old", false)) {
       return false;
     }
+    SetReadOnly(to, true);
     return !QsCopyFile(from, to, false, false) && LoadBinaryFile(to) == "old" && QsCopyFile(from, to, false, true) &&
            LoadBinaryFile(to) == "new";
   }));
@@ -803,11 +946,13 @@ TEST_F(FileSupportTest, LinkFileNeverOverwritesAndMakesACopy) {
   EXPECT_EQ(TempDir::Read(b), "old");
   EXPECT_TRUE(QsLinkFile(a, _dir / "c", false));
   EXPECT_EQ(TempDir::Read(_dir / "c"), "content");
-  EXPECT_EQ(StatusOf(a).st_nlink, 1u);
-  EXPECT_NE(StatusOf(a).st_ino, StatusOf(_dir / "c").st_ino);
+  EXPECT_EQ(fs::hard_link_count(a), 1u);
+  _dir.Write("a", "changed");
+  EXPECT_EQ(TempDir::Read(_dir / "c"), "content");
   EXPECT_FALSE(fs::is_symlink(_dir / "c"));
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, CopyToAnotherVolume) {
   const OtherVolume other(_dir.Path());
   if (!other.IsThere()) {
@@ -817,6 +962,7 @@ TEST_F(FileSupportTest, CopyToAnotherVolume) {
   EXPECT_TRUE(QsCopyFile(_dir.Write("from", content), other / "to", true, false));
   EXPECT_EQ(TempDir::Read(other / "to"), content);
 }
+#endif
 
 // ---- Move ----
 
@@ -824,11 +970,18 @@ class MoveTest : public FileSupportTest, public ::testing::WithParamInterface<bo
  protected:
   void SetUp() override {
     FileSupportTest::SetUp();
+#ifndef _WIN32
     refuseRenameWithoutReplace = GetParam();
+#endif
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(FileSystem, MoveTest, ::testing::Bool(), [](const auto& parameter) {
+#ifdef _WIN32
+const auto kFileSystems = ::testing::Values(false);
+#else
+const auto kFileSystems = ::testing::Bool();
+#endif
+INSTANTIATE_TEST_SUITE_P(FileSystem, MoveTest, kFileSystems, [](const auto& parameter) {
   return parameter.param ? std::string("WithoutExclusiveRename") : std::string("WithExclusiveRename");
 });
 
@@ -845,17 +998,31 @@ TEST_P(MoveTest, MovesFilesAndDirectories) {
 TEST_P(MoveTest, WithoutReplaceNothingGivesWay) {
   const std::string from = _dir.Write("from", "new");
   fs::create_directory(_dir / "dir");
-  fs::create_symlink("missing", _dir / "link");
-  for (const std::string& to : {_dir.Write("to", "old"), _dir / "dir", _dir / "link", from}) {
+  for (const std::string& to : {_dir.Write("to", "old"), _dir / "dir"}) {
     EXPECT_FALSE(QsMoveFile(from, to, false, false)) << to;
-    EXPECT_EQ(QsGetLastError(), EEXIST) << to;
+    EXPECT_EQ(QsGetLastError(), kNameIsTaken) << to;
   }
+#ifndef _WIN32
+  EXPECT_FALSE(QsMoveFile(from, from, false, false));
+  EXPECT_EQ(QsGetLastError(), EEXIST);
+#endif
   EXPECT_FALSE(QsMoveFile(_dir / "dir", _dir / "to", false, false));
   fs::create_directory(_dir / "empty");
   EXPECT_FALSE(QsMoveFile(_dir / "dir", _dir / "empty", false, false));
   EXPECT_EQ(TempDir::Read(_dir / "to"), "old");
   EXPECT_EQ(TempDir::Read(from), "new");
-  EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("from", "dir", "link", "to", "empty"));
+  EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("from", "dir", "to", "empty"));
+}
+
+TEST_P(MoveTest, WithoutReplaceADanglingLinkGivesNoWay) {
+  const std::string from = _dir.Write("from", "new");
+  if (!MakeLink("missing", _dir / "link")) {
+    GTEST_SKIP() << kNoLinks;
+  }
+  EXPECT_FALSE(QsMoveFile(from, _dir / "link", false, false));
+  EXPECT_EQ(QsGetLastError(), kNameIsTaken);
+  EXPECT_EQ(TempDir::Read(from), "new");
+  EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("from", "link"));
 }
 
 TEST_P(MoveTest, ReplaceTakesTheFilesPlace) {
@@ -887,12 +1054,15 @@ TEST_P(MoveTest, MissingSourceOrDirectory) {
 
 TEST_P(MoveTest, ALinkIsMovedItself) {
   _dir.Write("target", "x");
-  fs::create_symlink("target", _dir / "link");
+  if (!MakeLink("target", _dir / "link")) {
+    GTEST_SKIP() << kNoLinks;
+  }
   EXPECT_TRUE(QsMoveFile(_dir / "link", _dir / "moved", false, false));
   EXPECT_EQ(fs::read_symlink(_dir / "moved"), "target");
   EXPECT_EQ(TempDir::Read(_dir / "target"), "x");
 }
 
+#ifndef _WIN32
 TEST_P(MoveTest, WhatMayNotLeaveItsDirectoryHasOneNameOnly) {
   const std::string file = _dir.Write("closed/file", "x");
   ASSERT_EQ(chmod(file.c_str(), 0666), 0);
@@ -903,6 +1073,7 @@ TEST_P(MoveTest, WhatMayNotLeaveItsDirectoryHasOneNameOnly) {
   EXPECT_EQ(TempDir::Read(file), "x");
   EXPECT_THAT(NamesIn(_dir.Path()), ElementsAre("closed"));
 }
+#endif
 
 TEST_P(MoveTest, OneOfManyMovesWinsARace) {
   for (int round = 0; round < 100; ++round) {
@@ -940,14 +1111,18 @@ TEST_P(MoveTest, OneOfManyMovesWinsARace) {
 
 TEST_F(FileSupportTest, MoveClearsReadOnlyOfTheTarget) {
   const std::string to = _dir.Write("to", "old");
-  ASSERT_EQ(chmod(to.c_str(), 0444), 0);
+  SetReadOnly(to, true);
   const std::string from = _dir.Write("from", "new");
   EXPECT_FALSE(QsMoveFile(from, to, false, false));
-  EXPECT_EQ(ModeOf(to), 0444u);
+  EXPECT_TRUE(IsReadOnly(to));
   EXPECT_FALSE(QsMoveFile(from, to, false, true));
+  EXPECT_FALSE(IsReadOnly(to));
+#ifndef _WIN32
   EXPECT_EQ(ModeOf(to), 0644u);
+#endif
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, MoveAcrossVolumes) {
   const OtherVolume other(_dir.Path());
   if (!other.IsThere()) {
@@ -956,12 +1131,12 @@ TEST_F(FileSupportTest, MoveAcrossVolumes) {
   const std::string content(123456, 'c');
   const std::string from = _dir.Write("from", content);
   ASSERT_EQ(chmod(from.c_str(), 0640), 0);
-  SetModified(from, kSummer, 5000);
+  SetTimes(from, kSummer * kSecond + 5000);
   EXPECT_TRUE(QsMoveFile(from, other / "to", false, false));
   EXPECT_FALSE(fs::exists(from));
   EXPECT_EQ(TempDir::Read(other / "to"), content);
   EXPECT_EQ(ModeOf(other / "to"), 0640u);
-  EXPECT_EQ(StatusOf(other / "to").st_mtim.tv_sec, kSummer);
+  EXPECT_EQ(TimesOf(other / "to").modified, kSummer * kSecond + 5000);
 
   const std::string second = _dir.Write("second", "new");
   EXPECT_FALSE(QsMoveFile(second, other / "to", false, false));
@@ -1046,50 +1221,87 @@ TEST_F(FileSupportTest, MoveAcrossVolumesWithoutSpaceKeepsBothFiles) {
   EXPECT_EQ(TempDir::Read(from).size(), 50000u);
   EXPECT_THAT(NamesIn(other.Path()), ElementsAre("to"));
 }
+#endif
 
 // ---- Delete and rename ----
 
 TEST_F(FileSupportTest, DeleteFile) {
   EXPECT_FALSE(QsDeleteFile("", true));
   EXPECT_FALSE(QsDeleteFile(_dir / "missing", true));
-  EXPECT_EQ(QsGetLastError(), ENOENT);
+  EXPECT_EQ(QsGetLastError(), kNoSuchFile);
   EXPECT_FALSE(QsDeleteFile(_dir.Path(), true));
-  const std::string file = _dir.Write("file", "x");
-  fs::create_symlink("file", _dir / "link");
-  EXPECT_TRUE(QsDeleteFile(_dir / "link", false));
-  EXPECT_EQ(TempDir::Read(file), "x");
-  ASSERT_EQ(chmod(file.c_str(), 0444), 0);
-  EXPECT_TRUE(QsDeleteFile(file, false));  // the directory decides
+  EXPECT_TRUE(QsDeleteFile(_dir.Write("file", "x"), false));
   EXPECT_THAT(NamesIn(_dir.Path()), IsEmpty());
 }
 
+// On Linux the directory decides.
+TEST_F(FileSupportTest, DeleteOfAReadOnlyFileNeedsForceOnWindows) {
+  const std::string file = _dir.Write("file", "x");
+  SetReadOnly(file, true);
+  EXPECT_EQ(QsDeleteFile(file, false), !kOnWindows);
+  EXPECT_EQ(fs::exists(file), kOnWindows);
+  EXPECT_EQ(QsDeleteFile(file, true), kOnWindows);
+  EXPECT_FALSE(fs::exists(file));
+}
+
+TEST_F(FileSupportTest, DeleteTakesTheLinkNotItsTarget) {
+  const std::string file = _dir.Write("file", "x");
+  if (!MakeLink("file", _dir / "link")) {
+    GTEST_SKIP() << kNoLinks;
+  }
+  EXPECT_TRUE(QsDeleteFile(_dir / "link", false));
+  EXPECT_EQ(TempDir::Read(file), "x");
+  EXPECT_THAT(NamesIn(_dir.Path()), ElementsAre("file"));
+}
+
+#ifndef _WIN32
 TEST_F(FileSupportTest, DeleteIsRefusedWithoutTheDirectorysPermission) {
   _dir.Write("dir/file", "x");
   ASSERT_EQ(chmod((_dir / "dir").c_str(), 0555), 0);
   EXPECT_TRUE(AsOrdinaryUser([&] { return !QsDeleteFile(_dir / "dir/file", true) && QsGetLastError() != 0; }));
   EXPECT_TRUE(fs::exists(_dir / "dir/file"));
 }
+#endif
 
 TEST_F(FileSupportTest, DeleteFilesTakesFilesOnly) {
-  for (const char* name : {"a.tmp", "b.TMP", "c.txt", "12:30.tmp", "dir.tmp/inner.tmp"}) {
+  for (const char* name : {"a.tmp", "b.TMP", "c.txt", "d.tmp", "dir.tmp/inner.tmp"}) {
     _dir.Write(name, "x");
   }
-  fs::create_directory_symlink("dir.tmp", _dir / "link.tmp");
   EXPECT_EQ(QsDeleteFiles("", true), 0u);
   EXPECT_EQ(QsDeleteFiles(_dir / "*.none", true), 0u);
-  EXPECT_EQ(QsDeleteFiles(_dir / "12:*.tmp", true), 1u);
   EXPECT_EQ(QsDeleteFiles(_dir / "*.tmp", false), 3u);
   EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("c.txt", "dir.tmp"));
   EXPECT_TRUE(fs::exists(_dir / "dir.tmp/inner.tmp"));
   EXPECT_EQ(QsDeleteFiles(_dir / "c.txt", false), 1u);
 }
 
+#ifndef _WIN32
+TEST_F(FileSupportTest, DeleteFilesTakesAColonForAPlainCharacter) {
+  _dir.Write("12:30.tmp", "x");
+  _dir.Write("30.tmp", "x");
+  EXPECT_EQ(QsDeleteFiles(_dir / "12:*.tmp", true), 1u);
+  EXPECT_THAT(NamesIn(_dir.Path()), ElementsAre("30.tmp"));
+}
+#endif
+
+TEST_F(FileSupportTest, DeleteFilesTakesALinkToADirectory) {
+  _dir.Write("dir.tmp/inner.tmp", "x");
+  if (!MakeDirectoryLink("dir.tmp", _dir / "link.tmp")) {
+    GTEST_SKIP() << kNoLinks;
+  }
+  EXPECT_EQ(QsDeleteFiles(_dir / "*.tmp", false), 1u);
+  EXPECT_THAT(NamesIn(_dir.Path()), ElementsAre("dir.tmp"));
+  EXPECT_TRUE(fs::exists(_dir / "dir.tmp/inner.tmp"));
+}
+
+#ifndef _WIN32
 TEST_F(FileSupportTest, DeleteFilesCountsOnlyWhatItCouldDelete) {
   _dir.Write("dir/a", "x");
   ASSERT_EQ(chmod((_dir / "dir").c_str(), 0555), 0);
   EXPECT_TRUE(AsOrdinaryUser([&] { return QsDeleteFiles(_dir / "dir/*", true) == 0; }));
   EXPECT_EQ(QsDeleteFiles(_dir / "dir/*", true), getuid() == 0 ? 1u : 0u);
 }
+#endif
 
 TEST_F(FileSupportTest, FileDeleterDeletesAtTheEndOfTheScope) {
   const std::string path = _dir / "file";
@@ -1132,6 +1344,7 @@ TEST_F(FileSupportTest, RenameTakesADotInTheNameForAnExtension) {
   EXPECT_THAT(NamesIn(_dir.Path()), ElementsAre("app.log"));
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, RenameLogsAFailedMove) {
   OpenFolder(_dir);
   _dir.Write("dir/app.log", "0");
@@ -1145,6 +1358,7 @@ TEST_F(FileSupportTest, RenameLogsAFailedMove) {
                                          "\\app_1.log: " + QsErrorMessage(EACCES);
   }));
 }
+#endif
 
 TEST_F(FileSupportTest, DeleteRenamedFiles) {
   const auto fill = [&] {
@@ -1209,7 +1423,7 @@ TEST_F(FileSupportTest, LoadFilePartClearsTheOutputOnFailure) {
 
 TEST_F(FileSupportTest, LoadFilePartWithoutMemory) {
   const std::string path = _dir.Write("a", "x");
-  ASSERT_EQ(truncate(path.c_str(), 100000000), 0);
+  Resize(path, 100000000);
   const auto messageOf = [&](int length) {
     std::string out;
     try {
@@ -1227,8 +1441,8 @@ TEST_F(FileSupportTest, LoadFilePartWithoutMemory) {
   const std::string negative = messageOf(-2);
   const std::string head = messageOf(10);
   largestAllocation = std::numeric_limits<std::size_t>::max();
-  EXPECT_THAT(whole, MatchesRegex(kText));
-  EXPECT_THAT(negative, MatchesRegex(kText));
+  EXPECT_THAT(whole, MatchesPattern(kText));
+  EXPECT_THAT(negative, MatchesPattern(kText));
   EXPECT_EQ(head, "nothing thrown");
 }
 
@@ -1250,15 +1464,23 @@ TEST_F(FileSupportTest, LoadBinaryFileLogsWhatItCannotLoad) {
   LogCapture log;
   const std::string path = _dir / "100% missing";
   EXPECT_EQ(LoadBinaryFile(path), "");
-  EXPECT_EQ(QsGetLastError(), ENOENT);
+  EXPECT_EQ(QsGetLastError(), kNoSuchFile);
   ASSERT_EQ(log.Messages().size(), 1u);
   EXPECT_EQ(log.Messages()[0].flags, kWarning);
-  EXPECT_EQ(log.Messages()[0].text, "LoadBinaryFile: Could not load '" + path + "' (" + QsErrorMessage(ENOENT) + ")");
+  EXPECT_EQ(log.Messages()[0].text,
+            "LoadBinaryFile: Could not load '" + path + "' (" + QsErrorMessage(kNoSuchFile) + ")");
 }
 
 TEST_F(FileSupportTest, WholeLoadsTakeRegularFilesOnlyAndNeverWait) {
+#ifdef _WIN32
+  const qsbase::testing::PipeReader reader("qsbase-test-load");
+  const std::string pipe = reader.Path();
+  const std::vector<std::string> others = {pipe, _dir.Path(), "NUL"};
+#else
   const std::string pipe = MakePipe("pipe");
-  for (const std::string& path : {pipe, _dir.Path(), std::string("/dev/zero"), std::string("/dev/null")}) {
+  const std::vector<std::string> others = {pipe, _dir.Path(), "/dev/zero", "/dev/null"};
+#endif
+  for (const std::string& path : others) {
     std::string out = "old";
     EXPECT_FALSE(QsLoadFilePart(path, 0, 10, out)) << path;
     EXPECT_EQ(out, "");
@@ -1267,7 +1489,7 @@ TEST_F(FileSupportTest, WholeLoadsTakeRegularFilesOnlyAndNeverWait) {
   char* buffer = nullptr;
   unsigned size = 0;
   EXPECT_EQ(CAL_ReadFileToBuffer(pipe.c_str(), &buffer, size, 10, true, 0), -10);
-  EXPECT_EQ(CAL_ReadFileToBuffer(_dir.Path().c_str(), &buffer, size, 10, true, 0), -2);
+  EXPECT_EQ(CAL_ReadFileToBuffer(_dir.Path().c_str(), &buffer, size, 10, true, 0), kOnWindows ? -10 : -2);
   EXPECT_EQ(CAL_CompareFile(pipe.c_str(), pipe.c_str(), 0, 10), -4);
 }
 
@@ -1284,17 +1506,19 @@ TEST_F(FileSupportTest, GetFileContentRewindsTheStream) {
 TEST_F(FileSupportTest, GetFileContentOfNothing) {
   std::FILE* stream = nullptr;
   EXPECT_EQ(GetFileContent(stream), "");
+#ifndef _WIN32
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   stream = fdopen(ends[0], "rb");
   EXPECT_EQ(GetFileContent(stream), "");
   std::fclose(stream);
   close(ends[1]);
+#endif
 }
 
 TEST_F(FileSupportTest, GetFileContentWithoutMemoryIsLogged) {
   const std::string path = _dir.Write("a", "x");
-  ASSERT_EQ(truncate(path.c_str(), 100000000), 0);
+  Resize(path, 100000000);
   std::FILE* stream = std::fopen(path.c_str(), "rb");
   LogCapture log;
   largestAllocation = 10000000;
@@ -1305,7 +1529,7 @@ TEST_F(FileSupportTest, GetFileContentWithoutMemoryIsLogged) {
   ASSERT_EQ(log.Messages().size(), 1u);
   EXPECT_EQ(log.Messages()[0].flags, kError);
   EXPECT_THAT(log.Messages()[0].text,
-              MatchesRegex("Memory allocation error: buffer \\(file QSbase/support/filesupport, line [0-9]+"));
+              MatchesPattern("Memory allocation error: buffer \\(file QSbase/support/filesupport, line [0-9]+"));
 }
 
 // ---- Save ----
@@ -1330,6 +1554,7 @@ TEST_F(FileSupportTest, SaveAppendClear) {
   EXPECT_TRUE(fs::exists(_dir / "c"));
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, SavedFilesGetTheProcessesMask) {
   umask(027);
   EXPECT_TRUE(SaveBinaryFile(_dir / "plain", "x", false));
@@ -1337,6 +1562,7 @@ TEST_F(FileSupportTest, SavedFilesGetTheProcessesMask) {
   EXPECT_EQ(ModeOf(_dir / "plain"), 0640u);
   EXPECT_EQ(ModeOf(_dir / "atomic"), 0640u);
 }
+#endif
 
 TEST_F(FileSupportTest, SaveLogsWhatItCannotOpen) {
   LogCapture log;
@@ -1345,13 +1571,14 @@ TEST_F(FileSupportTest, SaveLogsWhatItCannotOpen) {
   EXPECT_FALSE(ClearBinaryFile(""));
   ASSERT_EQ(log.Messages().size(), 3u);
   EXPECT_EQ(log.Messages()[0].flags, kError);
-  EXPECT_EQ(log.Messages()[0].text,
-            "SaveBinaryFile >>> Cannot open file:" + Backslashed(_dir / "50%/a") + " (" + QsErrorMessage(ENOENT) + ")");
-  EXPECT_EQ(log.Messages()[1].text,
-            "SaveBinaryFile >>> Cannot open file:" + Backslashed(_dir.Path()) + " (" + QsErrorMessage(EISDIR) + ")");
-  EXPECT_EQ(log.Messages()[2].text, "SaveBinaryFile >>> Cannot open file: (" + QsErrorMessage(ENOENT) + ")");
+  EXPECT_EQ(log.Messages()[0].text, "SaveBinaryFile >>> Cannot open file:" + Backslashed(_dir / "50%/a") + " (" +
+                                        QsErrorMessage(kNoSuchDirectory) + ")");
+  EXPECT_EQ(log.Messages()[1].text, "SaveBinaryFile >>> Cannot open file:" + Backslashed(_dir.Path()) + " (" +
+                                        QsErrorMessage(kIsADirectory) + ")");
+  EXPECT_EQ(log.Messages()[2].text, "SaveBinaryFile >>> Cannot open file: (" + QsErrorMessage(kNoSuchDirectory) + ")");
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, SaveLogsAShortWrite) {
   LogCapture log;
   EXPECT_FALSE(SaveBinaryFile("/dev/full", "x", false));
@@ -1365,18 +1592,43 @@ TEST_F(FileSupportTest, SaveLogsAShortWrite) {
               "SaveBinaryFile >>> Cannot save complete filecontents:\\dev\\full (" + QsErrorMessage(ENOSPC) + ")");
   }
 }
+#endif
+
+TEST_F(FileSupportTest, SavingClearsReadOnlyBeforeItWrites) {
+  const std::string path = _dir.Write("a", "old");
+  SetReadOnly(path, true);
+  EXPECT_TRUE(SaveBinaryFile(path, "new", true));
+  EXPECT_FALSE(IsReadOnly(path));
+  SetReadOnly(path, true);
+  EXPECT_TRUE(AppendBinaryFile(path, "+"));
+  EXPECT_FALSE(IsReadOnly(path));
+  EXPECT_EQ(TempDir::Read(path), "new+");
+  SetReadOnly(path, true);
+  EXPECT_TRUE(ClearBinaryFile(path));
+  EXPECT_FALSE(IsReadOnly(path));
+  EXPECT_EQ(TempDir::Read(path), "");
+}
 
 TEST_F(FileSupportTest, SavingClearsReadOnly) {
+  if (kOnWindows && !ReadOnlyRefusesWriting(_dir / "try")) {
+    GTEST_SKIP() << kReadOnlyIsWritten;
+  }
   OpenFolder(_dir);
   EXPECT_TRUE(AsOrdinaryUser([&] {
     const std::string path = _dir / "a";
-    const auto protect = [&] { return chmod(path.c_str(), 0444) == 0; };
+    const auto protect = [&] {
+      SetReadOnly(path, true);
+      return IsReadOnly(path);
+    };
     return SaveBinaryFile(path, "old", false) && protect() && !SaveBinaryFile(path, "x", false) &&
            LoadBinaryFile(path) == "old" && SaveBinaryFile(path, "new", true) && LoadBinaryFile(path) == "new" &&
            protect() && AppendBinaryFile(path, "+") && LoadBinaryFile(path) == "new+" && protect() &&
            ClearBinaryFile(path) && LoadBinaryFile(path).empty();
   }));
+  EXPECT_FALSE(IsReadOnly(_dir / "a"));
+#ifndef _WIN32
   EXPECT_EQ(ModeOf(_dir / "a"), 0644u);
+#endif
 }
 
 // ---- Atomic save ----
@@ -1399,7 +1651,7 @@ TEST_F(FileSupportTest, AtomicSaveWithoutReplaceLeavesTheTemporaryFile) {
   std::vector<std::string> names = NamesIn(_dir.Path());
   ASSERT_EQ(names.size(), 2u);
   const std::string temporary = names[0] == "a" ? names[1] : names[0];
-  EXPECT_THAT(temporary, MatchesRegex("a\\.[0-9]+"));
+  EXPECT_THAT(temporary, MatchesPattern("a\\.[0-9]+"));
   EXPECT_EQ(TempDir::Read(_dir / temporary), "new");
 }
 
@@ -1412,26 +1664,37 @@ TEST_F(FileSupportTest, TemporaryNameIsTheNextPseudoRandomNumber) {
   EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("a", expected));
 }
 
-TEST_F(FileSupportTest, TemporaryFileNeverFollowsALinkNorReplacesAnything) {
+TEST_F(FileSupportTest, TemporaryFileReplacesNothing) {
   const std::string path = _dir / "a";
-  const std::string victim = _dir.Write("victim", "precious");
   srand(4711);
-  const std::string link = path + "." + std::to_string(rand());
-  const std::string dangling = path + "." + std::to_string(rand());
   const std::string taken = path + "." + std::to_string(rand());
   const std::string directory = path + "." + std::to_string(rand());
-  fs::create_symlink(victim, link);
-  fs::create_symlink(_dir / "nothing", dangling);
   std::ofstream(taken) << "taken";
   fs::create_directory(directory);
   srand(4711);
   EXPECT_TRUE(QsAtomicSaveBinaryFile(path, "new", true));
   EXPECT_EQ(TempDir::Read(path), "new");
-  EXPECT_EQ(TempDir::Read(victim), "precious");
   EXPECT_EQ(TempDir::Read(taken), "taken");
+  EXPECT_TRUE(fs::is_directory(directory));
+  EXPECT_EQ(NamesIn(_dir.Path()).size(), 3u);
+}
+
+TEST_F(FileSupportTest, TemporaryFileNeverFollowsALink) {
+  const std::string path = _dir / "a";
+  const std::string victim = _dir.Write("victim", "precious");
+  srand(4711);
+  const std::string link = path + "." + std::to_string(rand());
+  const std::string dangling = path + "." + std::to_string(rand());
+  if (!MakeLink(victim, link) || !MakeLink(_dir / "nothing", dangling)) {
+    GTEST_SKIP() << kNoLinks;
+  }
+  srand(4711);
+  EXPECT_TRUE(QsAtomicSaveBinaryFile(path, "new", true));
+  EXPECT_EQ(TempDir::Read(path), "new");
+  EXPECT_EQ(TempDir::Read(victim), "precious");
   EXPECT_FALSE(fs::exists(_dir / "nothing"));
   EXPECT_FALSE(fs::is_symlink(path));
-  EXPECT_EQ(NamesIn(_dir.Path()).size(), 6u);
+  EXPECT_EQ(NamesIn(_dir.Path()).size(), 4u);
 }
 
 TEST_F(FileSupportTest, HundredTakenNamesFallBackToThePlainSave) {
@@ -1454,6 +1717,7 @@ TEST_F(FileSupportTest, HundredTakenNamesFallBackToThePlainSave) {
   EXPECT_EQ(TempDir::Read(path), "new");
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, AtomicSaveKeepsTheTargetsMode) {
   umask(077);
   const std::string path = _dir.Write("a", "old");
@@ -1463,19 +1727,25 @@ TEST_F(FileSupportTest, AtomicSaveKeepsTheTargetsMode) {
     EXPECT_EQ(ModeOf(path), mode);
   }
 }
+#endif
 
 TEST_F(FileSupportTest, AtomicSaveReplacesAReadOnlyFile) {
   OpenFolder(_dir);
   EXPECT_TRUE(AsOrdinaryUser([&] {
     const std::string path = _dir / "a";
-    return SaveBinaryFile(path, "old", false) && chmod(path.c_str(), 0444) == 0 &&
-           QsAtomicSaveBinaryFile(path, "new", true) && LoadBinaryFile(path) == "new";
+    if (!SaveBinaryFile(path, "old", false)) {
+      return false;
+    }
+    SetReadOnly(path, true);
+    return QsAtomicSaveBinaryFile(path, "new", true) && LoadBinaryFile(path) == "new" && IsReadOnly(path);
   }));
 }
 
 TEST_F(FileSupportTest, AtomicSaveReplacesALinkItself) {
   const std::string target = _dir.Write("target", "old");
-  fs::create_symlink("target", _dir / "link");
+  if (!MakeLink("target", _dir / "link")) {
+    GTEST_SKIP() << kNoLinks;
+  }
   EXPECT_TRUE(QsAtomicSaveBinaryFile(_dir / "link", "new", true));
   EXPECT_FALSE(fs::is_symlink(_dir / "link"));
   EXPECT_EQ(TempDir::Read(_dir / "link"), "new");
@@ -1488,6 +1758,7 @@ TEST_F(FileSupportTest, AtomicSaveNeverReplacesADirectory) {
   EXPECT_TRUE(fs::is_directory(_dir / "dir"));
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, AtomicSaveIsOnTheDiskBeforeTheMove) {
   const std::string path = _dir.Write("a", "old");
   recordCalls = true;
@@ -1495,6 +1766,7 @@ TEST_F(FileSupportTest, AtomicSaveIsOnTheDiskBeforeTheMove) {
   recordCalls = false;
   EXPECT_THAT(calls, ElementsAre("sync file", "move", "sync directory"));
 }
+#endif
 
 TEST_F(FileSupportTest, AtomicSaveLogsWhatItCannotCreate) {
   LogCapture log;
@@ -1502,9 +1774,10 @@ TEST_F(FileSupportTest, AtomicSaveLogsWhatItCannotCreate) {
   ASSERT_EQ(log.Messages().size(), 1u);
   EXPECT_EQ(log.Messages()[0].flags, kError);
   EXPECT_THAT(log.Messages()[0].text,
-              MatchesRegex("SaveBinaryFile >>> Cannot open file:.*missing\\\\a\\.[0-9]+ \\(.*"));
+              MatchesPattern("SaveBinaryFile >>> Cannot open file:.*missing\\\\a\\.[0-9]+ \\(.*"));
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, AtomicSaveWithoutSpaceLeavesTheTargetWhole) {
   OpenFolder(_dir);
   EXPECT_TRUE(AsOrdinaryUser([&] {
@@ -1520,7 +1793,9 @@ TEST_F(FileSupportTest, AtomicSaveWithoutSpaceLeavesTheTargetWhole) {
   EXPECT_EQ(TempDir::Read(_dir / "a"), "old");
   EXPECT_EQ(NamesIn(_dir.Path()).size(), 2u);  // what was written stays
 }
+#endif
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, KilledSaversLeaveTheTargetWhole) {
   const std::string path = _dir / "target";
   const std::string first(30000, 'A');
@@ -1562,6 +1837,7 @@ TEST_F(FileSupportTest, KilledSaversLeaveTheTargetWhole) {
   EXPECT_GT(secondSeen, 0);
   EXPECT_GT(leftBehind, 0);
 }
+#endif
 
 // ---- SaveFileWithCRLF ----
 
@@ -1600,9 +1876,11 @@ TEST_F(FileSupportTest, SaveFileWithCrlfThrows) {
   EXPECT_EQ(messageOf(_dir / "missing/a", "x", false), "Cannot save to file:" + Backslashed(_dir / "missing/a"));
   EXPECT_EQ(messageOf(_dir.Write("file", "x") + "/sub/a", "x", true),
             "Cannot create directory: " + Backslashed(_dir / "file/sub/"));
+#ifndef _WIN32
   EXPECT_EQ(messageOf("/dev/full", "x", false), "Cannot save complete filecontents:\\dev\\full");
   EXPECT_EQ(messageOf("/dev/full", "x\n", false), "Cannot save complete filecontents:\\dev\\full");
   EXPECT_EQ(messageOf("/dev/full", "", false), "nothing thrown");
+#endif
 }
 
 // ---- Load with a backup ----
@@ -1656,9 +1934,11 @@ TEST_F(FileSupportTest, LoadAndBackupOverwritesAReadOnlyBackup) {
   OpenFolder(_dir);
   EXPECT_TRUE(AsOrdinaryUser([&] {
     const std::string path = _dir / "file";
-    return SaveBinaryFile(path, "new", false) && SaveBinaryFile(path + ".bak", "old", false) &&
-           chmod((path + ".bak").c_str(), 0444) == 0 && FileLoadAndBackup(path, true) == "new" &&
-           LoadBinaryFile(path + ".bak") == "new";
+    if (!SaveBinaryFile(path, "new", false) || !SaveBinaryFile(path + ".bak", "old", false)) {
+      return false;
+    }
+    SetReadOnly(path + ".bak", true);
+    return FileLoadAndBackup(path, true) == "new" && LoadBinaryFile(path + ".bak") == "new";
   }));
 }
 
@@ -1690,7 +1970,9 @@ TEST_F(FileSupportTest, WriteBufferToFile) {
   EXPECT_EQ(CAL_WriteBufferToFile(path.c_str(), "", 0), 0);
   EXPECT_EQ(TempDir::Read(path), "");
   EXPECT_EQ(CAL_WriteBufferToFile((_dir / "missing/a").c_str(), "x", 1), -2);
+#ifndef _WIN32
   EXPECT_EQ(CAL_WriteBufferToFile("/dev/full", "x", 1), -2);
+#endif
 }
 
 struct Loaded {
@@ -1736,9 +2018,9 @@ TEST_F(FileSupportTest, ReadFileToBufferFailures) {
 
 TEST_F(FileSupportTest, ReadFileToBufferLimitIs4GiB) {
   const std::string path = _dir.Write("a", "start");
-  ASSERT_EQ(truncate(path.c_str(), 4294967295), 0);
+  Resize(path, 4294967295);
   EXPECT_EQ(ReadToBuffer(path, 5, true, 0).result, -11);
-  ASSERT_EQ(truncate(path.c_str(), 4294967294), 0);
+  Resize(path, 4294967294);
   const Loaded loaded = ReadToBuffer(path, 5, true, 0);
   EXPECT_EQ(loaded.result, 0);
   EXPECT_EQ(loaded.size, 5u);
@@ -1749,12 +2031,14 @@ TEST_F(FileSupportTest, ReadFileToBufferLimitIs4GiB) {
   EXPECT_EQ(withoutMemory, -3);
 }
 
+#ifndef _WIN32
 TEST_F(FileSupportTest, ReadFileToBufferIsRefusedWithoutPermission) {
   OpenFolder(_dir);
   const std::string path = _dir.Write("a", "x");
   ASSERT_EQ(chmod(path.c_str(), 0), 0);
   EXPECT_TRUE(AsOrdinaryUser([&] { return ReadToBuffer(path, 10, true, 0).result == -2; }));
 }
+#endif
 
 TEST_F(FileSupportTest, TextModeReadsCrLfAsLfAndReportsTheFileSize) {
   const Loaded loaded = ReadToBuffer(_dir.Write("a", "a\r\nb"), 100, false, 0);
@@ -1878,9 +2162,11 @@ TEST_F(FileSupportTest, CompareWithoutMemoryOrPermission) {
   const int withoutMemory = Compare(a, b, 0, 4294967295);
   largestAllocation = std::numeric_limits<std::size_t>::max();
   EXPECT_EQ(withoutMemory, -6);
+#ifndef _WIN32
   OpenFolder(_dir);
   ASSERT_EQ(chmod(b.c_str(), 0), 0);
   EXPECT_TRUE(AsOrdinaryUser([&] { return Compare(b, a, 0, 10) == -4 && Compare(a, b, 0, 10) == -5; }));
+#endif
 }
 
 }  // namespace
