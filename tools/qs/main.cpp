@@ -89,7 +89,9 @@ void AddFetch(CLI::App& app, Options& options) {
   command->add_option("--proxy", fetch.transfer.proxy, "HTTP proxy, as host:port or URL")->type_name("PROXY");
   command->add_option("--proxy-user", fetch.transfer.proxyUser, "User name for the proxy")->type_name("NAME");
   command->add_option("--proxy-password", fetch.transfer.proxyPassword, "Password for the proxy")->type_name("TEXT");
-  command->add_option("--ca", fetch.transfer.caFile, "Trust the certificate authorities in this PEM file only")
+  command
+      ->add_option("--ca", fetch.transfer.caFile,
+                   "Trust the certificate authorities in this PEM file only (default: the system's)")
       ->check(&MissingFile)
       ->type_name("FILE");
   command->add_flag("--insecure", fetch.transfer.insecure, "Do not verify certificates and host names (dangerous)");
