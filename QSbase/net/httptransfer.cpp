@@ -1,13 +1,13 @@
 #include <QSbase/net/httptransfer.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <limits>
 #include <vector>
 
 #include <QSbase/text/qschar.h>
 #include <QSbase/text/qsstring.h>
+#include <QSbase/text/timeos.h>
 
 namespace qsbase::detail {
 
@@ -68,16 +68,11 @@ std::size_t WriteOut(TransferSink& sink, const char* bytes, std::size_t count) {
   return written;
 }
 
-std::int64_t Now() {
-  using std::chrono::seconds;
-  return std::chrono::duration_cast<seconds>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
 void ReportProgress(TransferSink& body) {
   if (body.textCallback == nullptr) {
     return;
   }
-  if (const std::optional<std::string> line = DueStatusLine(body, Now())) {
+  if (const std::optional<std::string> line = DueStatusLine(body, CurrentUtcMilliseconds() / 1000)) {
     body.textCallback(line->c_str(), body.textUser);
   }
 }
