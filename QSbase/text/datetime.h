@@ -4,9 +4,9 @@
 /// "Local" is the zone that the C library has: a change of the environment variable TZ while the process runs counts
 /// once the host has called tzset(). On Windows Now(), ToUTC(), ToLocal() and GetCurrentDayOfWeek() go by the system's
 /// clock and its zone instead, whatever TZ says; the rest goes by the C runtime, which takes the system's zone, too,
-/// unless there is a TZ of the form "tzn[+-]hh[:mm[:ss]][dzn]": summer time then follows the rules of the United States,
-/// and names such as "Europe/Berlin" mean nothing. Thread safety: all functions are safe from any thread; a QsDateTime
-/// is a plain value.
+/// unless there is a TZ of the form "tzn[+-]hh[:mm[:ss]][dzn]": summer time then follows the rules of the United
+/// States, and names such as "Europe/Berlin" mean nothing. Thread safety: all functions are safe from any thread; a
+/// QsDateTime is a plain value.
 #ifndef QSBASE_TEXT_DATETIME_H
 #define QSBASE_TEXT_DATETIME_H
 

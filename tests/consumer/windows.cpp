@@ -2,9 +2,11 @@
 // DLL and the program.
 #ifdef WINDOWS_H_LAST
 #include <QSbase/qsbase.h>
+
 #include <windows.h>
 #else
 #include <windows.h>
+
 #include <QSbase/qsbase.h>
 #endif
 
