@@ -9,6 +9,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
+#include <stdexcept>
 #include <string>
 
 #include "coders.h"
@@ -23,6 +25,8 @@ namespace {
 constexpr bool kSmallMemory = sizeof(void*) < 8;
 constexpr unsigned int kDefaultMemory = kSmallMemory ? 256 : 1024;
 constexpr unsigned int kMaxMemory = kSmallMemory ? 1024 : 4095;
+
+constexpr const char* kNoMemory = "not enough memory";
 
 struct Options {
   qs::FetchOptions fetch;
@@ -271,6 +275,10 @@ int main(int argc, char** argv) {
     return ParseAndRun(argc, argv);
   } catch (const ExBase& error) {
     qs::PrintError(error.GetErrorText());
+  } catch (const std::bad_alloc&) {
+    qs::PrintError(kNoMemory);
+  } catch (const std::length_error&) {  // of a string, before the memory is even asked for
+    qs::PrintError(kNoMemory);
   } catch (const std::exception& error) {
     qs::PrintError(error.what());
   }
