@@ -215,9 +215,10 @@ ChildTest::ChildTest(const std::string& test) : _process(nullptr) {
   char program[MAX_PATH + 1] = {};
   Check(GetModuleFileNameA(nullptr, program, MAX_PATH) != 0, "find", "this program");
   std::string command = "\"";
-  command.append(program).append("\" --gtest_also_run_disabled_tests --gtest_brief=1 --gtest_filter=").append(test);
+  command.append(program).append("\" --gtest_filter=").append(test);
   STARTUPINFOA startup = {};
   startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
   PROCESS_INFORMATION process;
   Check(CreateProcessA(program, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process) != 0,
         "start", program);

@@ -105,7 +105,8 @@ class PipeReader {
   void* _pipe;
 };
 
-/// A second run of this program: the one (disabled) test of that name. The environment is handed on.
+/// A second run of this program: the one test of that name, which is to know by a variable of the environment that it
+/// is the child. Its output goes nowhere.
 class ChildTest {
  public:
   explicit ChildTest(const std::string& test);
