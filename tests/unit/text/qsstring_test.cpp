@@ -282,7 +282,8 @@ TEST(QsSnprintf, KnowsTheDirectivesOfStandardC) {
             std::to_string(std::numeric_limits<std::size_t>::max()) + " -1");
   EXPECT_EQ(strprintf("%jd %td", std::intmax_t{-5}, std::ptrdiff_t{-6}), "-5 -6");
   EXPECT_EQ(strprintf("%ld %lu", -5L, 5UL), "-5 5");
-  EXPECT_EQ(strprintf("%hd %hhd %hhx", -5, -6, 0xAB), "-5 -6 ab");
+  EXPECT_EQ(strprintf("%hd %hhd %hhx", short{-5}, static_cast<signed char>(-6), static_cast<unsigned char>(0xAB)),
+            "-5 -6 ab");
   EXPECT_EQ(strprintf("%Lf %Lg %.2Le", 1.5L, 2.5L, 12345.0L), "1.500000 2.5 1.23e+04");
   EXPECT_EQ(strprintf("%e %g %g", 1e100, 1e-5, 1e15), "1.000000e+100 1e-05 1e+15") << "an exponent has two digits";
   EXPECT_EQ(strprintf("%.0f %.1f %.2f", 2.5, 0.25, 1.005), "2 0.2 1.00");
