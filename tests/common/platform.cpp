@@ -113,6 +113,70 @@ bool MakeAnyLink(const std::string& target, const std::string& link, DWORD flags
   return made && GetFileAttributesA(link.c_str()) != INVALID_FILE_ATTRIBUTES;  // Wine says yes and makes none
 }
 
+// The path as Wine's host has it; a relative one stays.
+std::string HostPath(const std::string& path) {
+  using Convert = char*(__cdecl*)(const wchar_t*);
+  const FARPROC found = GetProcAddress(GetModuleHandleA("kernel32.dll"), "wine_get_unix_file_name");
+  if (found == nullptr || path.find(':') == std::string::npos) {
+    return path;
+  }
+  std::vector<wchar_t> wide(path.size() + 1);
+  MultiByteToWideChar(CP_ACP, 0, path.c_str(), -1, wide.data(), static_cast<int>(wide.size()));
+  char* const converted = reinterpret_cast<Convert>(reinterpret_cast<void*>(found))(wide.data());
+  const std::string result = converted == nullptr ? "" : converted;
+  HeapFree(GetProcessHeap(), 0, converted);
+  return result;
+}
+
+// Starts a program of Wine's host, which gives nothing to wait for.
+bool StartOnHost(const std::string& program, std::string command) {
+  STARTUPINFOA startup = {};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION process = {};
+  if (CreateProcessA(("Z:\\bin\\" + program).c_str(), command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                     &startup, &process) == 0) {
+    return false;
+  }
+  CloseHandle(process.hThread);
+  CloseHandle(process.hProcess);
+  return true;
+}
+
+// What TempDir leaves of folders with such links: Wine does not remove them.
+class FoldersWithHostLinks {
+ public:
+  static void Add(const std::string& link) {
+    static FoldersWithHostLinks folders;
+    const std::size_t folder = link.find("/qsbase-test-");
+    Check(folder != std::string::npos, "link outside of a test's folder:", link);
+    folders._command.append(" \"").append(link, 0, link.find('/', folder + 1)).append("\"");
+  }
+  ~FoldersWithHostLinks() { StartOnHost("rm", _command); }
+  FoldersWithHostLinks(const FoldersWithHostLinks&) = delete;
+  FoldersWithHostLinks& operator=(const FoldersWithHostLinks&) = delete;
+
+ private:
+  FoldersWithHostLinks() = default;
+
+  std::string _command = "rm -rf";
+};
+
+// Wine makes no links, but shows those of its host that lead to directories: as reparse points.
+bool MakeHostLink(const std::string& target, const std::string& link) {
+  constexpr int kAttempts = 1000;
+  const std::string hostLink = HostPath(link);
+  FoldersWithHostLinks::Add(hostLink);
+  std::string command = "ln -s \"";
+  command.append(HostPath(target)).append("\" \"").append(hostLink).append("\"");
+  bool made = false;
+  for (int i = 0; i < kAttempts && !made && (i > 0 || StartOnHost("ln", command)); ++i) {
+    const DWORD attributes = GetFileAttributesA(link.c_str());
+    made = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    Sleep(made ? 0 : 5);
+  }
+  return made;
+}
+
 }  // namespace
 
 bool IsWine() { return GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr; }
@@ -155,7 +219,7 @@ void SetTimes(const std::string& path, std::int64_t nanoseconds) {
 bool MakeLink(const std::string& target, const std::string& link) { return MakeAnyLink(target, link, 0); }
 
 bool MakeDirectoryLink(const std::string& target, const std::string& link) {
-  return MakeAnyLink(target, link, SYMBOLIC_LINK_FLAG_DIRECTORY);
+  return IsWine() ? MakeHostLink(target, link) : MakeAnyLink(target, link, SYMBOLIC_LINK_FLAG_DIRECTORY);
 }
 
 void Resize(const std::string& path, std::int64_t size) {

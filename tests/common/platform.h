@@ -68,11 +68,15 @@ FileTimes TimesOf(const std::string& path);
 /// Sets both times.
 void SetTimes(const std::string& path, std::int64_t nanoseconds);
 
-/// Makes a symbolic link; false where the system or the account makes none (Wine, Windows without the privilege).
+/// Makes a symbolic link; false where the system or the account makes none (Windows without the privilege). Under Wine
+/// those to directories are the host's, which Wine follows and lists as links, but does not remove.
 bool MakeLink(const std::string& target, const std::string& link);
 bool MakeDirectoryLink(const std::string& target, const std::string& link);
 
-constexpr const char* kNoLinks = "no symbolic link can be made here: Wine has none, Windows asks for a privilege";
+constexpr const char* kNoLinks = "this link cannot be made here: Wine has none, Windows asks for a privilege";
+
+/// The reason to skip a test under Wine that takes a link away.
+constexpr const char* kLinksStay = "Wine removes no link";
 
 /// Gives the file this size, with a hole where the file system can.
 void Resize(const std::string& path, std::int64_t size);

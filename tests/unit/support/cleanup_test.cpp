@@ -32,6 +32,8 @@
 namespace {
 
 namespace fs = std::filesystem;
+using qsbase::testing::IsWine;
+using qsbase::testing::kLinksStay;
 using qsbase::testing::kNoLinks;
 using qsbase::testing::kOnWindows;
 using qsbase::testing::kSecond;
@@ -425,6 +427,9 @@ TEST_F(CleanupDir, SparesNothingWithoutTheTrailingSeparatorOrOutside) {
 }
 
 TEST_F(CleanupDir, RemovesAnOldLinkNotItsTarget) {
+  if (IsWine()) {
+    GTEST_SKIP() << kLinksStay;
+  }
   WriteAged(dir, "outside/old", 500);
   fs::create_directories(dir / "top");
   if (!MakeDirectoryLink(dir / "outside", dir / "top/link")) {
@@ -433,6 +438,17 @@ TEST_F(CleanupDir, RemovesAnOldLinkNotItsTarget) {
   SetAge(dir / "top/link", 500);
   QsCleanupDir(dir / "top", "", 90);
   EXPECT_FALSE(Exists(dir / "top/link"));
+  EXPECT_TRUE(Exists(dir / "outside/old"));
+}
+
+TEST_F(CleanupDir, NeverFollowsALink) {
+  WriteAged(dir, "outside/old", 500);
+  WriteAged(dir, "top/old", 500);
+  if (!MakeDirectoryLink(dir / "outside", dir / "top/link")) {
+    GTEST_SKIP() << kNoLinks;
+  }
+  QsCleanupDir(dir / "top", "", 90);
+  EXPECT_FALSE(Exists(dir / "top/old"));
   EXPECT_TRUE(Exists(dir / "outside/old"));
 }
 
@@ -576,7 +592,24 @@ TEST_F(DeleteRecurse, RemovesTheTopToo) {
   EXPECT_FALSE(QsDeleteDirectoryRecurse("", true, -1, true, nullptr, true));
 }
 
+TEST_F(DeleteRecurse, NeverFollowsALink) {
+  dir.Write("outside/precious", "x");
+  dir.Write("top/sub/a", "");
+  if (!MakeDirectoryLink(dir / "outside", dir / "top/sub/link") || !MakeDirectoryLink("..", dir / "top/sub/loop") ||
+      !MakeDirectoryLink(dir / "outside", dir / "link")) {
+    GTEST_SKIP() << kNoLinks;
+  }
+  // Wine does not remove the links.
+  EXPECT_EQ(QsDeleteDirectoryRecurse(dir / "top", true, -1, true, nullptr, true), !IsWine());
+  EXPECT_FALSE(Exists(dir / "top/sub/a"));
+  EXPECT_FALSE(QsDeleteDirectoryRecurse(dir / "link", false, -1, true, nullptr, true));
+  EXPECT_EQ(TempDir::Read(dir / "outside/precious"), "x");
+}
+
 TEST_F(DeleteRecurse, RemovesLinksNotTheirTargets) {
+  if (IsWine()) {
+    GTEST_SKIP() << kLinksStay;
+  }
   dir.Write("outside/precious", "x");
   dir.Write("top/sub/a", "");
   if (!MakeDirectoryLink(dir / "outside", dir / "top/sub/link") || !MakeDirectoryLink("..", dir / "top/sub/loop") ||
@@ -589,6 +622,9 @@ TEST_F(DeleteRecurse, RemovesLinksNotTheirTargets) {
 }
 
 TEST_F(DeleteRecurse, ATopThatIsALinkIsNotEntered) {
+  if (IsWine()) {
+    GTEST_SKIP() << kLinksStay;
+  }
   dir.Write("outside/precious", "x");
   for (const std::string tail : {"", "/", "\\", "//"}) {
     if (!MakeDirectoryLink(dir / "outside", dir / "link")) {
@@ -666,7 +702,7 @@ TEST_F(DeleteRecurse, StopsAtTheFirstErrorOtherwise) {
 }
 
 TEST_F(DeleteRecurse, ForceClearsTheReadOnlyAttributeOfDirectories) {
-  if (qsbase::testing::IsWine()) {
+  if (IsWine()) {
     GTEST_SKIP() << "Wine removes read-only directories";
   }
   fs::create_directories(dir / "top/sub");
