@@ -22,8 +22,11 @@ thread_local std::size_t largestAllocation = std::numeric_limits<std::size_t>::m
 
 }  // namespace
 
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size);
+  void* const memory = operator new(size, std::nothrow);
   if (memory == nullptr) {
     throw std::bad_alloc();
   }

@@ -25,7 +25,7 @@ class Utf8Console {
   Utf8Console& operator=(const Utf8Console&) = delete;
 
  private:
-  unsigned int _codePageBefore = 0;  // 0: nothing was changed
+  [[maybe_unused]] unsigned int _codePageBefore = 0;  // 0: nothing was changed
 };
 
 }  // namespace qs

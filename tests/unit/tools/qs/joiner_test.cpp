@@ -18,8 +18,11 @@ std::size_t largestAllocation = std::numeric_limits<std::size_t>::max();
 }  // namespace
 
 // Large allocations fail on demand.
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
 [[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size);
+  void* const memory = operator new(size, std::nothrow);
   if (memory == nullptr) {
     throw std::bad_alloc();
   }
