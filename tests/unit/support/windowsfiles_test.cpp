@@ -273,6 +273,26 @@ TEST_F(WindowsFileTest, OtherAttributesStayWhenReadOnlyIsCleared) {
 
 // ---- Codes ----
 
+TEST_F(WindowsFileTest, LookingAtWhatIsThereLeavesTheLastErrorAlone) {
+  const std::string file = _dir.Write("file", "x");
+  fs::create_directory(_dir / "dir");
+  QsSetLastError(ERROR_BROKEN_PIPE);
+  EXPECT_EQ(QsGetFSObjectType(file), FSO_FILE);
+  EXPECT_EQ(QsGetFSObjectType(_dir / "dir\\"), FSO_DIRECTORY);
+  EXPECT_TRUE(DirExists(file));
+  EXPECT_TRUE(ForceCreateDirectories(_dir / "dir"));
+  EXPECT_EQ(QsGetLastError(), ERROR_BROKEN_PIPE);
+  EXPECT_EQ(QsGetFSObjectType(_dir / "missing"), FSO_NOTHING);
+  EXPECT_EQ(QsGetLastError(), ERROR_FILE_NOT_FOUND);
+}
+
+TEST_F(WindowsFileTest, ADirectoryHasTheSizeZero) {
+  _dir.Write("dir/file", "content");
+  std::int64_t size = -1;
+  EXPECT_EQ(QsGetFileSize64((_dir / "dir").c_str(), size), 0);
+  EXPECT_EQ(size, 0);
+}
+
 TEST_F(WindowsFileTest, FailuresHaveTheSystemsCodes) {
   const std::string file = _dir.Write("file", "x");
   fs::create_directory(_dir / "dir");
@@ -431,12 +451,13 @@ const std::string kSecond(70000, 'B');
   }
 }
 
-TEST_F(WindowsFileTest, KilledSaversLeaveTheTargetWhole) {
+TEST(KilledSavers, LeaveTheTargetWhole) {
   const char* const target = std::getenv(kTarget);
   if (target != nullptr) {
     SaveUntilKilled(target);
   }
-  const std::string path = _dir / "target";
+  const TempDir dir;
+  const std::string path = dir / "target";
   const std::string ready = path + "-ready";
   ASSERT_TRUE(QsAtomicSaveBinaryFile(path, kFirst, true));
   SetEnvironment(kTarget, path);
@@ -454,7 +475,7 @@ TEST_F(WindowsFileTest, KilledSaversLeaveTheTargetWhole) {
     return content == kFirst || content == kSecond;
   };
   for (int round = 0; round < 40; ++round) {
-    ChildTest child("WindowsFileTest.KilledSaversLeaveTheTargetWhole");
+    ChildTest child("KilledSavers.LeaveTheTargetWhole");
     while (!fs::exists(ready) && child.IsRunning()) {
       std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
