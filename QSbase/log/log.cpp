@@ -169,6 +169,11 @@ QsDateTime Now(LocalSecond& cached) {
   return static_cast<double>(cached.secondOfDay * 1000 + ms % 1000) / kMsPerDay + cached.day;
 }
 
+QsDateTime EntryTime() {
+  const LastErrorGuard keepLastError;  // on Windows the way to a thread's own variables clears it
+  return Now(threadCache.local);
+}
+
 // ---- the default line -----------------------------------------------------------------------------------------------
 
 /// Writes fields one after the other. Its user sees to the room.
@@ -333,7 +338,7 @@ void DispatchIfAny(unsigned int flags, const Message& message) {
 // ---- entries --------------------------------------------------------------------------------------------------------
 
 MsgEntry::MsgEntry(MessageType typeOfEntry, const char* entryText, int entryLevel, int entryAlert)
-    : time(Now(threadCache.local)),
+    : time(EntryTime()),
       type(typeOfEntry),
       text(entryText == nullptr ? "" : entryText),
       alert(entryAlert),
@@ -341,7 +346,7 @@ MsgEntry::MsgEntry(MessageType typeOfEntry, const char* entryText, int entryLeve
       threadId(QsGetCurrentThreadId()) {}
 
 MsgEntry::MsgEntry(MessageType typeOfEntry, const std::string& entryText, int entryLevel, int entryAlert)
-    : time(Now(threadCache.local)),
+    : time(EntryTime()),
       type(typeOfEntry),
       text(entryText),
       alert(entryAlert),
@@ -467,6 +472,7 @@ LogLineFormatter SetLogLineFormatter(LogLineFormatter formatter) { return lineFo
 LogLineFormatter GetLogLineFormatter() { return lineFormatter.load(std::memory_order_acquire); }
 
 bool DefaultLogLineFormatter(const MsgEntry& entry, std::string& line) {
+  const LastErrorGuard keepLastError;
   std::string oddTime;
   std::string_view time;
   if (IsPlain(entry.time)) {

@@ -1,6 +1,7 @@
 #include <QSbase/support/filesupport.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <ctime>
 #include <exception>
@@ -238,12 +239,14 @@ FSOType QsGetFSObjectType(const std::string& path) {
   }
   const std::string translated = WithoutTrailingSeparator(QsTranslateFilename(path));
   FileStatus status;
-  QsSetLastError(0);
-  if (OsGetStatus(translated, LinkView::Target, status) && TypeOf(status.kind) != FSO_NOTHING) {
+  errno = 0;  // not the last error, which Windows keeps apart
+  const bool known = OsGetStatus(translated, LinkView::Target, status);
+  if (known && TypeOf(status.kind) != FSO_NOTHING) {
     return TypeOf(status.kind);
   }
-  if (!OsErrorMeansMissing(QsGetLastError())) {
-    QsLogMsg(kLogWarning, "Cannot get status of file '" + translated + "', error is '" + LastErrorText() + "'");
+  const int error = known ? 0 : QsGetLastError();
+  if (!OsErrorMeansMissing(error)) {
+    QsLogMsg(kLogWarning, "Cannot get status of file '" + translated + "', error is '" + QsErrorMessage(error) + "'");
   }
   return FSO_NOTHING;
 }

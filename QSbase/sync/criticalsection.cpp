@@ -1,6 +1,7 @@
 #include <QSbase/sync/criticalsection.h>
 
 #include <QSbase/errors.h>
+#include <QSbase/lasterrorguard.h>
 
 #include <atomic>
 #include <mutex>
@@ -23,6 +24,7 @@ void QsCriticalSection::Enter() {
   if (!_impl) {
     throw ExPrecondition("QsCriticalSection::Enter - _impl is invalid");
   }
+  const qsbase::detail::LastErrorGuard keepLastError;  // on Windows the question who runs clears it
   const std::thread::id self = std::this_thread::get_id();
   if (_impl->owner.load(std::memory_order_relaxed) != self) {
     _impl->mutex.lock();
@@ -35,6 +37,7 @@ void QsCriticalSection::Leave() {
   if (!_impl) {
     throw ExPrecondition("QsCriticalSection::Enter - _impl is invalid");
   }
+  const qsbase::detail::LastErrorGuard keepLastError;
   if (_impl->owner.load(std::memory_order_relaxed) != std::this_thread::get_id()) {
     return;
   }

@@ -8,7 +8,8 @@
 
 #include <QSbase/export.h>
 
-/// A recursive mutual-exclusion lock: the thread that owns it may enter again and must leave as often.
+/// A recursive mutual-exclusion lock: the thread that owns it may enter again and must leave as often. Leaves the
+/// last-error code alone.
 ///
 /// \code
 /// QsCriticalSection section;

@@ -76,7 +76,7 @@ void Describe(const FileData& data, FileKind kind, FileStatus& status) {
   status.kind = kind;
   status.isReadOnly = data.IsReadOnly();
   status.permissions = data.IsReadOnly() ? all & ~kWriteBits : all;
-  status.size = static_cast<std::int64_t>(data.size);
+  status.size = kind == FileKind::Directory ? 0 : static_cast<std::int64_t>(data.size);  // NTFS tells that of its index
   status.modified = ToFileTime(data.written);
 }
 

@@ -507,6 +507,17 @@ TEST(QsLogMsg, LeavesTheLastErrorAlone) {
   EXPECT_EQ(QsGetLastError(), 77);
 }
 
+TEST(MsgEntry, MakingAndFormattingOneLeavesTheLastErrorAlone) {
+  QsSetLastError(77);
+  const MsgEntry entry(MsgError, "text", 1, 2);
+  EXPECT_EQ(QsGetLastError(), 77);
+  const MsgEntry flagged(kInfo, std::string("text"));
+  EXPECT_EQ(QsGetLastError(), 77);
+  std::string line;
+  EXPECT_TRUE(DefaultLogLineFormatter(entry, line));
+  EXPECT_EQ(QsGetLastError(), 77);
+}
+
 // Where it is a value of its own, the C library's error is left alone, too.
 TEST(QsLogMsg, LeavesErrnoAlone) {
   const std::string text(1000, 'x');

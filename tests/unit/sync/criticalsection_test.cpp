@@ -114,6 +114,20 @@ TEST(QsCriticalSection, LeavingWithoutOwningDoesNothing) {
   section.Leave();
 }
 
+TEST(QsCriticalSection, LeavesTheLastErrorAlone) {
+  QsCriticalSection section;
+  QsSetLastError(77);
+  {
+    const QsCriticalSectionAutoPtr outer(&section);
+    EXPECT_EQ(QsGetLastError(), 77);
+    const QsCriticalSectionAutoPtr inner(&section);
+    EXPECT_EQ(QsGetLastError(), 77);
+  }
+  EXPECT_EQ(QsGetLastError(), 77);
+  section.Leave();  // of no owner
+  EXPECT_EQ(QsGetLastError(), 77);
+}
+
 TEST(QsCriticalSection, WithoutItsStateEnterAndLeaveThrowTheSameText) {
   failNextAllocation = true;
   QsCriticalSection section;
