@@ -12,7 +12,7 @@ complain() {
 
 for test in $(cd tests/unit && find . -name '*_test.cpp' | sed 's|^\./||'); do
   topic=${test%_test.cpp}
-  [ -n "$(find "QSbase/$topic.cpp" "$topic.cpp" 2>/dev/null)" ] || complain "tests/unit/$test tests nothing that is there"
+  [ -n "$(find "QSbase/$topic.cpp" "QSbase/$topic.h" "$topic.cpp" 2>/dev/null)" ] || complain "tests/unit/$test tests nothing that is there"
   grep -qE "\b$(basename "$topic")\b" tests/unit/CMakeLists.txt || complain "tests/unit/$test is not built"
 done
 

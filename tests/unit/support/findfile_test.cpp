@@ -44,6 +44,7 @@ bool failAllocations = false;
 
 namespace {
 
+using qsbase::detail::MatchesDosWildcard;
 using qsbase::detail::MatchesWildcard;
 using qsbase::testing::kNoLinks;
 using qsbase::testing::kOnWindows;
@@ -86,6 +87,30 @@ bool SlowMatch(const std::string& pattern, const std::string& name) {
          SlowMatch(pattern.substr(1), name.substr(1));
 }
 
+// The rules of Windows read literally: whether what the pattern holds from p on matches what the name holds from n on.
+bool SlowDosMatch(const std::string& pattern, std::size_t p, const std::string& name, std::size_t n) {
+  if (p == pattern.size()) {
+    return n == name.size();
+  }
+  const std::string rest = pattern.substr(p);
+  const bool atEnd = n == name.size();
+  if (rest == "*.") {
+    return name.find('.', n) == std::string::npos;
+  }
+  if (rest[0] == '*') {
+    return SlowDosMatch(pattern, p + 1, name, n) || (!atEnd && SlowDosMatch(pattern, p, name, n + 1));
+  }
+  if (rest[0] == '?' && (atEnd || name[n] == '.')) {
+    return SlowDosMatch(pattern, p + 1, name, n);
+  }
+  const bool optionalDot = rest[0] == '.' && rest.size() > 1 && (rest[1] == '*' || rest[1] == '?');
+  if (atEnd) {
+    return optionalDot && SlowDosMatch(pattern, p + 1, name, n);
+  }
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  return (rest[0] == '?' || lower(rest[0]) == lower(name[n])) && SlowDosMatch(pattern, p + 1, name, n + 1);
+}
+
 // Every text over the alphabet of at most this length.
 std::vector<std::string> AllTexts(const std::string& alphabet, std::size_t longest) {
   std::vector<std::string> texts = {""};
@@ -104,10 +129,38 @@ TEST(Wildcard, AgreesWithTheDefinition) {
   const std::vector<std::string> names = AllTexts("aBb.", 4);
   for (const std::string& pattern : AllTexts("ab.*?", 4)) {
     for (const std::string& name : names) {
-      const bool expected = pattern == "*.*" || SlowMatch(pattern, name);
+      const bool dos = SlowDosMatch(pattern, 0, name, 0);
+      const bool expected = pattern == "*.*" || (kOnWindows ? dos : SlowMatch(pattern, name));
       ASSERT_EQ(MatchesWildcard(pattern, name), expected) << pattern << " on " << name;
+      ASSERT_EQ(MatchesDosWildcard(pattern, name), dos) << pattern << " on " << name;
     }
   }
+}
+
+TEST(Wildcard, OfWindowsHasRulesOfItsOwnForDotsAndQuestionMarks) {
+  EXPECT_TRUE(MatchesDosWildcard("a*.*", "ab"));
+  EXPECT_TRUE(MatchesDosWildcard("report?.txt", "report.txt"));
+  EXPECT_TRUE(MatchesDosWildcard("report?.txt", "report1.txt"));
+  EXPECT_FALSE(MatchesDosWildcard("report?.txt", "report12.txt"));
+  EXPECT_TRUE(MatchesDosWildcard("????????.???", "name"));
+  EXPECT_TRUE(MatchesDosWildcard("????????.???", "name.c"));
+  EXPECT_FALSE(MatchesDosWildcard("????????.???", "name.html"));
+  EXPECT_TRUE(MatchesDosWildcard("*.", "readme"));
+  EXPECT_FALSE(MatchesDosWildcard("*.", "readme.txt"));
+  EXPECT_FALSE(MatchesDosWildcard("?a", "a"));  // one before anything else than a dot
+  EXPECT_FALSE(MatchesDosWildcard("*.txt", "name.txtx"));
+  EXPECT_TRUE(MatchesDosWildcard("*.t?", "name.TX"));
+}
+
+TEST(FindFile, ReadsThePatternAsTheSystemDoes) {
+  const TempDir dir;
+  for (const char* name : {"log", "log.txt", "log1.txt", "logs.old"}) {
+    dir.Write(name, "");
+  }
+  const std::size_t onWindows = kOnWindows ? 1 : 0;
+  EXPECT_EQ(Names(dir.Path(), "log*.*").size(), 3 + onWindows);
+  EXPECT_EQ(Names(dir.Path(), "log?.txt").size(), 1 + onWindows);
+  EXPECT_EQ(Names(dir.Path(), "log*.").size(), onWindows);
 }
 
 TEST(Wildcard, FoldsTheLettersOfTheSystem) {
@@ -123,7 +176,7 @@ TEST(Wildcard, FoldsTheLettersOfTheSystem) {
 TEST(Wildcard, StarDotStarIsStar) {
   EXPECT_TRUE(MatchesWildcard("*.*", "noextension"));
   EXPECT_TRUE(MatchesWildcard("*.*", ""));
-  EXPECT_FALSE(MatchesWildcard("a*.*", "ab"));
+  EXPECT_EQ(MatchesWildcard("a*.*", "ab"), kOnWindows);
 }
 
 TEST(Wildcard, ManyStarsTakeNoTimeToSpeakOf) {
