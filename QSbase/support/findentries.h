@@ -13,8 +13,14 @@
 namespace qsbase::detail {
 
 /// Whether the whole name matches: "*" is any run of bytes, "?" one byte, ASCII letters match in either case (on
-/// Windows those of Windows-1252), and the pattern "*.*" is "*". Takes at most pattern times name steps.
+/// Windows those of Windows-1252), and the pattern "*.*" is "*". On Windows with the rules of MatchesDosWildcard. Takes
+/// at most pattern times name steps.
 bool MatchesWildcard(std::string_view pattern, std::string_view name);
+
+/// How Windows compares a name: "?" also stands for nothing before a dot and at the end of the name, a "." before "?"
+/// or "*" for nothing at the end, and a final "*." is a run without the name's last dot: "*." names what has no
+/// extension. Short aliases of long names, which a volume may or may not keep, are not looked at.
+bool MatchesDosWildcard(std::string_view pattern, std::string_view name);
 
 /// "." or "..".
 bool IsDotEntry(std::string_view name);

@@ -24,12 +24,16 @@ namespace {
 //
 // What counts as the same letter: Windows compares names without case, also beyond ASCII. The bytes of a Linux name are
 // mostly UTF-8, where the table would take parts of other characters for letters.
+// What a pattern means: Windows has rules of its own for dots and question marks, which go back to names of eight and
+// three characters.
 #ifdef _WIN32
+constexpr bool kDosWildcards = true;
 constexpr const char* kDirectoryEnds = "\\:";
 constexpr const char* kUnaddressable = "\\/:*?\"<>|";
 
 char FoldCase(char c) { return static_cast<char>(kLowerMap[static_cast<unsigned char>(c)]); }
 #else
+constexpr bool kDosWildcards = false;
 constexpr const char* kDirectoryEnds = "\\";
 constexpr const char* kUnaddressable = "\\";
 
@@ -59,13 +63,76 @@ void FindMatching(DirReader& reader, const std::string& pattern, EntryDetail det
   }
 }
 
-}  // namespace
+// What Windows makes of a pattern before it compares names. The three signs stand in no name.
+constexpr char kDosStar = '<';      // any run, but not the last dot
+constexpr char kDosQuestion = '>';  // one byte, or nothing before a dot and at the end
+constexpr char kDosDot = '"';       // a dot, or nothing at the end
+
+std::string DosExpression(std::string_view pattern) {
+  std::string result;
+  for (std::size_t i = 0; i < pattern.size(); ++i) {
+    const bool last = i + 1 == pattern.size();
+    if (pattern[i] == '?') {
+      result += kDosQuestion;
+    } else if (pattern[i] == '.' && last && i > 0 && pattern[i - 1] == '*') {
+      result.back() = kDosStar;
+    } else if (pattern[i] == '.' && !last && (pattern[i + 1] == '?' || pattern[i + 1] == '*')) {
+      result += kDosDot;
+    } else {
+      result += pattern[i];
+    }
+  }
+  return result;
+}
+
+// Adds the places in the expression that are reached without taking a byte. At the end of the name `next` is 0.
+void AddEmptyMatches(const std::string& expression, char next, std::vector<char>& places) {
+  for (std::size_t i = 0; i < expression.size(); ++i) {
+    const char e = expression[i];
+    const bool empty = e == '*' || e == kDosStar || (e == kDosQuestion && (next == '.' || next == '\0')) ||
+                       (e == kDosDot && next == '\0');
+    places[i + 1] = places[i + 1] != 0 || (places[i] != 0 && empty) ? 1 : 0;
+  }
+}
+
+// Whether the expression's sign takes the byte, and (for a run) stays where it is.
+bool Takes(char e, char c, bool lastDot) {
+  switch (e) {
+    case '*':
+      return true;
+    case kDosStar:
+      return !lastDot;
+    case kDosQuestion:
+      return c != '.';
+    case kDosDot:
+      return c == '.';
+    default:
+      return FoldCase(e) == FoldCase(c);
+  }
+}
+
+// Follows all ways through the expression at once.
+bool MatchesExpression(const std::string& expression, std::string_view name) {
+  std::vector<char> places(expression.size() + 1, 0);
+  places[0] = 1;
+  const std::size_t lastDot = name.rfind('.');
+  for (std::size_t n = 0; n < name.size(); ++n) {
+    AddEmptyMatches(expression, name[n], places);
+    std::vector<char> reached(places.size(), 0);
+    for (std::size_t i = 0; i < expression.size(); ++i) {
+      if (places[i] != 0 && Takes(expression[i], name[n], n == lastDot)) {
+        const bool run = expression[i] == '*' || expression[i] == kDosStar;
+        reached[run ? i : i + 1] = 1;
+      }
+    }
+    places.swap(reached);
+  }
+  AddEmptyMatches(expression, '\0', places);
+  return places.back() != 0;
+}
 
 // On a mismatch only the last "*" is asked to take one byte more: what the earlier ones took stays right.
-bool MatchesWildcard(std::string_view pattern, std::string_view name) {
-  if (pattern == "*.*") {
-    return true;
-  }
+bool MatchesPlain(std::string_view pattern, std::string_view name) {
   std::size_t p = 0;
   std::size_t n = 0;
   std::size_t afterStar = std::string_view::npos;
@@ -85,6 +152,20 @@ bool MatchesWildcard(std::string_view pattern, std::string_view name) {
     }
   }
   return pattern.find_first_not_of('*', p) == std::string_view::npos;
+}
+
+}  // namespace
+
+bool MatchesDosWildcard(std::string_view pattern, std::string_view name) {
+  const std::string expression = DosExpression(pattern);
+  return expression == pattern ? MatchesPlain(pattern, name) : MatchesExpression(expression, name);
+}
+
+bool MatchesWildcard(std::string_view pattern, std::string_view name) {
+  if (pattern == "*.*") {
+    return true;
+  }
+  return kDosWildcards ? MatchesDosWildcard(pattern, name) : MatchesPlain(pattern, name);
 }
 
 bool IsDotEntry(std::string_view name) { return name == "." || name == ".."; }

@@ -17,10 +17,13 @@
 ///
 /// The pattern stands in the last component of the path only: "*" is any run of characters, "?" one character
 /// (strings are single-byte: one byte), ASCII letters match in either case, on Windows all letters of Windows-1252, and
-/// "*.*" is the same as "*". A last component without wildcard means the one object of that name, which Windows
-/// compares without case and delivers as it is stored. "." and ".." are delivered like any other name. Names that no
-/// path of this library can name are left out: on Linux those that hold a "\", on Windows those with characters that
-/// the ANSI code page lacks.
+/// "*.*" is the same as "*". On Windows the system's further rules hold: "?" also stands for nothing before a dot and
+/// at the end of a name, a "." before "?" or "*" for nothing at the end ("a*.*" is "a*"), and "*." names what has no
+/// extension; only the short aliases that a volume may keep of long names do not count.
+///
+/// A last component without wildcard means the one object of that name, which Windows compares without case and
+/// delivers as it is stored. "." and ".." are delivered like any other name. Names that no path of this library can
+/// name are left out: on Linux those that hold a "\", on Windows those with characters that the ANSI code page lacks.
 ///
 /// FindFirst takes a snapshot: what appears, changes or vanishes later does not show. Entries come in the operating
 /// system's order. A symbolic link is described itself, not its target: it is no directory and has the size 0.

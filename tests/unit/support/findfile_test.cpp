@@ -211,7 +211,7 @@ TEST(FindFile, DeliversTheDotEntriesAndHiddenNames) {
   dir.Write("plain", "");
   EXPECT_THAT(Names(dir.Path(), "*"), UnorderedElementsAre(".", "..", ".hidden", "plain"));
   EXPECT_THAT(Names(dir.Path(), "*.*"), UnorderedElementsAre(".", "..", ".hidden", "plain"));
-  EXPECT_THAT(Names(dir.Path(), "p*.*"), IsEmpty());
+  EXPECT_EQ(Names(dir.Path(), "p*.*").size(), kOnWindows ? 1U : 0U);
   CQsFindFile find(dir.Path(), "*", 0);
   for (long found = find.FindFirst(); found != -1; found = find.FindNext()) {
     const bool dot = find.Filename() == "." || find.Filename() == "..";
