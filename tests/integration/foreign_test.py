@@ -47,7 +47,7 @@ class ForeignTest(unittest.TestCase):
 
     def run_tool(self, *command, stdin=b""):
         done = subprocess.run(command, input=stdin, capture_output=True, cwd=self.folder, timeout=60, check=False)
-        self.assertEqual(done.returncode, 0, (command, done.stderr))
+        self.assertEqual(done.returncode, 0, (command, done.stdout[:200], done.stderr))
         return done.stdout
 
     def qs(self, *arguments, stdin=b""):
