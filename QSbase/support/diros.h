@@ -37,7 +37,9 @@ class DirReader {
   DirReader(const DirReader&) = delete;
   DirReader& operator=(const DirReader&) = delete;
 
-  /// Moves to the next name, "." and ".." included. False at the end or on an error; the name is then unchanged.
+  /// Moves to the next name, "." and ".." included. False at the end or on an error; the name is then unchanged. On
+  /// Windows without the names that a path of this directory cannot hold: those with characters that the code page
+  /// lacks, and those whose last dot or blank the system would drop.
   bool Next(std::string& name);
 
   /// Whether the entry that Next gave last is a real directory. False if it is gone.

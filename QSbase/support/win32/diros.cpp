@@ -1,5 +1,7 @@
 #include <QSbase/support/diros.h>
 
+#include <algorithm>
+
 #include <QSbase/support/fileos.h>
 #include <QSbase/support/win32/filedata.h>
 #include <QSbase/win32/windowsapi.h>
@@ -49,6 +51,36 @@ void Describe(const FileData& data, DirEntry& entry) {
   entry.written = ToFileTime(data.written).seconds;
 }
 
+// Listings come in Unicode: in the code page, what it lacks would show as another character that looks alike, and
+// deleting what was listed would delete the file that has that name.
+UINT FileCodePage() { return AreFileApisANSI() != 0 ? CP_ACP : CP_OEMCP; }
+
+// False if the code page lacks a character of the name.
+bool ToCodePage(const wchar_t* name, std::string& out) {
+  const UINT codePage = FileCodePage();
+  CPINFOEXA info;
+  const bool utf8 = GetCPInfoExA(codePage, 0, &info) != 0 && info.CodePage == CP_UTF8;
+  const DWORD flags = utf8 ? WC_ERR_INVALID_CHARS : WC_NO_BEST_FIT_CHARS;
+  char bytes[4 * MAX_PATH];
+  BOOL lacks = FALSE;
+  const int size =
+      WideCharToMultiByte(codePage, flags, name, -1, bytes, sizeof bytes, nullptr, utf8 ? nullptr : &lacks);
+  if (size <= 0 || lacks != FALSE) {
+    return false;
+  }
+  out = bytes;
+  return true;
+}
+
+HANDLE FindFirst(const std::string& pattern, WIN32_FIND_DATAW& found) {
+  const UINT codePage = FileCodePage();
+  const auto length = static_cast<int>(pattern.size());
+  std::wstring wide(pattern.size(), L'\0');  // never more characters than bytes
+  wide.resize(static_cast<std::size_t>(
+      std::max(MultiByteToWideChar(codePage, 0, pattern.data(), length, wide.data(), length), 0)));
+  return FindFirstFileW(wide.c_str(), &found);
+}
+
 // The last component as the directory has it: in its own case, the long name for a short one, without the dots and
 // blanks that the system drops. As given where no directory has it (a root), or where it would be taken for a pattern.
 std::string StoredName(const std::string& path) {
@@ -57,16 +89,25 @@ std::string StoredName(const std::string& path) {
     return given;
   }
   const LastErrorGuard keep;
-  WIN32_FIND_DATAA found;
-  const HANDLE search = FindFirstFileA(path.c_str(), &found);
+  WIN32_FIND_DATAW found;
+  const HANDLE search = FindFirst(path, found);
   if (search == INVALID_HANDLE_VALUE) {
     return given;
   }
   FindClose(search);
-  return found.cFileName;
+  std::string stored;
+  return ToCodePage(found.cFileName, stored) ? stored : given;
 }
 
-FileData DataOf(const WIN32_FIND_DATAA& found) {
+// A dot or blank at the end of a name is dropped from a path, which then names another file. A path that says that it
+// is to be taken as it is keeps it.
+bool EndIsDropped(const std::string& name) {
+  return name != "." && name != ".." && (name.back() == '.' || name.back() == ' ');
+}
+
+bool IsTakenAsItIs(const std::string& path) { return path.compare(0, 4, "\\\\?\\") == 0; }
+
+FileData DataOf(const WIN32_FIND_DATAW& found) {
   FileData data;
   Fill(found, data);
   data.tag = data.Has(FILE_ATTRIBUTE_REPARSE_POINT) ? found.dwReserved0 : 0;
@@ -89,7 +130,17 @@ struct DirReader::Stream {
   HANDLE handle = INVALID_HANDLE_VALUE;
   bool first = true;     // the search brought its first entry along
   bool current = false;  // the record holds the entry that Next gave last
-  WIN32_FIND_DATAA record;
+  bool anyEnd = false;   // of a name: the path takes them all
+  WIN32_FIND_DATAW record;
+  std::string name;  // the record's
+
+  bool Step() {
+    current = first || FindNextFileW(handle, &record) != 0;
+    first = false;
+    return current;
+  }
+
+  bool CanBeNamed() { return ToCodePage(record.cFileName, name) && !name.empty() && (anyEnd || !EndIsDropped(name)); }
 };
 
 DirReader::DirReader(const std::string& dir, LinkRule rule) : _stream(std::make_unique<Stream>()) {
@@ -101,7 +152,8 @@ DirReader::DirReader(const std::string& dir, LinkRule rule) : _stream(std::make_
     SetLastError(ERROR_DIRECTORY);
     return;
   }
-  _stream->handle = FindFirstFileA(EverythingIn(path).c_str(), &_stream->record);
+  _stream->anyEnd = IsTakenAsItIs(path);
+  _stream->handle = FindFirst(EverythingIn(path), _stream->record);
 }
 
 DirReader::~DirReader() = default;
@@ -110,12 +162,13 @@ bool DirReader::Next(std::string& name) {
   if (_stream->handle == INVALID_HANDLE_VALUE) {
     return false;
   }
-  _stream->current = _stream->first || FindNextFileA(_stream->handle, &_stream->record) != 0;
-  _stream->first = false;
-  if (_stream->current) {
-    name = _stream->record.cFileName;
+  while (_stream->Step()) {
+    if (_stream->CanBeNamed()) {
+      name = _stream->name;
+      return true;
+    }
   }
-  return _stream->current;
+  return false;
 }
 
 bool DirReader::IsDirectory() const { return _stream->current && DataOf(_stream->record).IsDirectory(); }
@@ -124,7 +177,7 @@ bool DirReader::Describe(DirEntry& entry) const {
   if (!_stream->current) {
     return false;
   }
-  entry.name = _stream->record.cFileName;
+  entry.name = _stream->name;
   detail::Describe(DataOf(_stream->record), entry);
   return true;
 }

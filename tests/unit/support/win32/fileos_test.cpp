@@ -18,6 +18,7 @@
 #include <common/tempdir.h>
 
 #include <QSbase/errors.h>
+#include <QSbase/support/cleanup.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/paths.h>
 #include <QSbase/support/qsfile.h>
@@ -333,6 +334,46 @@ TEST_F(WindowsFileTest, TrailingDotsAndBlanksAreNoPartOfTheName) {
   EXPECT_TRUE(SaveBinaryFile(_dir / "a. .", "x", false));
   EXPECT_THAT(NamesIn(_dir.Path()), ElementsAre("a"));
   EXPECT_EQ(LoadBinaryFile(_dir / "a..."), "x");
+}
+
+// Such names come from programs that use the system's Unicode interface.
+TEST_F(WindowsFileTest, NamesBeyondTheCodePageAreNotTakenForThoseThatLookAlike) {
+  const fs::path dir(_dir.Path());
+  _dir.Write("a.txt", "mine");
+  std::ofstream(dir / L"\u0101.txt") << "with a macron";
+  std::ofstream(dir / L"\u4e00.txt") << "an ideograph";
+  std::ofstream(dir / L"\u00e4.txt") << "in the code page";
+  std::vector<std::string> names;
+  QsBuildFileList(_dir.Path(), "*", names, 1, -1);
+  EXPECT_THAT(names, UnorderedElementsAre("a.txt", "\xe4.txt"));
+  EXPECT_EQ(QsGetDirFileCount(_dir.Path()), 2U);
+  EXPECT_EQ(QsDeleteFiles(_dir / "*", true), 2U);
+  EXPECT_TRUE(fs::exists(dir / L"\u0101.txt"));
+  EXPECT_FALSE(QsDeleteDirectoryRecurse(_dir.Path(), true, -1, true, nullptr, true));
+  EXPECT_TRUE(fs::remove(dir / L"\u0101.txt"));
+  EXPECT_TRUE(fs::remove(dir / L"\u4e00.txt"));
+}
+
+TEST_F(WindowsFileTest, NamesWithADotOrBlankAtTheEndAreNotTakenForThoseWithout) {
+  const std::string verbatim = "\\\\?\\" + Canonical("");
+  for (const char* name : {"dot", "dot.", "blank "}) {
+    const HANDLE file = CreateFileA((verbatim + name).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+    ASSERT_NE(file, INVALID_HANDLE_VALUE) << name;
+    CloseHandle(file);
+  }
+  ASSERT_NE(CreateDirectoryA((verbatim + "dir.").c_str(), nullptr), 0);
+  ASSERT_TRUE(QsCreateDirectory((_dir / "dir").c_str()));
+  std::vector<std::string> names;
+  QsBuildFileList(_dir.Path(), "*", names, 3, -1);
+  EXPECT_THAT(names, UnorderedElementsAre("dot", "dir"));
+  EXPECT_EQ(QsGetDirEntryCount(_dir.Path()), 2U);
+  EXPECT_EQ(QsDeleteFiles(_dir / "*", true), 1U);
+
+  // A path that the system is to take as it is names them all.
+  QsBuildFileList(verbatim, "*", names, 3, -1);
+  EXPECT_THAT(names, UnorderedElementsAre("dot.", "blank ", "dir.", "dir"));
+  EXPECT_TRUE(QsDeleteDirectoryRecurse(verbatim, false, -1, true, nullptr, false));
+  EXPECT_THAT(NamesIn(_dir.Path()), IsEmpty());
 }
 
 TEST_F(WindowsFileTest, CaseIsNoDifference) {
