@@ -21,6 +21,7 @@ import re
 import select
 import signal
 import ssl
+import struct
 import subprocess
 import sys
 import tempfile
@@ -468,6 +469,31 @@ class Tls(Case):
 
     def test_unknown_authority_is_refused(self):
         self.check_refused(f"https://localhost:{self.port}/a.txt")
+
+    def trust(self):
+        """Puts the certificate into the user's store of the system, in the form that the store has in the registry."""
+        der = ssl.PEM_cert_to_DER_cert(self.certificate.read_text())
+        key = r"HKCU\Software\Microsoft\SystemCertificates\Root\Certificates" + "\\" + hashlib.sha1(der).hexdigest().upper()
+        blob = struct.pack("<III", 32, 1, len(der)) + der
+        subprocess.run(QS.system_command("reg", "add", key, "/v", "Blob", "/t", "REG_BINARY", "/d", blob.hex(), "/f"),
+                       check=True, capture_output=True, timeout=60)
+        self.addCleanup(subprocess.run, QS.system_command("reg", "delete", key, "/f"), check=True, capture_output=True)
+
+    def test_authorities_of_the_system(self):
+        if not QS.windows:
+            self.skipTest("the authorities of this machine are not the test's to change; those of Wine's prefix are")
+        self.trust()
+        self.fetch(f"https://localhost:{self.port}/a.txt")
+        self.assertEqual(self.stored(), {"a.txt": b"by TLS"})
+
+    def test_a_file_of_authorities_stands_for_those_of_the_system(self):
+        if not QS.windows:
+            self.skipTest("the authorities of this machine are not the test's to change; those of Wine's prefix are")
+        self.trust()
+        other = self.root / "other.pem"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=other",
+                        "-keyout", self.root / "other.key", "-out", other], check=True, capture_output=True)
+        self.check_refused(f"https://localhost:{self.port}/a.txt", "--ca", other)
 
     def test_other_host_name_is_refused(self):
         self.check_refused(f"https://127.0.0.1:{self.port}/a.txt", "--ca", self.certificate)

@@ -27,6 +27,10 @@ class Program:
         # Wine hands on every variable but this one.
         return [*self._launcher, "cmd", "/c", f"set TMP={self.native(folder)}&& {self.native(self._path)} {' '.join(words)}"]
 
+    def system_command(self, *words):
+        """The command line of a program of Windows itself."""
+        return [*self._launcher, *words]
+
     def native(self, path):
         return "Z:" + str(path).replace("/", "\\") if self.windows else str(path)
 
