@@ -168,6 +168,8 @@ class Transfer {
     Set(CURLOPT_SSL_VERIFYPEER, _request.verifyPeer ? 1L : 0L);
     if (!_request.caInfoFile.empty() && _request.verifyPeer) {
       Set(CURLOPT_CAINFO, QsNativePath(_request.caInfoFile).c_str());
+    } else {
+      Set(CURLOPT_SSL_OPTIONS, static_cast<long>(CURLSSLOPT_NATIVE_CA));  // Windows: its certificate store
     }
     if (_request.tcpNoDelay != 0) {
       Set(CURLOPT_TCP_NODELAY, static_cast<long>(_request.tcpNoDelay));
