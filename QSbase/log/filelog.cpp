@@ -15,6 +15,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -90,6 +91,8 @@ class LogFile {
   /// Changes the line, and the byte behind it.
   void Write(char* line, std::size_t length, bool mayRotate);
   void Flush();
+  /// Closes the file. What is logged still opens it again, without a buffer.
+  void End();
 
  private:
   static constexpr std::size_t kBufferSize = 16384;
@@ -98,11 +101,13 @@ class LogFile {
   void Rotate();
   bool IsFull();
   bool MustAskSize();
+  void Open();
 
   FileLoggingConfig _config;
   QsFile _file;
   std::array<char, kBufferSize> _streamBuffer;
   bool _rotatePending = true;
+  bool _ended = false;
   std::chrono::steady_clock::time_point _asked;  // when the system was
   bool _buffered = false;                        // the stream may hold bytes that the file lacks
   std::int64_t _size = -1;                       // as last asked, plus what was written since; -1 unknown
@@ -126,6 +131,9 @@ void LogFile::Write(char* line, std::size_t length, bool mayRotate) {
   }
   if (_rotatePending && mayRotate) {
     Rotate();
+  }
+  if (_ended && !_file.IsOpen()) {
+    Open();
   }
   if (!_file.IsOpen()) {
     return;
@@ -188,9 +196,25 @@ void LogFile::Rotate() {
     qsbase::detail::MoveToBackup(current, backupDirectory, DateTime2string(QsDateTime::Now(), true, true),
                                  _config.logFileName);
   }
-  if (_file.Open(current.c_str(), "a")) {
+  Open();
+}
+
+void LogFile::Open() {
+  if (!_file.Open(ConstructPath(_config.logDirectory, _config.logFileName).c_str(), "a")) {
+    return;
+  }
+  if (_ended) {
+    std::setvbuf(_file, nullptr, _IONBF, 0);
+  } else {
     std::setvbuf(_file, _streamBuffer.data(), _IOFBF, _streamBuffer.size());
   }
+}
+
+void LogFile::End() {
+  _ended = true;
+  _file.Close();
+  _buffered = false;
+  _size = -1;
 }
 
 // ---- the stage ------------------------------------------------------------------------------------------------------
@@ -200,6 +224,7 @@ class OutputStage {
  public:
   OutputStage() {
     qsbase::detail::OsAroundFork([] { Get().HoldForFork(); }, [] { Get().ReleaseAfterFork(); });
+    std::atexit([] { Get().End(); });  // of this library, where it is unloaded before the process ends
   }
 
   static OutputStage& Get() {
@@ -217,6 +242,7 @@ class OutputStage {
   void WriteToFile(char* line, std::size_t length);
   void HoldForFork();
   void ReleaseAfterFork();
+  void End();
 
   std::mutex _fileLock;
   LogFile _file;
@@ -260,6 +286,16 @@ void OutputStage::HoldForFork() {
 void OutputStage::ReleaseAfterFork() {
   threadState.forking = false;
   _fileLock.unlock();
+}
+
+/// The C library would write out the stream's buffer when that has gone with the library, and the file would stay open.
+/// A thread that was ended inside the stage has left the lock behind; one that is there now keeps the file.
+void OutputStage::End() {
+  const LastErrorGuard keepLastError;
+  const std::unique_lock<std::mutex> lock(_fileLock, std::try_to_lock);
+  if (lock.owns_lock()) {
+    _file.End();
+  }
 }
 
 void OutputStage::Configure(const FileLoggingConfig& config) {

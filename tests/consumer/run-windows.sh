@@ -1,7 +1,7 @@
 #!/bin/sh
 # run-windows.sh BUILD SOURCE ARCH: installs the build into a folder of its own, builds the consumers against it as
 # C++17 with the toolchain file of ARCH and runs them under Wine: against the import library, against the static
-# library, and without either by LoadLibrary.
+# library, without either by LoadLibrary, and within plug-ins that are unloaded again.
 set -eu
 build=$1
 source=$2
@@ -25,6 +25,11 @@ for program in consumer_QSbase windows_h_FIRST windows_h_LAST; do
   run "$work/cmake/$program.exe"
 done
 run "$work/cmake/loadlibrary.exe" libQSbase.dll
+cd "$work/cmake"
+for plugin in plugin_QSbase plugin_QSbase_static; do
+  run ./unload.exe $plugin.dll
+done
+cd "$source"
 
 # By hand with the flags of qsbase.pc, everything in one file.
 flags() {

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -46,6 +47,7 @@ namespace {
 namespace fs = std::filesystem;
 using qsbase::testing::kOnWindows;
 using qsbase::testing::LogCapture;
+using qsbase::testing::SetEnvironment;
 using qsbase::testing::TempDir;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -604,6 +606,52 @@ TEST_F(FileLog, AFailedPositionQueryDoesNotRotate) {
   Log("lost");
   EXPECT_THAT(Backups(), IsEmpty());
   EXPECT_EQ(TempDir::Read(LogPath()), "text" + kLineEnd);
+}
+
+/// The folder of the run that ends, from the one that started it.
+constexpr const char* kEndedIn = "QSBASE_TEST_ENDED_IN";
+
+std::string AllLines(const std::string& path) {
+  std::string all;
+  for (const std::string& line : Lines(TempDir::Read(path))) {
+    all += line + ";";
+  }
+  return all;
+}
+
+/// Made before the log file, so that it goes after the library has let go of that.
+struct LastLogger {
+  ~LastLogger() {
+    const std::string before = AllLines(path);
+    Log("after");
+    std::fprintf(stderr, "then %s now %s", before.c_str(), AllLines(path).c_str());
+  }
+  std::string path;
+};
+
+[[noreturn]] void LogToTheEnd() {
+  const std::string dir = std::getenv(kEndedIn);
+  static const LastLogger last{dir + "/a.log"};
+  FileLoggingConfig config;
+  config.enabled = true;
+  config.logDirectory = dir;
+  config.logFileName = "a.log";
+  config.backupDirectory = dir + "/backup";
+  config.lineFormatter = &JustTheText;
+  QsSetLogLevel(3);
+  InitLogConfig(config, false);
+  Log("before");
+  std::exit(0);
+}
+
+TEST(FileLogDeathTest, TheEndOfTheProcessClosesTheFileAndLaterLinesStillReachIt) {
+  ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  std::unique_ptr<TempDir> dir;
+  if (std::getenv(kEndedIn) == nullptr) {  // the run that ends comes by here, too
+    dir = std::make_unique<TempDir>();
+    SetEnvironment(kEndedIn, dir->Path());
+  }
+  EXPECT_EXIT(LogToTheEnd(), ::testing::ExitedWithCode(0), "then before; now before;after;");
 }
 
 TEST(OsStreamFileSize, CountsWhatIsInTheFileAndFailsWithMinusOne) {
