@@ -130,6 +130,20 @@ class TempDir {
   std::string _path;
 };
 
+/// Makes a folder the current one for one test.
+class ScopedCurrentDirectory {
+ public:
+  explicit ScopedCurrentDirectory(const std::string& dir) : _before(std::filesystem::current_path()) {
+    std::filesystem::current_path(dir);
+  }
+  ~ScopedCurrentDirectory() { std::filesystem::current_path(_before); }
+  ScopedCurrentDirectory(const ScopedCurrentDirectory&) = delete;
+  ScopedCurrentDirectory& operator=(const ScopedCurrentDirectory&) = delete;
+
+ private:
+  std::filesystem::path _before;
+};
+
 }  // namespace qsbase::testing
 
 #endif

@@ -4,36 +4,14 @@
 #include <QSbase/net/http.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <limits>
-#include <new>
 #include <string>
 #include <vector>
 
+#include <common/memorylimit.h>
 #include <common/tempdir.h>
 
 #include "fetch.h"
 #include "origin.h"
-
-namespace {
-
-// Of this thread: the origin's has all it wants.
-thread_local std::size_t largestAllocation = std::numeric_limits<std::size_t>::max();
-
-}  // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size);
-}
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = operator new(size, std::nothrow);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -53,9 +31,9 @@ class FetchTest : public testing::Test {
     options.outputFolder = _dir / "out";
     options.urls = {origin.UrlOf("big.bin"), origin.UrlOf("small.txt")};
     std::string problem;
-    largestAllocation = limit;
+    qsbase::testing::largestAllocation = limit;  // of this thread: the origin has all it wants
     std::vector<qs::Outcome> outcomes = qs::FetchAll(options, problem);
-    largestAllocation = std::numeric_limits<std::size_t>::max();
+    qsbase::testing::largestAllocation = qsbase::testing::kNoLimit;
     EXPECT_EQ(problem, "");
     return outcomes;
   }

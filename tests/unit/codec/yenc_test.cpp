@@ -4,17 +4,14 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
-#include <new>
 #include <random>
 #include <string>
 #include <vector>
 
-namespace {
+#include <common/memorylimit.h>
 
-/// While it is not 0, operator new fails for this size and larger ones.
-std::size_t failingSize = 0;
+namespace {
 
 constexpr int kHeader = 0x1000;
 constexpr int kFind = 0x2000;
@@ -451,12 +448,12 @@ TEST(YEncBlock, NoMemoryForALongNameIsAStatus) {
   const char* end = "x";
   const char* data = "x";
   unsigned int dataLength = 77;
-  failingSize = 5000;
+  qsbase::testing::largestAllocation = 4999;
   const int encoded = CEncodeDecode::EncodeYEnc("abc", 3, &out, length, header, kHeader);
   const int measured = CEncodeDecode::CalcEncodedMemoryYEnc("abc", 3, size, header, kHeader);
   const int found = CEncodeDecode::FindYEncDataBlock(text.data(), SizeOf(text), begin, end, data, dataLength, &read);
   const int decoded = CEncodeDecode::DecodeYEnc(text.data(), SizeOf(text), &out, length, kFind, &read);
-  failingSize = 0;
+  qsbase::testing::largestAllocation = qsbase::testing::kNoLimit;
   EXPECT_EQ(encoded, -3);
   EXPECT_EQ(measured, -3);
   EXPECT_EQ(found, -3);
@@ -709,14 +706,3 @@ TEST(YEncData, ThroughTheDispatchTheLineIs128) {
 }
 
 }  // namespace
-
-// Not inlined: GCC takes a half-inlined pair for a mismatched one.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = failingSize != 0 && size >= failingSize ? nullptr : std::malloc(size == 0 ? 1 : size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }

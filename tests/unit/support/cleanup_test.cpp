@@ -41,6 +41,7 @@ using qsbase::testing::LogCapture;
 using qsbase::testing::MakeDirectoryLink;
 using qsbase::testing::MakeLink;
 using qsbase::testing::MatchesPattern;
+using qsbase::testing::ScopedCurrentDirectory;
 using qsbase::testing::SetEnvironment;
 using qsbase::testing::SetReadOnly;
 using qsbase::testing::SetTimes;
@@ -95,18 +96,6 @@ bool WithoutRoot(const std::function<bool()>& check) {
   return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 #endif
-
-// Makes a directory the current one for one test.
-class ScopedCurrentDirectory {
- public:
-  explicit ScopedCurrentDirectory(const std::string& dir) : _before(fs::current_path()) { fs::current_path(dir); }
-  ~ScopedCurrentDirectory() { fs::current_path(_before); }
-  ScopedCurrentDirectory(const ScopedCurrentDirectory&) = delete;
-  ScopedCurrentDirectory& operator=(const ScopedCurrentDirectory&) = delete;
-
- private:
-  fs::path _before;
-};
 
 class Tree : public ::testing::Test {
  protected:

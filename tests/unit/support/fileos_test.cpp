@@ -5,13 +5,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <limits>
-#include <new>
 #include <string>
 #include <vector>
 
 #include <common/logcapture.h>
+#include <common/memorylimit.h>
 #include <common/platform.h>
 #include <common/tempdir.h>
 
@@ -22,28 +21,8 @@
 
 namespace {
 
-std::size_t largestAllocation = std::numeric_limits<std::size_t>::max();
-
-void* Allocate(std::size_t size) { return size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size); }
-
-}  // namespace
-
-// Large allocations fail on demand.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = Allocate(size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete[](void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-
-namespace {
-
+using qsbase::testing::kNoLimit;
+using qsbase::testing::largestAllocation;
 using qsbase::testing::LogCapture;
 using qsbase::testing::Resize;
 using qsbase::testing::TempDir;
@@ -59,7 +38,7 @@ const std::vector<std::int64_t> kSizes = {k2GiB - 1, k2GiB, k2GiB + 1, k4GiB - 1
 class ScopedMemoryLimit {
  public:
   ScopedMemoryLimit() { largestAllocation = 10000000; }
-  ~ScopedMemoryLimit() { largestAllocation = std::numeric_limits<std::size_t>::max(); }
+  ~ScopedMemoryLimit() { largestAllocation = kNoLimit; }
   ScopedMemoryLimit(const ScopedMemoryLimit&) = delete;
   ScopedMemoryLimit& operator=(const ScopedMemoryLimit&) = delete;
 };

@@ -24,20 +24,18 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <limits>
 #include <memory>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <common/logcapture.h>
 #include <common/matchers.h>
+#include <common/memorylimit.h>
 #include <common/platform.h>
 #include <common/tempdir.h>
 
@@ -47,11 +45,6 @@
 #include <QSbase/support/paths.h>
 
 namespace {
-
-std::size_t largestAllocation = std::numeric_limits<std::size_t>::max();
-
-// Of the array that a caller gets.
-std::size_t lastArraySize = 0;
 
 #ifndef _WIN32
 // What the kernel or the file system is to lack.
@@ -69,30 +62,7 @@ void Record(const char* call) {
 }
 #endif
 
-void* Allocate(std::size_t size) { return size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size); }
-
-void* AllocateOrThrow(std::size_t size) {
-  void* const memory = Allocate(size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-
 }  // namespace
-
-// Large allocations fail on demand.
-[[gnu::noinline]] void* operator new(std::size_t size) { return AllocateOrThrow(size); }
-[[gnu::noinline]] void* operator new[](std::size_t size) { return AllocateOrThrow(size); }
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
-[[gnu::noinline]] void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-  lastArraySize = size;
-  return Allocate(size);
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete[](void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
 
 #ifndef _WIN32
 extern "C" {
@@ -139,6 +109,7 @@ using qsbase::testing::kFileIsThere;
 using qsbase::testing::kIsADirectory;
 using qsbase::testing::kLinksStay;
 using qsbase::testing::kNameIsTaken;
+using qsbase::testing::kNoLimit;
 using qsbase::testing::kNoLinks;
 using qsbase::testing::kNoSuchDirectory;
 using qsbase::testing::kNoSuchFile;
@@ -147,6 +118,8 @@ using qsbase::testing::kOnWindows;
 using qsbase::testing::kReadOnlyIsWritten;
 using qsbase::testing::kSameFile;
 using qsbase::testing::kSecond;
+using qsbase::testing::largestAllocation;
+using qsbase::testing::lastArraySize;
 using qsbase::testing::LogCapture;
 using qsbase::testing::MakeDirectoryLink;
 using qsbase::testing::MakeLink;
@@ -1448,7 +1421,7 @@ TEST_F(FileSupportTest, LoadFilePartWithoutMemory) {
   const std::string whole = messageOf(-1);
   const std::string negative = messageOf(-2);
   const std::string head = messageOf(10);
-  largestAllocation = std::numeric_limits<std::size_t>::max();
+  largestAllocation = kNoLimit;
   EXPECT_THAT(whole, MatchesPattern(kText));
   EXPECT_THAT(negative, MatchesPattern(kText));
   EXPECT_EQ(head, "nothing thrown");
@@ -1531,7 +1504,7 @@ TEST_F(FileSupportTest, GetFileContentWithoutMemoryIsLogged) {
   LogCapture log;
   largestAllocation = 10000000;
   const std::string content = GetFileContent(stream);
-  largestAllocation = std::numeric_limits<std::size_t>::max();
+  largestAllocation = kNoLimit;
   std::fclose(stream);
   EXPECT_EQ(content, "");
   ASSERT_EQ(log.Messages().size(), 1u);
@@ -2035,7 +2008,7 @@ TEST_F(FileSupportTest, ReadFileToBufferLimitIs4GiB) {
   EXPECT_STREQ(loaded.bytes.get(), "start");
   largestAllocation = 10000000;
   const int withoutMemory = ReadToBuffer(path, 4294967295, true, 0).result;
-  largestAllocation = std::numeric_limits<std::size_t>::max();
+  largestAllocation = kNoLimit;
   EXPECT_EQ(withoutMemory, -3);
 }
 
@@ -2168,7 +2141,7 @@ TEST_F(FileSupportTest, CompareWithoutMemoryOrPermission) {
   const std::string b = _dir.Write("b", "abc");
   largestAllocation = 10000000;
   const int withoutMemory = Compare(a, b, 0, 4294967295);
-  largestAllocation = std::numeric_limits<std::size_t>::max();
+  largestAllocation = kNoLimit;
   EXPECT_EQ(withoutMemory, -6);
 #ifndef _WIN32
   OpenFolder(_dir);

@@ -8,16 +8,15 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <limits>
 #include <list>
-#include <new>
 #include <string>
 #include <vector>
 
 #include <common/logcapture.h>
+#include <common/memorylimit.h>
 #include <common/platform.h>
 #include <common/tempdir.h>
 
@@ -27,28 +26,13 @@
 
 namespace {
 
-bool failAllocations = false;
-
-}  // namespace
-
-// Allocations fail on demand, so that an object can be made without memory.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = failAllocations ? nullptr : std::malloc(size == 0 ? 1 : size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-
-namespace {
-
 using qsbase::detail::MatchesDosWildcard;
 using qsbase::detail::MatchesWildcard;
+using qsbase::testing::kNoLimit;
 using qsbase::testing::kNoLinks;
 using qsbase::testing::kOnWindows;
 using qsbase::testing::kSecond;
+using qsbase::testing::largestAllocation;
 using qsbase::testing::LogCapture;
 using qsbase::testing::MakeDirectoryLink;
 using qsbase::testing::MakeLink;
@@ -491,10 +475,10 @@ TEST(FindFile, SkipsNamesThatNoPathCanName) {
 TEST(FindFile, WithoutMemoryItIsAnEmptySearch) {
   const std::string pattern = "*";
   const std::string dir = "a directory with a long name";
-  failAllocations = true;
+  largestAllocation = 0;
   CQsFindFile find(pattern, 0);
   CQsFindFile joined(dir, pattern, 0);
-  failAllocations = false;
+  largestAllocation = kNoLimit;
   for (CQsFindFile* object : {&find, &joined}) {
     EXPECT_EQ(object->FindFirst(), 0);
     EXPECT_EQ(object->FindNext(), -1);

@@ -34,6 +34,7 @@ using qsbase::testing::LogCapture;
 using qsbase::testing::MatchesPattern;
 using qsbase::testing::NamesIn;
 using qsbase::testing::ReadOnlyRefusesWriting;
+using qsbase::testing::ScopedCurrentDirectory;
 using qsbase::testing::SetEnvironment;
 using qsbase::testing::SetReadOnly;
 using qsbase::testing::TempDir;
@@ -79,18 +80,6 @@ class WindowsFileTest : public ::testing::Test {
   std::string Canonical(const std::string& name) const { return QsTranslateFilename(_dir / name); }
 
   TempDir _dir;
-};
-
-// Makes the folder the current one for one test.
-class ScopedCurrentDirectory {
- public:
-  explicit ScopedCurrentDirectory(const std::string& dir) : _before(fs::current_path()) { fs::current_path(dir); }
-  ~ScopedCurrentDirectory() { fs::current_path(_before); }
-  ScopedCurrentDirectory(const ScopedCurrentDirectory&) = delete;
-  ScopedCurrentDirectory& operator=(const ScopedCurrentDirectory&) = delete;
-
- private:
-  fs::path _before;
 };
 
 // ---- In use ----

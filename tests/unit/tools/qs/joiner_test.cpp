@@ -1,35 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <limits>
-#include <new>
 #include <string>
 #include <vector>
 
+#include <common/memorylimit.h>
 #include <common/platform.h>
 
 #include "joiner.h"
-
-namespace {
-
-std::size_t largestAllocation = std::numeric_limits<std::size_t>::max();
-
-}  // namespace
-
-// Large allocations fail on demand.
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return size > largestAllocation ? nullptr : std::malloc(size == 0 ? 1 : size);
-}
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  void* const memory = operator new(size, std::nothrow);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -161,9 +139,9 @@ TEST(Joiner, TooLongForTheMemory) {
     piece.part = qs::YEncPart{number, 2, begin, begin + kPart - 1, 2 * kPart, ""};
     joiner.Add(std::move(piece), 0);
   }
-  largestAllocation = kPart + kPart / 2;
+  qsbase::testing::largestAllocation = kPart + kPart / 2;
   const auto files = joiner.Join();
-  largestAllocation = std::numeric_limits<std::size_t>::max();
+  qsbase::testing::largestAllocation = qsbase::testing::kNoLimit;
   ASSERT_EQ(files.size(), 1U);
   EXPECT_EQ(files.front().file.problem, "not enough memory to put the parts together");
   EXPECT_EQ(files.front().file.data, "");
