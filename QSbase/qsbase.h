@@ -20,6 +20,7 @@
 #include <QSbase/support/qsfile.h>
 #include <QSbase/support/uniquename.h>
 #include <QSbase/sync/criticalsection.h>
+#include <QSbase/sync/event.h>
 #include <QSbase/text/datetime.h>
 #include <QSbase/text/qschar.h>
 #include <QSbase/text/qsstring.h>
