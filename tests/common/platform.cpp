@@ -16,8 +16,14 @@
 #include <windows.h>
 #include <winioctl.h>
 #else
+#include <csignal>
+#include <map>
+
 #include <fcntl.h>
+#include <spawn.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #endif
 
@@ -36,7 +42,34 @@ void Check(bool done, const char* what, const std::string& path) {
   }
 }
 
+// The environment of a child test: its task, and where it talks with its parent.
+constexpr const char* kTask = "QSBASE_TEST_TASK";
+constexpr const char* kTell = "QSBASE_TEST_TELL";
+constexpr const char* kHear = "QSBASE_TEST_HEAR";
+
+#ifdef _WIN32
+using LineEnd = void*;
+#else
+using LineEnd = int;
+#endif
+
+bool ReadByte(LineEnd end, char& byte);
+
+std::string ReadLine(LineEnd end) {
+  std::string line;
+  char byte = 0;
+  while (ReadByte(end, byte) && byte != '\n') {
+    line += byte;
+  }
+  return line;
+}
+
 }  // namespace
+
+std::string ChildTask() {
+  const char* const task = std::getenv(kTask);
+  return task == nullptr ? "" : task;
+}
 
 bool ReadOnlyRefusesWriting(const std::string& untakenPath) {
   std::ofstream(untakenPath) << "x";
@@ -275,32 +308,119 @@ void PipeReader::Close() {
   }
 }
 
-ChildTest::ChildTest(const std::string& test) : _process(nullptr) {
+namespace {
+
+constexpr DWORD kKilled = 99;
+
+void WriteLine(HANDLE pipe, const std::string& line) {
+  const std::string bytes = line + "\n";
+  DWORD written = 0;
+  WriteFile(pipe, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+}
+
+bool ReadByte(HANDLE pipe, char& byte) {
+  DWORD count = 0;
+  return ReadFile(pipe, &byte, 1, &count, nullptr) != 0 && count == 1;
+}
+
+struct Pipe {
+  HANDLE reader = INVALID_HANDLE_VALUE;
+  HANDLE writer = INVALID_HANDLE_VALUE;
+};
+
+Pipe MakePipe() {
+  SECURITY_ATTRIBUTES inheritable = {sizeof(SECURITY_ATTRIBUTES), nullptr, TRUE};
+  Pipe pipe;
+  Check(CreatePipe(&pipe.reader, &pipe.writer, &inheritable, 0) != 0, "make", "a pipe");
+  return pipe;
+}
+
+std::string Number(HANDLE handle) { return std::to_string(reinterpret_cast<std::uintptr_t>(handle)); }
+
+HANDLE HandleInEnvironment(const char* name) {
+  const char* const number = std::getenv(name);
+  return number == nullptr ? INVALID_HANDLE_VALUE : reinterpret_cast<HANDLE>(std::stoull(number));
+}
+
+// Starts the command with these two handles and no others.
+PROCESS_INFORMATION StartWith(HANDLE (&handles)[2], const std::string& program, std::string command) {
+  SIZE_T size = 0;
+  InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+  std::vector<char> buffer(size);
+  STARTUPINFOEXA startup = {};
+  startup.StartupInfo.cb = sizeof startup;
+  startup.StartupInfo.dwFlags = STARTF_USESTDHANDLES;
+  startup.lpAttributeList = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(buffer.data());
+  Check(InitializeProcThreadAttributeList(startup.lpAttributeList, 1, 0, &size) != 0, "prepare", program);
+  Check(UpdateProcThreadAttribute(startup.lpAttributeList, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, handles,
+                                  sizeof handles, nullptr, nullptr) != 0,
+        "prepare", program);
+  PROCESS_INFORMATION process = {};
+  Check(CreateProcessA(program.c_str(), command.data(), nullptr, nullptr, TRUE, EXTENDED_STARTUPINFO_PRESENT, nullptr,
+                       nullptr, &startup.StartupInfo, &process) != 0,
+        "start", program);
+  DeleteProcThreadAttributeList(startup.lpAttributeList);
+  return process;
+}
+
+}  // namespace
+
+struct ChildTest::Process {
+  HANDLE process = nullptr;
+  int id = 0;
+  HANDLE hear = INVALID_HANDLE_VALUE;
+  HANDLE tell = INVALID_HANDLE_VALUE;
+};
+
+ChildTest::ChildTest(const std::string& test, const std::string& task) : _process(std::make_unique<Process>()) {
   char program[MAX_PATH + 1] = {};
   Check(GetModuleFileNameA(nullptr, program, MAX_PATH) != 0, "find", "this program");
+  const Pipe toParent = MakePipe();
+  const Pipe toChild = MakePipe();
+  SetEnvironment(kTask, task);
+  SetEnvironment(kTell, Number(toParent.writer));
+  SetEnvironment(kHear, Number(toChild.reader));
   std::string command = "\"";
   command.append(program).append("\" --gtest_filter=").append(test);
-  STARTUPINFOA startup = {};
-  startup.cb = sizeof startup;
-  startup.dwFlags = STARTF_USESTDHANDLES;
-  PROCESS_INFORMATION process;
-  Check(CreateProcessA(program, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process) != 0,
-        "start", program);
-  CloseHandle(process.hThread);
-  _process = process.hProcess;
+  HANDLE handles[2] = {toParent.writer, toChild.reader};
+  const PROCESS_INFORMATION started = StartWith(handles, program, command);
+  for (const char* name : {kTask, kTell, kHear}) {
+    RemoveEnvironment(name);
+  }
+  for (HANDLE unused : {toParent.writer, toChild.reader, started.hThread}) {
+    CloseHandle(unused);
+  }
+  *_process = {started.hProcess, static_cast<int>(started.dwProcessId), toParent.reader, toChild.writer};
 }
 
 ChildTest::~ChildTest() {
   Kill();
-  CloseHandle(_process);
+  for (HANDLE handle : {_process->process, _process->hear, _process->tell}) {
+    CloseHandle(handle);
+  }
 }
 
-bool ChildTest::IsRunning() const { return WaitForSingleObject(_process, 0) == WAIT_TIMEOUT; }
+std::string ChildTest::Hear() { return ReadLine(_process->hear); }
+
+void ChildTest::Tell(const std::string& line) { WriteLine(_process->tell, line); }
+
+bool ChildTest::IsRunning() { return WaitForSingleObject(_process->process, 0) == WAIT_TIMEOUT; }
+
+int ChildTest::Wait() {
+  DWORD code = 0;
+  WaitForSingleObject(_process->process, INFINITE);
+  Check(GetExitCodeProcess(_process->process, &code) != 0, "ask for the exit code of", "a child");
+  return static_cast<int>(code);
+}
 
 void ChildTest::Kill() {
-  TerminateProcess(_process, 99);
-  WaitForSingleObject(_process, INFINITE);
+  TerminateProcess(_process->process, kKilled);
+  WaitForSingleObject(_process->process, INFINITE);
 }
+
+void TellParent(const std::string& line) { WriteLine(HandleInEnvironment(kTell), line); }
+
+std::string HearParent() { return ReadLine(HandleInEnvironment(kHear)); }
 
 #else
 
@@ -382,6 +502,135 @@ std::vector<std::string> NamesIn(const std::string& dir) {
   return names;
 }
 
+namespace {
+
+constexpr int kKilled = 99;
+constexpr int kSignalled = 128;
+
+bool ReadByte(int socket, char& byte) {
+  ssize_t count = -1;
+  do {
+    count = recv(socket, &byte, 1, 0);
+  } while (count == -1 && errno == EINTR);
+  return count == 1;
+}
+
+void WriteLine(int socket, const std::string& line) {
+  const std::string bytes = line + "\n";
+  (void)send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);  // fails when the other side is gone
+}
+
+int SocketInEnvironment(const char* name) {
+  const char* const number = std::getenv(name);
+  return number == nullptr ? -1 : std::stoi(number);
+}
+
+int ExitCodeOf(int status) {
+  if (WIFEXITED(status)) {
+    return WEXITSTATUS(status);
+  }
+  return WTERMSIG(status) == SIGKILL ? kKilled : kSignalled + WTERMSIG(status);
+}
+
+// This process's environment without the variables of these names, and with these settings.
+std::vector<std::string> EnvironmentWith(const std::map<std::string, std::string>& settings) {
+  std::vector<std::string> result;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string text = *entry;
+    if (settings.count(text.substr(0, text.find('='))) == 0) {
+      result.push_back(text);
+    }
+  }
+  for (const auto& [name, value] : settings) {
+    result.push_back(name + "=" + value);
+  }
+  return result;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (std::string& text : texts) {
+    result.push_back(text.data());
+  }
+  result.push_back(nullptr);
+  return result;
+}
+
+// Starts this program with one socket besides what it would inherit anyway.
+int StartWith(int socket, std::vector<std::string> arguments, std::vector<std::string> environment) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, socket, socket);  // lets it stay open
+  pid_t id = 0;
+  errno =
+      posix_spawn(&id, "/proc/self/exe", &actions, nullptr, Pointers(arguments).data(), Pointers(environment).data());
+  posix_spawn_file_actions_destroy(&actions);
+  Check(errno == 0, "start", "this program");
+  return id;
+}
+
+}  // namespace
+
+struct ChildTest::Process {
+  int id = 0;
+  int socket = -1;
+  bool hasEnded = false;
+  int exitCode = 0;
+
+  // Takes note of the end, and waits for it with options 0.
+  bool HasEnded(int options) {
+    int status = 0;
+    int waited = 0;
+    do {
+      waited = hasEnded ? 0 : waitpid(id, &status, options);
+    } while (waited == -1 && errno == EINTR);
+    if (waited == id) {
+      hasEnded = true;
+      exitCode = ExitCodeOf(status);
+    }
+    return hasEnded;
+  }
+};
+
+ChildTest::ChildTest(const std::string& test, const std::string& task) : _process(std::make_unique<Process>()) {
+  int sockets[2];
+  Check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) == 0, "make", "a pair of sockets");
+  const std::string number = std::to_string(sockets[1]);
+  _process->socket = sockets[0];
+  _process->id = StartWith(sockets[1], {"child", "--gtest_brief=1", "--gtest_filter=" + test},
+                           EnvironmentWith({{kTask, task}, {kTell, number}, {kHear, number}}));
+  close(sockets[1]);
+}
+
+ChildTest::~ChildTest() {
+  Kill();
+  close(_process->socket);
+}
+
+std::string ChildTest::Hear() { return ReadLine(_process->socket); }
+
+void ChildTest::Tell(const std::string& line) { WriteLine(_process->socket, line); }
+
+bool ChildTest::IsRunning() { return !_process->HasEnded(WNOHANG); }
+
+int ChildTest::Wait() {
+  Check(_process->HasEnded(0), "wait for", "a child");
+  return _process->exitCode;
+}
+
+void ChildTest::Kill() {
+  if (IsRunning()) {
+    kill(_process->id, SIGKILL);
+    _process->HasEnded(0);
+  }
+}
+
+void TellParent(const std::string& line) { WriteLine(SocketInEnvironment(kTell), line); }
+
+std::string HearParent() { return ReadLine(SocketInEnvironment(kHear)); }
+
 #endif
+
+int ChildTest::Id() const { return _process->id; }
 
 }  // namespace qsbase::testing

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -108,26 +109,63 @@ class PipeReader {
   std::string _path;
   void* _pipe;
 };
+#endif
 
-/// A second run of this program: the one test of that name, which is to know by a variable of the environment that it
-/// is the child. Its output goes nowhere.
+/// A second run of this program: the one test of that name, which does something else when it finds itself the child.
+/// Parent and child talk by lines, each of which the other waits for, so that neither needs to sleep.
+///
+/// \code
+/// TEST(Lock, IsSeenByOthers) {
+///   if (ChildTask() == "lock") {
+///     lock.Enter();
+///     TellParent("locked");
+///     HearParent();  // until the parent says something or is gone
+///     return;        // its expectations make its exit code
+///   }
+///   ChildTest child("Lock.IsSeenByOthers", "lock");
+///   ASSERT_EQ(child.Hear(), "locked");
+///   EXPECT_FALSE(lock.Enter());
+///   child.Tell("enough");
+///   EXPECT_EQ(child.Wait(), 0);
+/// }
+/// \endcode
 class ChildTest {
  public:
-  explicit ChildTest(const std::string& test);
+  /// Starts it with the environment of this process and \p task for ChildTask(). On Windows its output goes nowhere.
+  explicit ChildTest(const std::string& test, const std::string& task = "child");
   /// Ends the process if it still runs.
   ~ChildTest();
   ChildTest(const ChildTest&) = delete;
   ChildTest& operator=(const ChildTest&) = delete;
 
-  bool IsRunning() const;
+  /// Waits for the child's next line; empty when it has ended without one.
+  std::string Hear();
 
-  /// Ends the process at once, whatever it does, and waits for that.
+  /// Sends the child a line, if it still runs.
+  void Tell(const std::string& line);
+
+  bool IsRunning();
+
+  /// Waits for the end and gives the exit code; 99 after Kill(), on Linux 128 and the number of another signal.
+  int Wait();
+
+  /// Ends the process at once, whatever it does, and waits for that. One that has ended keeps its exit code.
   void Kill();
 
+  /// The operating system's id of the process.
+  int Id() const;
+
  private:
-  void* _process;
+  struct Process;
+  std::unique_ptr<Process> _process;
 };
-#endif
+
+/// What a child was started for; empty in the parent.
+std::string ChildTask();
+
+/// In a child: sends the parent a line; waits for the parent's next line, empty when the parent is gone.
+void TellParent(const std::string& line);
+std::string HearParent();
 
 }  // namespace qsbase::testing
 
