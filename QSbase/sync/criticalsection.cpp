@@ -1,18 +1,20 @@
 #include <QSbase/sync/criticalsection.h>
 
 #include <QSbase/errors.h>
-#include <QSbase/lasterrorguard.h>
+#include <QSbase/sync/sectionlock.h>
 
 #include <atomic>
-#include <mutex>
 #include <new>
-#include <thread>
 
-/// `owner` is set and cleared by the thread that holds `mutex`; others only compare it with their own id, which it
-/// cannot become behind their back. `depth` belongs to the owner.
+using qsbase::detail::SectionLock;
+using qsbase::detail::ThisThread;
+using qsbase::detail::ThreadMark;
+
+/// `owner` is set and cleared by the thread that holds `lock`; others only compare it with themselves, which it cannot
+/// become behind their back. `depth` belongs to the owner.
 struct QsCriticalSection::Impl {
-  std::mutex mutex;
-  std::atomic<std::thread::id> owner{};
+  SectionLock lock;
+  std::atomic<ThreadMark> owner{};
   unsigned int depth = 0;
 };
 
@@ -24,10 +26,9 @@ void QsCriticalSection::Enter() {
   if (!_impl) {
     throw ExPrecondition("QsCriticalSection::Enter - _impl is invalid");
   }
-  const qsbase::detail::LastErrorGuard keepLastError;  // on Windows the question who runs clears it
-  const std::thread::id self = std::this_thread::get_id();
+  const ThreadMark self = ThisThread();
   if (_impl->owner.load(std::memory_order_relaxed) != self) {
-    _impl->mutex.lock();
+    _impl->lock.lock();
     _impl->owner.store(self, std::memory_order_relaxed);
   }
   ++_impl->depth;
@@ -37,14 +38,17 @@ void QsCriticalSection::Leave() {
   if (!_impl) {
     throw ExPrecondition("QsCriticalSection::Enter - _impl is invalid");
   }
-  const qsbase::detail::LastErrorGuard keepLastError;
-  if (_impl->owner.load(std::memory_order_relaxed) != std::this_thread::get_id()) {
+  if (!IsOwned()) {
     return;
   }
   if (--_impl->depth == 0) {
-    _impl->owner.store(std::thread::id(), std::memory_order_relaxed);
-    _impl->mutex.unlock();
+    _impl->owner.store(ThreadMark(), std::memory_order_relaxed);
+    _impl->lock.unlock();
   }
+}
+
+bool QsCriticalSection::IsOwned() const noexcept {
+  return _impl && _impl->owner.load(std::memory_order_relaxed) == ThisThread();
 }
 
 QsCriticalSectionAutoPtr::QsCriticalSectionAutoPtr(QsCriticalSection* section) : _section(section) {

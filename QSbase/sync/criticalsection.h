@@ -8,8 +8,12 @@
 
 #include <QSbase/export.h>
 
+namespace qsbase::detail {
+struct RWLockSystem;
+}
+
 /// A recursive mutual-exclusion lock: the thread that owns it may enter again and must leave as often. Leaves the
-/// last-error code alone.
+/// last-error code alone. QsThread::Kill spares the owner on Linux until it has left.
 ///
 /// \code
 /// QsCriticalSection section;
@@ -38,7 +42,12 @@ class QSBASE_API QsCriticalSection {
   void Leave();
 
  private:
+  friend struct qsbase::detail::RWLockSystem;
   struct Impl;
+
+  /// By the calling thread.
+  bool IsOwned() const noexcept;
+
   std::unique_ptr<Impl> _impl;
 };
 
