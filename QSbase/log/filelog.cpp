@@ -1,6 +1,7 @@
 #include <QSbase/log/filelog.h>
 
 #include <QSbase/immortal.h>
+#include <QSbase/killguard.h>
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/log/logfileos.h>
 #include <QSbase/log/logstage.h>
@@ -8,6 +9,7 @@
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/paths.h>
 #include <QSbase/support/qsfile.h>
+#include <QSbase/sync/lock.h>
 #include <QSbase/text/datetime.h>
 
 #include <algorithm>
@@ -20,7 +22,9 @@
 #include <utility>
 #include <vector>
 
+using qsbase::detail::KillGuard;
 using qsbase::detail::LastErrorGuard;
+using qsbase::detail::Lock;
 
 namespace {
 
@@ -244,7 +248,7 @@ class OutputStage {
   void ReleaseAfterFork();
   void End();
 
-  std::mutex _fileLock;
+  Lock _fileLock;
   LogFile _file;
 };
 
@@ -264,7 +268,7 @@ void OutputStage::WriteToFile(char* line, std::size_t length) {
   ThreadState& state = threadState;
   DeferredMessages messages;
   {
-    std::unique_lock<std::mutex> lock(_fileLock, std::defer_lock);
+    std::unique_lock<Lock> lock(_fileLock, std::defer_lock);
     if (!state.forking) {
       lock.lock();
     }
@@ -275,9 +279,11 @@ void OutputStage::WriteToFile(char* line, std::size_t length) {
 }
 
 /// A child would wait forever for a lock that another thread of its parent held, and write what the stream still
-/// buffered a second time.
+/// buffered a second time. Nor may the forking thread be killed, who holds locks of the C library: not here while it
+/// waits, and not until it has given up the lock.
 void OutputStage::HoldForFork() {
   const LastErrorGuard keepLastError;
+  const KillGuard untilLocked;
   _fileLock.lock();
   threadState.forking = true;
   _file.Flush();
@@ -289,17 +295,17 @@ void OutputStage::ReleaseAfterFork() {
 }
 
 /// The C library would write out the stream's buffer when that has gone with the library, and the file would stay open.
-/// A thread that was ended inside the stage has left the lock behind; one that is there now keeps the file.
+/// A thread that the system ended inside the stage has left the lock behind; one that is there now keeps the file.
 void OutputStage::End() {
   const LastErrorGuard keepLastError;
-  const std::unique_lock<std::mutex> lock(_fileLock, std::try_to_lock);
+  const std::unique_lock<Lock> lock(_fileLock, std::try_to_lock);
   if (lock.owns_lock()) {
     _file.End();
   }
 }
 
 void OutputStage::Configure(const FileLoggingConfig& config) {
-  const std::lock_guard<std::mutex> lock(_fileLock);
+  const std::lock_guard<Lock> lock(_fileLock);
   _file.Configure(config);
 }
 

@@ -12,6 +12,7 @@
 #include <QSbase/net/httptransfer.h>
 #include <QSbase/process.h>
 #include <QSbase/sync/criticalsection.h>
+#include <QSbase/sync/lock.h>
 
 namespace qsbase::detail {
 
@@ -24,7 +25,7 @@ struct LockTable {
   std::unique_ptr<QsCriticalSection[]> sections;
 };
 
-std::mutex installation;
+constinit Lock installation;
 std::atomic<LockTable*> locks{nullptr};
 
 [[maybe_unused]] unsigned long ThreadId() { return static_cast<unsigned long>(QsGetCurrentThreadId()); }
@@ -54,7 +55,7 @@ std::size_t OpenSSLLockCount() {
 using namespace qsbase::detail;
 
 bool QsInitOpenSSLSynchronization() {
-  std::lock_guard<std::mutex> guard(installation);
+  const std::lock_guard<Lock> guard(installation);
   if (locks.load() == nullptr) {
     const int count = std::max(CRYPTO_num_locks(), 1);
     locks = std::make_unique<LockTable>(static_cast<std::size_t>(count)).release();
@@ -65,7 +66,7 @@ bool QsInitOpenSSLSynchronization() {
 }
 
 bool QsDeinitOpenSSLSynchronization() {
-  std::lock_guard<std::mutex> guard(installation);
+  const std::lock_guard<Lock> guard(installation);
   if (locks.load() != nullptr) {
     CRYPTO_set_locking_callback(nullptr);
     CRYPTO_set_id_callback(nullptr);
