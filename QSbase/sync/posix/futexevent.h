@@ -27,13 +27,10 @@ class FutexEvent : public EventOs {
 
  private:
   bool TryTake(std::uint32_t& seen) noexcept;
-  bool WaitUntil(const FutexDeadline& deadline, std::uint32_t seen) noexcept;
-  void EndIfKilled() noexcept;
 
   FutexWord& _word;
   const bool _manualReset;
   const FutexScope _scope;
-  /// Those of this process that sleep or are about to.
   FutexWord _waiters{0};
 };
 

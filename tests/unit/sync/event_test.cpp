@@ -1,6 +1,8 @@
 #include <QSbase/sync/event.h>
 
+#include <common/failingallocation.h>
 #include <common/logcapture.h>
+#include <common/sanitized.h>
 #include <common/waiter.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,34 +11,14 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
-#include <functional>
 #include <limits>
 #include <memory>
-#include <new>
 #include <thread>
 #include <vector>
 
 namespace {
 
-// Which allocation of this thread from now on fails; 0 is none.
-thread_local int failingAllocation = 0;
-
-}  // namespace
-
-// Events allocate with the form that returns null.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  if (failingAllocation > 0 && --failingAllocation == 0) {
-    return nullptr;
-  }
-  try {
-    return ::operator new(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
-namespace {
-
+using qsbase::testing::failingAllocation;
 using qsbase::testing::kSeesSleep;
 using qsbase::testing::LogCapture;
 using qsbase::testing::Waiter;
@@ -322,6 +304,78 @@ TEST(QsEvent, WithoutASystemObjectEveryCallFailsAndLogs) {
     }
   }
 }
+
+#ifndef _WIN32
+
+// Both sleep; the kernel wakes the first that came.
+TEST(QsEvent, AKilledWaiterPassesOnItsSignal) {
+#ifdef QSBASE_TESTS_SANITIZED
+  GTEST_SKIP() << "a sanitizer waits for the end of a thread that was killed";
+#endif
+  for (int i = 0; i < 100; ++i) {
+    QsEvent event(kAuto, false);
+    std::atomic<int> released{0};
+    const auto wait = [&] { released += event.WaitFor(kNoLimit) == WaitResult::Signaled ? 1 : 0; };
+    Waiter first(wait);
+    first.UntilAsleep();
+    Waiter second(wait);
+    second.UntilAsleep();
+    first.AskToEnd();
+    event.SetEvent();
+    first.Join();
+    second.Join();
+    EXPECT_FALSE(first.HasEnded());
+    EXPECT_TRUE(second.HasEnded());
+    ASSERT_EQ(released, 1);
+    ASSERT_FALSE(event.IsSet());
+  }
+}
+
+TEST(QsEvent, AKilledWaiterLeavesTheEventUsable) {
+#ifdef QSBASE_TESTS_SANITIZED
+  GTEST_SKIP() << "a sanitizer waits for the end of a thread that was killed";
+#endif
+  for (const bool manual : {kManual, kAuto}) {
+    QsEvent event(manual, false);
+    Waiter waiter([&] { event.WaitFor(kNoLimit); });
+    waiter.UntilAsleep();
+    waiter.AskToEnd();
+    waiter.Interrupt();
+    waiter.Join();
+    EXPECT_FALSE(waiter.HasEnded());
+    event.SetEvent();
+    EXPECT_TRUE(event.IsSet());
+  }
+}
+
+TEST(QsEvent, GoesOnAfterASignalToTheProcess) {
+  QsEvent event(kManual, false);
+  WaitResult result = WaitResult::Failed;
+  Waiter waiter([&] { result = event.WaitFor(kNoLimit); });
+  for (int i = 0; i < 20; ++i) {
+    waiter.UntilAsleep();
+    waiter.Interrupt();
+  }
+  waiter.UntilAsleep();
+  EXPECT_FALSE(waiter.HasEnded());
+  event.SetEvent();
+  waiter.Join();
+  EXPECT_EQ(result, WaitResult::Signaled);
+}
+
+TEST(QsEvent, ASignalToTheProcessEndsNoTimeEarlier) {
+  QsEvent event(kAuto, false);
+  milliseconds::rep time = 0;
+  Waiter waiter([&] { time = TimeOf([&] { EXPECT_EQ(event.WaitFor(30), WaitResult::Timeout); }); });
+  while (!waiter.HasEnded()) {
+    waiter.Interrupt();
+    std::this_thread::sleep_for(milliseconds(1));
+  }
+  waiter.Join();
+  EXPECT_GE(time, 30);
+}
+
+#endif
 
 TEST(QsEvent, LogsNothingOtherwise) {
   const LogCapture log;
