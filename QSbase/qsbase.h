@@ -26,5 +26,7 @@
 #include <QSbase/text/datetime.h>
 #include <QSbase/text/qschar.h>
 #include <QSbase/text/qsstring.h>
+#include <QSbase/thread/qsthread.h>
+#include <QSbase/thread/threadmq.h>
 
 #endif
