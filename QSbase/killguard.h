@@ -7,6 +7,11 @@
 #ifndef QSBASE_KILLGUARD_H
 #define QSBASE_KILLGUARD_H
 
+#ifndef _WIN32
+#include <atomic>
+#include <cstdint>
+#endif
+
 namespace qsbase::detail {
 
 #ifdef _WIN32
@@ -16,16 +21,25 @@ inline void AllowKill() noexcept {}
 
 #else
 
-/// The calling thread's part in a kill. Shared by the thread and a signal handler that runs on it.
+/// A thread's part in a kill. Shared by the thread and a signal handler that runs on it; `asked` also by the killer,
+/// who takes it back when the thread did not end in time.
 struct KillState {
   volatile int holds = 0;
-  volatile bool asked = false;
+  std::atomic<bool> asked{false};
+  /// Where others see that the thread has ended; null in a thread that is no QsThread.
+  std::atomic<std::uint32_t>* ended = nullptr;
 };
+
+/// What `ended` holds.
+inline constexpr std::uint32_t kThreadRuns = 0;
+inline constexpr std::uint32_t kThreadReturned = 1;
+inline constexpr std::uint32_t kThreadKilled = 2;
 
 // Reached from a signal handler, so its access must not allocate.
 extern constinit thread_local KillState killState __attribute__((tls_model("initial-exec")));
 
-/// Ends the calling thread by the raw system call: nothing is unwound, no destructor runs.
+/// Ends the calling thread by the raw system call: nothing is unwound, no destructor runs. Tells who waits for its end.
+/// May be called in a signal handler.
 [[noreturn]] void EndKilledThread() noexcept;
 
 /// True when the calling thread is to end and only one hold keeps it back: the caller's own, which waits inside a lock.

@@ -1,0 +1,548 @@
+#include <QSbase/thread/qsthread.h>
+
+#include <QSbase/allocationerror.h>
+#include <QSbase/errors.h>
+#include <QSbase/log/log.h>
+#include <QSbase/log/logfileos.h>
+#include <QSbase/process.h>
+#include <QSbase/processos.h>
+#include <QSbase/sync/lock.h>
+#include <QSbase/thread/qsthreadimpl.h>
+
+#include <cxxabi.h>
+
+#include <algorithm>
+#include <array>
+#include <exception>
+#include <mutex>
+#include <new>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+using qsbase::detail::CancelGuard;
+using qsbase::detail::Lock;
+using qsbase::detail::ThrowAllocationError;
+
+namespace {
+
+constexpr unsigned int kErrorFlags = 0x40000000U;
+constexpr unsigned int kWarningFlags = 0x20000000U;
+constexpr unsigned int kInfoLevel1Flags = 0x10000001U;
+constexpr unsigned int kInfoLevel4Flags = 0x10000004U;
+
+bool IsVerbose() { return QsGetLogLevel() >= 4; }
+
+std::string LastErrorText() { return QsErrorMessage(QsGetLastError()); }
+
+QsThreadImpl& Require(const std::shared_ptr<QsThreadImpl>& impl, const char* operation) {
+  if (!impl) {
+    throw ExPrecondition(std::string("QsThread::") + operation + ": _impl is NULL!");
+  }
+  return *impl;
+}
+
+// ---- what is thrown on the way --------------------------------------------------------------------------------------
+
+/// Runs \p step, whatever a host's log callback or the memory does. Lets only through what ends the thread from inside
+/// (`pthread_exit`, a host that cancels it), which must not be stopped.
+template <typename Step>
+void Quietly(Step step) {
+  try {
+    step();
+  } catch (const abi::__forced_unwind&) {
+    throw;
+  } catch (...) {  // NOLINT(bugprone-empty-catch): there is nobody left to tell
+  }
+}
+
+void LogCaught(const char* prefix, const std::string& name, const std::string& text) {
+  QsLogMsg(kErrorFlags, prefix + name + ") " + " >>> " + text);
+}
+
+/// Runs a step of a thread and logs what it throws.
+template <typename Step>
+void LoggingExceptions(const char* prefix, const std::string& name, Step step) {
+  Quietly([&] {
+    try {
+      step();
+    } catch (const ExBase& error) {
+      LogCaught(prefix, name, error.GetErrorText());
+    } catch (const std::exception& error) {
+      LogCaught(prefix, name, std::string("std::exception: ") + error.what());
+    } catch (const abi::__forced_unwind&) {
+      throw;
+    } catch (...) {
+      LogCaught(prefix, name, "unknown exception");
+    }
+  });
+}
+
+// ---- the list of threads --------------------------------------------------------------------------------------------
+
+struct RegistryEntry {
+  const QsThread* thread;  // to find it again; not looked into
+  std::shared_ptr<QsThreadImpl> impl;
+};
+
+// Threads may come and go while static objects are destroyed.
+constinit Lock registryLock;
+
+/// Under the lock.
+std::vector<RegistryEntry>& Registry() {
+  static std::vector<RegistryEntry>* const registry = new std::vector<RegistryEntry>;
+  return *registry;
+}
+
+/// A child would wait forever for a lock that another thread of its parent held.
+void GuardRegistryAgainstForks() {
+  static const bool done = [] {
+    qsbase::detail::OsAroundFork([] { registryLock.lock(); }, [] { registryLock.unlock(); });
+    return true;
+  }();
+  static_cast<void>(done);
+}
+
+void LogNotInitialized(const std::string& name) {
+  QsLogMsg(kErrorFlags, "QsThread(%s) not initialized (QsThread::ThreadId)", name.c_str());
+}
+
+/// Calls \p visit with id and name of every thread, under the lock. Those without an id are logged as by ThreadId(),
+/// but later.
+template <typename Visit>
+void ForEachThread(Visit visit) {
+  std::vector<std::string> withoutId;
+  {
+    const std::lock_guard<Lock> guard(registryLock);
+    for (const RegistryEntry& entry : Registry()) {
+      const int id = entry.impl->threadId;
+      if (id == 0) {
+        withoutId.push_back(entry.impl->name);
+      }
+      visit(id, entry.impl->name);
+    }
+  }
+  for (const std::string& name : withoutId) {
+    LogNotInitialized(name);
+  }
+}
+
+// ---- the body -------------------------------------------------------------------------------------------------------
+
+void CloseQueue(const QsThreadImpl& impl) {
+  if (impl.queue) {
+    impl.queue->Close();
+  }
+}
+
+/// The state after the body, however that ends, but for a kill.
+class BodyEnd {
+ public:
+  explicit BodyEnd(QsThreadImpl& impl) : _impl(impl) {}
+
+  ~BodyEnd() {
+    const CancelGuard noCancellation;
+    _impl.terminated = true;
+    if (_impl.manager != nullptr) {
+      LoggingExceptions("Thread removed from Manager (", _impl.name,
+                        [this] { _impl.manager->ThreadRemoved(_impl.threadId); });
+    }
+    CloseQueue(_impl);
+    _impl.inWorker = false;
+  }
+
+  BodyEnd(const BodyEnd&) = delete;
+  BodyEnd& operator=(const BodyEnd&) = delete;
+
+ private:
+  QsThreadImpl& _impl;
+};
+
+void Enter(QsThreadImpl& impl) {
+  impl.threadId = qsbase::detail::OsThreadId();
+  qsbase::detail::OsSetCurrentThreadName(impl.name);
+  if (impl.queue) {
+    impl.queue->Open();
+  }
+}
+
+/// The object, which may have been destroyed meanwhile.
+QsThread& Owner(const QsThreadImpl& impl, const char* operation) {
+  QsThread* const owner = impl.owner;
+  if (owner == nullptr) {
+    throw ExBase(std::string("Thread owner is null - cannot call ") + operation + "!");
+  }
+  return *owner;
+}
+
+/// Takes back the body's share, whoever comes first: the thread at its end, or who killed it.
+void ReleaseBodyShare(QsThreadImpl& impl) {
+  if (impl.bodyHasShare.exchange(false)) {
+    const std::shared_ptr<QsThreadImpl> share = std::move(impl.bodyShare);  // may be the last
+  }
+}
+
+void CleanUpAfterKill(QsThreadImpl& impl) {
+  CloseQueue(impl);
+  ReleaseBodyShare(impl);
+}
+
+}  // namespace
+
+void qsbase::detail::WorkerFunction(void* context) {
+  if (context == nullptr) {
+    Quietly([] { QsLogMsg(kErrorFlags, "WorkerFunction: invalid thread data"); });
+    return;
+  }
+  QsThreadImpl& impl = *static_cast<QsThreadImpl*>(context);
+  const BodyEnd end(impl);
+  LoggingExceptions("Thread Start (", impl.name, [&impl] { Enter(impl); });
+  impl.inWorker = true;
+  impl.starting = false;
+  if (impl.manager != nullptr) {
+    LoggingExceptions("Thread added to Manager (", impl.name, [&impl] { impl.manager->ThreadAdded(impl.threadId); });
+  }
+  LoggingExceptions("Thread Execution (", impl.name, [&impl] { Owner(impl, "execute").Execute(); });
+  LoggingExceptions("Thread Termination (", impl.name, [&impl] { Owner(impl, "attermination").AtTermination(); });
+}
+
+void qsbase::detail::AddThread(QsThread* thread, const std::shared_ptr<QsThreadImpl>& impl) {
+  if (thread == nullptr) {
+    QsLogMsg(kErrorFlags, "AddThread: invalid thread");
+    return;
+  }
+  GuardRegistryAgainstForks();
+  const std::lock_guard<Lock> guard(registryLock);
+  Registry().push_back({thread, impl});
+}
+
+void qsbase::detail::RemoveThread(QsThread* thread) {
+  if (thread == nullptr) {
+    QsLogMsg(kErrorFlags, "RemoveThread: invalid thread");
+    return;
+  }
+  std::shared_ptr<QsThreadImpl> impl;  // dropped after the lock
+  const std::lock_guard<Lock> guard(registryLock);
+  std::vector<RegistryEntry>& registry = Registry();
+  const auto found = std::find_if(registry.begin(), registry.end(),
+                                  [thread](const RegistryEntry& entry) { return entry.thread == thread; });
+  if (found != registry.end()) {
+    impl = std::move(found->impl);
+    registry.erase(found);
+  }
+}
+
+// ---- QsThreadManagerIntf, QsThreadBase ------------------------------------------------------------------------------
+
+QsThreadManagerIntf::~QsThreadManagerIntf() = default;
+
+QsThreadBase::QsThreadBase(QsThreadManagerIntf* manager) : _manager(manager) {}
+
+QsThreadBase::~QsThreadBase() = default;
+
+QsThreadManagerIntf* QsThreadBase::GetThreadManager() const { return _manager; }
+
+// ---- QsThread: construction and destruction -------------------------------------------------------------------------
+
+QsThread::QsThread(const std::string& name, QsThreadManagerIntf* manager) : QsThreadBase(manager) {
+  try {
+    _impl = std::make_shared<QsThreadImpl>(name);
+    _impl->owner = this;
+    qsbase::detail::AddThread(this, _impl);
+  } catch (const std::bad_alloc&) {
+    ThrowAllocationError("QsThreadImpl", ".\\QSbase/thread/qsthreadimpl_common", 108);
+  }
+  if (!IsVerbose()) {
+    return;
+  }
+  try {
+    QsLogMsg(kInfoLevel4Flags, "QsThread '%s' created", name.c_str());
+  } catch (...) {
+    qsbase::detail::RemoveThread(this);
+    throw;
+  }
+}
+
+namespace {
+
+const char* SetOrNot(bool set) { return set ? "set" : "not set"; }
+const char* BeenOrNot(bool been) { return been ? "been" : "not been"; }
+
+void LogDestruction(const QsThreadImpl& impl) {
+  if (IsVerbose()) {
+    Quietly([&impl] { QsLogMsg(kInfoLevel4Flags, "Deleting Thread '%s'", impl.name.c_str()); });
+  }
+  if (impl.inWorker) {
+    Quietly([&impl] {
+      QsLogMsg(kErrorFlags,
+               "QsThread::~QsThread(%s): thread is still running (termination flag is %s / has %s waited for)",
+               impl.name.c_str(), SetOrNot(impl.terminated), BeenOrNot(impl.waitedFor));
+    });
+  }
+}
+
+}  // namespace
+
+QsThread::~QsThread() {
+  const CancelGuard noCancellation;
+  qsbase::detail::RemoveThread(this);
+  std::shared_ptr<QsThreadImpl> impl = std::move(_impl);
+  if (!impl) {
+    Quietly([] { QsLogMsg(kErrorFlags, "QsThread::~QsThread: _impl is NULL!"); });
+    return;
+  }
+  impl->owner = nullptr;
+  LogDestruction(*impl);
+  if (impl->thread.WasKilled()) {
+    CleanUpAfterKill(*impl);
+  }
+  const std::string name = impl->name;
+  impl.reset();
+  if (IsVerbose()) {
+    Quietly([&name] { QsLogMsg(kInfoLevel4Flags, "Thread '%s' deleted", name.c_str()); });
+  }
+}
+
+// ---- QsThread: running ----------------------------------------------------------------------------------------------
+
+namespace {
+
+/// Whether a started thread is still on its way to its body.
+bool IsOnTheWay(const QsThreadImpl& impl) { return impl.starting && !impl.inWorker; }
+
+/// Most threads arrive within a few turns; a thread that was killed never does.
+void WaitUntilInBody(const QsThreadImpl& impl) {
+  constexpr int kTurns = 1000;
+  constexpr unsigned int kPollMs = 5;
+  for (int turn = 0; turn < kTurns && IsOnTheWay(impl); ++turn) {
+    std::this_thread::yield();
+  }
+  while (IsOnTheWay(impl) && !impl.thread.HasEnded()) {
+    QsSleep(kPollMs);
+  }
+}
+
+/// \throws ExBase when the system starts none
+void StartThread(const std::shared_ptr<QsThreadImpl>& impl) {
+  impl->bodyShare = impl;
+  impl->bodyHasShare = true;
+  const auto release = [](void* context) { ReleaseBodyShare(*static_cast<QsThreadImpl*>(context)); };
+  if (!impl->thread.Start({&qsbase::detail::WorkerFunction, release, impl.get()})) {
+    const std::string reason = LastErrorText();
+    ReleaseBodyShare(*impl);
+    QsLogMsg(kErrorFlags, "QsThread::InternalCreate(%s) %s", impl->name.c_str(), reason.c_str());
+    throw ExBase("Error creating thread " + impl->name);
+  }
+}
+
+/// Gives the start back unless it was made.
+class StartClaim {
+ public:
+  explicit StartClaim(QsThreadImpl& impl) : _impl(impl), _granted(!impl.startClaimed.exchange(true)) {}
+
+  ~StartClaim() {
+    if (_granted && !_impl.HasHandle()) {
+      _impl.startClaimed = false;
+    }
+  }
+
+  StartClaim(const StartClaim&) = delete;
+  StartClaim& operator=(const StartClaim&) = delete;
+
+  bool IsGranted() const { return _granted; }
+
+ private:
+  QsThreadImpl& _impl;
+  bool _granted;
+};
+
+}  // namespace
+
+void QsThread::AtTermination() {}
+
+void QsThread::Create() {
+  Require(_impl, "Create");
+  const std::shared_ptr<QsThreadImpl> impl = _impl;  // the body may destroy this object
+  const StartClaim claim(*impl);
+  if (!claim.IsGranted()) {
+    QsLogMsg(kErrorFlags, "QsThread::Create (%s) - QsThread already initialized", impl->name.c_str());
+    return;
+  }
+  if (impl->created) {
+    QsLogMsg(kWarningFlags, "QsThread::Create (%s) - QsThread already created", impl->name.c_str());
+  }
+  if (IsVerbose()) {
+    QsLogMsg(kInfoLevel4Flags, "Creating Thread '" + impl->name + "'");
+  }
+  impl->manager = GetThreadManager();
+  StartThread(impl);
+  impl->created = true;
+  WaitUntilInBody(*impl);
+  if (IsVerbose()) {
+    QsLogMsg(kInfoLevel4Flags, "Created Thread '" + impl->name + "' (" + std::to_string(impl->threadId) + ")");
+  }
+}
+
+void QsThread::Terminate() { Require(_impl, "Terminate").terminated = true; }
+
+bool QsThread::Terminated() const { return !_impl || _impl->terminated; }
+
+bool QsThread::InWorkerFunction() const { return Require(_impl, "InWorkerFunction").inWorker; }
+
+std::string QsThread::GetName() const { return Require(_impl, "GetName").name; }
+
+int QsThread::ThreadId() const {
+  const QsThreadImpl& impl = Require(_impl, "ThreadId");
+  const int id = impl.threadId;
+  if (id == 0) {
+    LogNotInitialized(impl.name);
+  }
+  return id;
+}
+
+unsigned int QsThread::WaitFor(int timeoutMs) {
+  const std::shared_ptr<QsThreadImpl> impl = _impl;  // the body may destroy this object
+  if (!impl) {
+    return 0;
+  }
+  if (!impl->created) {
+    QsLogMsg(kErrorFlags, "QsThread::WaitFor(%s) called without prior thread creation", impl->name.c_str());
+    return 0;
+  }
+  // In this order: the body sets the one before it clears the other.
+  const bool running = impl->starting || impl->inWorker;
+  if (running && !impl->HasHandle()) {
+    QsLogMsg(kErrorFlags, "QsThread::WaitFor(%s) - not initialized", impl->name.c_str());
+    return qsbase::detail::kWaitFailed;
+  }
+  const unsigned int result = running ? impl->thread.Wait(timeoutMs) : qsbase::detail::kWaitDone;
+  if (result == qsbase::detail::kWaitDone) {
+    impl->waitedFor = true;
+  }
+  return result;
+}
+
+unsigned int QsThread::Kill() {
+  std::shared_ptr<QsThreadImpl> impl = _impl;
+  if (!impl) {
+    return 0;
+  }
+  if (!impl->HasHandle()) {
+    QsLogMsg(kErrorFlags, "QsThread not initialized (QsThread::WaitFor (%s))", impl->name.c_str());
+    return qsbase::detail::kWaitFailed;
+  }
+  QsLogMsg(kWarningFlags, "Killing thread " + impl->name);
+  if (impl->thread.IsCurrent()) {
+    CloseQueue(*impl);
+    impl.reset();  // nothing is unwound
+    _impl->thread.KillCurrent();
+  }
+  if (!impl->thread.Kill()) {
+    QsLogMsg(kInfoLevel1Flags, "Thread %s could not be killed: %s", impl->name.c_str(), LastErrorText().c_str());
+    return qsbase::detail::kWaitFailed;
+  }
+  impl->waitedFor = true;
+  CleanUpAfterKill(*impl);
+  QsLogMsg(kInfoLevel1Flags, "Thread %s killed", impl->name.c_str());
+  return 0;
+}
+
+// ---- priorities -----------------------------------------------------------------------------------------------------
+
+namespace {
+
+struct PriorityName {
+  QsThreadPriority priority;
+  const char* name;
+};
+
+constexpr std::array<PriorityName, 7> kPriorityNames = {{{QsThreadPriority::Idle, "Idle"},
+                                                         {QsThreadPriority::Lowest, "Lowest"},
+                                                         {QsThreadPriority::BelowNormal, "BelowNormal"},
+                                                         {QsThreadPriority::Normal, "Normal"},
+                                                         {QsThreadPriority::AboveNormal, "AboveNormal"},
+                                                         {QsThreadPriority::Highest, "Highest"},
+                                                         {QsThreadPriority::TimeCritical, "TimeCritical"}}};
+
+char ToLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool EqualWithoutCase(std::string_view left, std::string_view right) {
+  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                    [](char a, char b) { return ToLower(a) == ToLower(b); });
+}
+
+/// The texts name the free function also where QsThread::GetPriority() failed.
+void LogPriorityError(const char* operation, int threadId) {
+  QsLogMsg(kErrorFlags, "%s() for thread %d failed (%s)", operation, threadId, LastErrorText().c_str());
+}
+
+}  // namespace
+
+void QsThread::Priority(QsThreadPriority priority) {
+  QsThreadImpl& impl = Require(_impl, "Priority");
+  if (!impl.thread.SetPriority(static_cast<int>(priority))) {
+    LogPriorityError("QsThread::Priority", impl.threadId);
+  }
+}
+
+QsThreadPriority QsThread::GetPriority() {
+  const QsThreadImpl& impl = Require(_impl, "GetPriority");
+  if (!impl.HasHandle()) {
+    throw ExPrecondition("QsThread not initialized (QsThread::GetPriority (" + impl.name + "))");
+  }
+  const int priority = impl.thread.GetPriority();
+  if (priority == qsbase::detail::kPriorityError) {
+    LogPriorityError("QsGetThreadPriority", impl.threadId);
+  }
+  return static_cast<QsThreadPriority>(priority);
+}
+
+QsThreadPriority QsThread::QsThreadPriorityFromString(const std::string& text) {
+  for (const PriorityName& entry : kPriorityNames) {
+    if (EqualWithoutCase(entry.name, text)) {
+      return entry.priority;
+    }
+  }
+  throw ExBase("QsThread::QsThreadPriorityFromString found invalid priority string: " + text);
+}
+
+std::string QsThread::QsThreadPriorityToString(QsThreadPriority priority) {
+  for (const PriorityName& entry : kPriorityNames) {
+    if (entry.priority == priority) {
+      return entry.name;
+    }
+  }
+  throw ExBase("QsThread::QsStringFromThreadPriority found invalid priority: " +
+               std::to_string(static_cast<int>(priority)));
+}
+
+bool QsGetThreadPriority(QsThreadPriority& priority) {
+  const int current = qsbase::detail::OsGetCurrentPriority();
+  if (current == qsbase::detail::kPriorityError) {
+    LogPriorityError("QsGetThreadPriority", QsGetCurrentThreadId());
+    return false;
+  }
+  priority = static_cast<QsThreadPriority>(current);
+  return true;
+}
+
+void QsSetThreadPriority(QsThreadPriority priority) {
+  if (!qsbase::detail::OsSetCurrentPriority(static_cast<int>(priority))) {
+    LogPriorityError("QsSetThreadPriority", QsGetCurrentThreadId());
+  }
+}
+
+// ---- names ----------------------------------------------------------------------------------------------------------
+
+void QsGetThreadName(int threadId, std::string& name) {
+  ForEachThread([&](int id, const std::string& threadName) {
+    if (id == threadId) {
+      name = threadName;
+    }
+  });
+}
+
+void QsGetThreadList(std::map<int, std::string>& list) {
+  ForEachThread([&list](int id, const std::string& threadName) { list[id] = threadName; });
+}
