@@ -22,6 +22,20 @@ int OsProcessId() noexcept;
 /// The system's id of the calling thread. Cached: no system call but the first of a thread, and of a forked child.
 int OsThreadId() noexcept;
 
+#ifdef _WIN32
+
+inline int OsKnownThreadId() noexcept { return OsThreadId(); }
+
+#else
+
+/// What OsThreadId() knows of the calling thread; 0 before its first call.
+extern constinit thread_local int knownThreadId __attribute__((tls_model("initial-exec")));
+
+/// OsThreadId(), without a call when the thread has called it before.
+inline int OsKnownThreadId() noexcept { return knownThreadId != 0 ? knownThreadId : OsThreadId(); }
+
+#endif
+
 /// Free physical memory in bytes, 0 when unknown.
 std::uint64_t OsFreePhysicalMemory() noexcept;
 

@@ -65,9 +65,7 @@ std::string Absolute(const std::string& name) {
   return failed ? name : path.string();
 }
 
-thread_local int cachedThreadId = 0;
-
-void ForgetThreadId() { cachedThreadId = 0; }
+void ForgetThreadId() { knownThreadId = 0; }
 
 }  // namespace
 
@@ -91,17 +89,19 @@ std::uint64_t OsTickCount() noexcept {
 
 int OsProcessId() noexcept { return getpid(); }
 
+constinit thread_local int knownThreadId = 0;
+
 int OsThreadId() noexcept {
-  if (cachedThreadId == 0) {
+  if (knownThreadId == 0) {
     // In a forked child the one thread has a new id.
     static const bool registered = pthread_atfork(nullptr, nullptr, &ForgetThreadId) == 0;
     const int id = static_cast<int>(syscall(SYS_gettid));
     if (!registered) {
       return id;
     }
-    cachedThreadId = id;
+    knownThreadId = id;
   }
-  return cachedThreadId;
+  return knownThreadId;
 }
 
 std::uint64_t OsFreePhysicalMemory() noexcept {

@@ -48,7 +48,7 @@ struct RWLockSystem {
   static void Leave(Section& section) { section.Leave(); }
   static bool IsOwned(const Section& section) noexcept { return section.IsOwned(); }
   static bool IsInit(const Section& section) noexcept { return section._impl != nullptr; }
-  static std::int32_t ThreadId() noexcept { return OsThreadId(); }
+  static std::int32_t ThreadId() noexcept { return OsKnownThreadId(); }
   static void HoldBackKill() noexcept { detail::HoldBackKill(); }
   static void AllowKill() noexcept { detail::AllowKill(); }
 };

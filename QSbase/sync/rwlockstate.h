@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 namespace qsbase::detail {
 
@@ -31,7 +32,7 @@ struct RWLockState {
   static constexpr std::int32_t kMoreSlots = 3;
 
   typename System::Section writeLock;  ///< held by the writer for the whole write
-  typename System::Event noReaders;    ///< signalled when no thread but the waiting writer reads
+  typename System::Event noReaders;    ///< signalled to the waiting writer when nobody else reads
   std::int32_t readerCount = 0;        ///< reads, each counted; while a write is active how deep it is
   std::int32_t savedReaderCount = 0;   ///< the writer's own reads, while its write is active
   std::int32_t slotCount = kFirstSlots;
@@ -52,6 +53,7 @@ struct RWLockState {
   Slot* FindSlot(std::int32_t threadId);
   bool OnlyWaitingWriterReads() const;
   bool ReadAgain(std::int32_t self);
+  [[gnu::noinline]] void ReadFirst(std::int32_t self);
   bool TakeFreeSlot(std::int32_t self);
   void AddSlots(std::int32_t self);
   bool StartWriting(std::int32_t self);
@@ -84,9 +86,13 @@ class RWLockState<System>::SectionGuard {
 template <typename System>
 void RWLockState<System>::BeginRead() {
   const std::int32_t self = System::ThreadId();
-  if (ReadAgain(self)) {
-    return;
+  if (!ReadAgain(self)) {
+    ReadFirst(self);
   }
+}
+
+template <typename System>
+void RWLockState<System>::ReadFirst(std::int32_t self) {
   const SectionGuard entered(writeLock);
   if (writeActive) {
     return;  // the writer's own reads are not counted
@@ -116,9 +122,7 @@ bool RWLockState<System>::TakeFreeSlot(std::int32_t self) {
     return false;
   }
   *slot = {self, 1};
-  if (++readerCount == 1) {
-    noReaders.ResetEvent();
-  }
+  ++readerCount;
   System::HoldBackKill();
   return true;
 }
@@ -146,7 +150,7 @@ void RWLockState<System>::EndRead() {
     slot->threadId = 0;
     System::AllowKill();
   }
-  if (readerCount == 0 || OnlyWaitingWriterReads()) {
+  if (OnlyWaitingWriterReads()) {  // without a writer nobody asks the event, which is not cheap
     noReaders.SetEvent();
   }
 }
@@ -199,9 +203,12 @@ void RWLockState<System>::EndWrite() {
 
 template <typename System>
 typename RWLockState<System>::Slot* RWLockState<System>::FindSlot(std::int32_t threadId) {
-  Slot* const end = slots.get() + slotCount;
-  Slot* const found = std::find_if(slots.get(), end, [=](const Slot& slot) { return slot.threadId == threadId; });
-  return found == end ? nullptr : found;
+  for (Slot& slot : std::span(slots.get(), static_cast<std::size_t>(slotCount))) {
+    if (slot.threadId == threadId) {
+      return &slot;
+    }
+  }
+  return nullptr;
 }
 
 template <typename System>
