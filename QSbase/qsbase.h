@@ -21,11 +21,13 @@
 #include <QSbase/support/uniquename.h>
 #include <QSbase/sync/criticalsection.h>
 #include <QSbase/sync/event.h>
+#include <QSbase/sync/globalmutex.h>
 #include <QSbase/sync/rwlock.h>
 #include <QSbase/sync/semaphore.h>
 #include <QSbase/text/datetime.h>
 #include <QSbase/text/qschar.h>
 #include <QSbase/text/qsstring.h>
+#include <QSbase/thread/executeevery.h>
 #include <QSbase/thread/qsthread.h>
 #include <QSbase/thread/threadmq.h>
 
