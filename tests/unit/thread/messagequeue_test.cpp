@@ -2,6 +2,8 @@
 
 #include <QSbase/thread/threadmq.h>
 
+#include <common/memorylimit.h>
+#include <common/sanitized.h>
 #include <common/waiter.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,17 +23,6 @@
 #include <QSbase/win32/windowsapi.h>
 #else
 #include <malloc.h>
-#endif
-
-#include <common/memorylimit.h>
-
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-#define QSBASE_TESTS_SANITIZED
-#endif
-#endif
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-#define QSBASE_TESTS_SANITIZED
 #endif
 
 namespace {
