@@ -1,37 +1,27 @@
 #include <QSbase/errors.h>
 #include <QSbase/sync/criticalsection.h>
 
+#include <common/failingallocation.h>
+#include <common/sanitized.h>
+#include <common/waiter.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <memory>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
-namespace {
-
-thread_local bool failNextAllocation = false;
-
-}  // namespace
-
-// The lock allocates its state with the form that returns null.
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  if (failNextAllocation) {
-    failNextAllocation = false;
-    return nullptr;
-  }
-  try {
-    return ::operator new(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
+#ifndef _WIN32
+#include <sys/wait.h>
+#include <unistd.h>
+#endif
 
 namespace {
+
+using qsbase::testing::failingAllocation;
+using qsbase::testing::Waiter;
 
 constexpr const char* kMissing = "QsCriticalSection::Enter - _impl is invalid";
 
@@ -129,12 +119,99 @@ TEST(QsCriticalSection, LeavesTheLastErrorAlone) {
 }
 
 TEST(QsCriticalSection, WithoutItsStateEnterAndLeaveThrowTheSameText) {
-  failNextAllocation = true;
+  failingAllocation = 1;
   QsCriticalSection section;
-  ASSERT_FALSE(failNextAllocation);
+  ASSERT_EQ(failingAllocation, 0);
   EXPECT_EQ(ErrorOf([&] { section.Enter(); }), kMissing);
   EXPECT_EQ(ErrorOf([&] { section.Leave(); }), kMissing);
 }
+
+TEST(QsCriticalSection, EveryWaiterGetsIn) {
+  QsCriticalSection section;
+  std::atomic<int> in{0};
+  std::vector<std::unique_ptr<Waiter>> waiters;
+  section.Enter();
+  for (int i = 0; i < 3; ++i) {
+    waiters.push_back(std::make_unique<Waiter>([&] {
+      const QsCriticalSectionAutoPtr guard(&section);
+      ++in;
+    }));
+    waiters.back()->UntilAsleep();
+  }
+  EXPECT_EQ(in, 0);
+  section.Leave();
+  waiters.clear();
+  EXPECT_EQ(in, 3);
+}
+
+#ifndef _WIN32
+
+// The child has the copy of a lock that its thread owns, under another system thread id.
+TEST(QsCriticalSection, StaysTheForkingThreadsOwn) {
+  QsCriticalSection section;
+  section.Enter();
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    section.Enter();  // would wait for ever
+    section.Leave();
+    section.Leave();
+    Visitor(section).Enters();  // waits for it
+    _exit(7);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 7) << status;
+  section.Leave();
+}
+
+TEST(QsCriticalSection, AKilledWaiterLeavesItUsable) {
+#ifdef QSBASE_TESTS_SANITIZED
+  GTEST_SKIP() << "a sanitizer waits for the end of a thread that was killed";
+#endif
+  QsCriticalSection section;
+  section.Enter();
+  Waiter waiter([&] { const QsCriticalSectionAutoPtr guard(&section); });
+  waiter.UntilAsleep();
+  waiter.AskToEnd();
+  waiter.Interrupt();
+  waiter.Join();
+  EXPECT_FALSE(waiter.HasEnded());
+  section.Leave();
+  Visitor(section).Enters();  // waits for it
+}
+
+TEST(QsCriticalSection, ItsOwnerEndsWhenItHasLeftForGood) {
+#ifdef QSBASE_TESTS_SANITIZED
+  GTEST_SKIP() << "a sanitizer waits for the end of a thread that was killed";
+#endif
+  QsCriticalSection section;
+  std::atomic<bool> owns{false};
+  std::atomic<bool> asked{false};
+  std::atomic<int> left{0};
+  Waiter owner([&] {
+    section.Enter();
+    section.Enter();
+    owns = true;
+    while (!asked) {
+      std::this_thread::yield();
+    }
+    for (; left < 2; ++left) {
+      section.Leave();
+    }
+  });
+  while (!owns) {
+    std::this_thread::yield();
+  }
+  owner.AskToEnd();
+  asked = true;
+  owner.Join();
+  EXPECT_EQ(left, 1);
+  EXPECT_FALSE(owner.HasEnded());
+  Visitor(section).Enters();  // waits for it
+}
+
+#endif
 
 TEST(QsCriticalSectionAutoPtr, HoldsTheLockForTheBlock) {
   QsCriticalSection section;
@@ -160,7 +237,7 @@ TEST(QsCriticalSectionAutoPtr, LeavesWhenAnExceptionPasses) {
 TEST(QsCriticalSectionAutoPtr, NullDoesNothing) { EXPECT_NO_THROW(QsCriticalSectionAutoPtr(nullptr)); }
 
 TEST(QsCriticalSectionAutoPtr, EnteringALockWithoutStateThrows) {
-  failNextAllocation = true;
+  failingAllocation = 1;
   QsCriticalSection section;
   EXPECT_EQ(ErrorOf([&] { const QsCriticalSectionAutoPtr guard(&section); }), kMissing);
 }
