@@ -262,12 +262,6 @@ TEST(GlobalMutex, WithoutItsImplementationItThrows) {
   std::memcpy(pointer, kept, sizeof kept);
 }
 
-void ThrowOnErrors(unsigned int flags, const char*) {
-  if (flags == kError) {
-    throw std::runtime_error("refused");
-  }
-}
-
 void ThrowAlways(unsigned int, const char*) { throw std::runtime_error("refused"); }
 
 TEST(GlobalMutex, ADestructorLeavesEvenWhenTheLogThrows) {
@@ -361,6 +355,12 @@ TEST(GlobalMutex, WithoutMemoryForTheDescriptorItIsNotEntered) {
 using qsbase::detail::SharedFilePath;
 
 std::string PathOf(const std::string& name) { return SharedFilePath("mutex", Shown(name)); }
+
+void ThrowOnErrors(unsigned int flags, const char*) {
+  if (flags == kError) {
+    throw std::runtime_error("refused");
+  }
+}
 
 bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
 
