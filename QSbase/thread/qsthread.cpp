@@ -2,6 +2,8 @@
 
 #include <QSbase/allocationerror.h>
 #include <QSbase/errors.h>
+#include <QSbase/immortal.h>
+#include <QSbase/killguard.h>
 #include <QSbase/log/log.h>
 #include <QSbase/log/logfileos.h>
 #include <QSbase/process.h>
@@ -91,12 +93,13 @@ constinit Lock registryLock;
 
 /// Under the lock.
 std::vector<RegistryEntry>& Registry() {
-  static std::vector<RegistryEntry>* const registry = new std::vector<RegistryEntry>;
-  return *registry;
+  static qsbase::detail::Immortal<std::vector<RegistryEntry>> registry;
+  return registry.value;
 }
 
 /// A child would wait forever for a lock that another thread of its parent held.
 void GuardRegistryAgainstForks() {
+  const qsbase::detail::KillGuard guard;  // a static variable is locked while it is made
   static const bool done = [] {
     qsbase::detail::OsAroundFork([] { registryLock.lock(); }, [] { registryLock.unlock(); });
     return true;
@@ -161,10 +164,10 @@ class BodyEnd {
 
 void Enter(QsThreadImpl& impl) {
   impl.threadId = qsbase::detail::OsThreadId();
-  qsbase::detail::OsSetCurrentThreadName(impl.name);
   if (impl.queue) {
     impl.queue->Open();
   }
+  qsbase::detail::OsSetCurrentThreadName(impl.name);
 }
 
 /// The object, which may have been destroyed meanwhile.
@@ -230,6 +233,9 @@ void qsbase::detail::RemoveThread(QsThread* thread) {
   if (found != registry.end()) {
     impl = std::move(found->impl);
     registry.erase(found);
+  }
+  if (registry.empty()) {
+    registry.shrink_to_fit();  // the library may be unloaded now
   }
 }
 

@@ -110,6 +110,7 @@ class KillSignal {
   KillSignal& operator=(const KillSignal&) = delete;
 
   static int Number() {
+    const KillGuard guard;  // a static variable is locked while it is made
     static KillSignal signal;
     return signal._number;
   }
@@ -149,6 +150,7 @@ class ThreadScope {
   ~ThreadScope() {
     HoldBackKill();  // for good
     currentThread = nullptr;
+    killState.ended = nullptr;
     const OsThreadBody body = _native.body;
     {
       const std::lock_guard<Lock> lock(_native.lock);
