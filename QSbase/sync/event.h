@@ -63,4 +63,62 @@ class QSBASE_API QsEvent {
   std::unique_ptr<Impl> _impl;
 };
 
+/// An event that processes share by its name. The first makes it, the others open it as it stands; it is gone with its
+/// last user, who may also have been killed, and the name then starts afresh.
+///
+/// On Windows it is the system's event of that name, also for programs without this library. Names are at most 260
+/// characters long, and hold a backslash only in "Global\" and "Local\" at their start. An event made with default
+/// security is not for everyone: opening it may fail.
+///
+/// On Linux names have any bytes and any length. An event of the calling user is found by his processes only, while
+/// another user may have one of the same name; an event of everyone is another event, found by all processes of the
+/// machine. Names that begin with "Global\" stand for one event on the machine, which others than its user fail to open
+/// when it is not everyone's; "Local\" at the start counts for nothing. A process that forks shares the event with its
+/// child: either may go on to use it and counts as a user until it ends, starts another program, or destroys its
+/// object. A process that is killed leaves a file in /dev/shm (or /tmp) until the name is used again.
+///
+/// \code
+/// QsNamedEvent stop(true, false, "my-service-stop", true);
+/// stop.WaitFor(-1);  // until another process opens "my-service-stop" and calls SetEvent()
+/// \endcode
+class QSBASE_API QsNamedEvent {
+ public:
+  /// Makes or opens the event. One that is there keeps its kind of reset, its state and who may use it, whatever is
+  /// asked for here.
+  ///
+  /// A null or empty name logs error "Cannot create QsNamedEvent without a name". When the system makes no event that
+  /// logs error "Could not not initialise QsNamedEvent (name=<name>)" (kept: the doubled word). IsInit() tells.
+  /// \param defaultSecurity  true: for the calling user, as the system sees to it by default; false: anyone may use it,
+  ///                         and on Windows child processes inherit the handle.
+  /// \throws std::bad_alloc when there is no memory for the name.
+  QsNamedEvent(bool manualReset, bool initialState, const char* name, bool defaultSecurity);
+  /// As ~QsEvent(). Other users of the name keep the event.
+  ~QsNamedEvent();
+  QsNamedEvent(const QsNamedEvent&) = delete;
+  QsNamedEvent& operator=(const QsNamedEvent&) = delete;
+
+  /// QsEvent::SetEvent(). Without an event logs error "QsNamedEvent::SetEvent: not initialised (name=<name>)"; without
+  /// a name, too, does nothing.
+  void SetEvent();
+
+  /// QsEvent::ResetEvent(), with "QsNamedEvent::ResetEvent: not initialised (name=<name>)".
+  void ResetEvent();
+
+  /// QsEvent::WaitFor(), with "QsNamedEvent::WaitFor: not initialised (name=<name>)" and Failed.
+  WaitResult WaitFor(int timeoutMs);
+
+  /// QsEvent::IsSet(), with "QsNamedEvent::IsSet: not initialised (name=<name>)" and false.
+  bool IsSet();
+
+  /// Whether the event was made or opened.
+  bool IsInit() const;
+
+  /// The name as it was given, also after a failure; empty when there was none.
+  std::string GetName() const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> _impl;
+};
+
 #endif

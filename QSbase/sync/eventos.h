@@ -17,6 +17,11 @@ class EventOs {
   /// Null when the system makes none.
   static std::unique_ptr<EventOs> Make(bool manualReset, bool initialState) noexcept;
 
+  /// The event that every process of the machine finds under \p name (not null). It is made when nobody has it, by
+  /// \p everyone for all users, else for the calling one; the flags of one that is there already stay.
+  static std::unique_ptr<EventOs> MakeNamed(bool manualReset, bool initialState, const char* name,
+                                            bool everyone) noexcept;
+
   EventOs() = default;
   virtual ~EventOs() = default;
   EventOs(const EventOs&) = delete;

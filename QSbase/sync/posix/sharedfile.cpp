@@ -74,7 +74,7 @@ int Objection(const struct stat& status, unsigned mode) {
   return IsForTheUserAlone(mode) && status.st_uid != geteuid() ? EACCES : 0;
 }
 
-bool IsAcceptable(int descriptor, unsigned mode) {
+bool IsAcceptable(int descriptor, unsigned mode, SharedFileModes existing) {
   struct stat status;
   if (fstat(descriptor, &status) != 0) {
     return false;
@@ -85,18 +85,8 @@ bool IsAcceptable(int descriptor, unsigned mode) {
     return false;
   }
   // Who made it may have been killed before it had its permissions.
-  return status.st_uid != geteuid() || (status.st_mode & 07777) == mode || fchmod(descriptor, mode) == 0;
-}
-
-// Without O_CREAT: in such folders the system may refuse that for the files of others (fs.protected_regular).
-int OpenExisting(const std::string& path, unsigned mode) {
-  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;  // a pipe waits for nobody
-  const int descriptor = Uninterrupted([&] { return open(path.c_str(), kFlags); });
-  if (descriptor != -1 && !IsAcceptable(descriptor, mode)) {
-    CloseKeepingError(descriptor);
-    return -1;
-  }
-  return descriptor;
+  return existing == SharedFileModes::AsTheyAre || status.st_uid != geteuid() || (status.st_mode & 07777) == mode ||
+         fchmod(descriptor, mode) == 0;
 }
 
 // Gives the file its permissions before its name, so that nobody meets it without.
@@ -144,9 +134,20 @@ std::string SharedFilePath(const std::string& kind, const std::string& name, Sha
   return path.append(kind).append("-").append(NamePart(name));
 }
 
-int OpenSharedFile(const std::string& path, unsigned mode) {
+// Without O_CREAT: in such folders the system may refuse that for the files of others (fs.protected_regular).
+int OpenExistingSharedFile(const std::string& path, unsigned mode, SharedFileModes existing) {
+  constexpr int kFlags = O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;  // a pipe waits for nobody
+  const int descriptor = Uninterrupted([&] { return open(path.c_str(), kFlags); });
+  if (descriptor != -1 && !IsAcceptable(descriptor, mode, existing)) {
+    CloseKeepingError(descriptor);
+    return -1;
+  }
+  return descriptor;
+}
+
+int OpenSharedFile(const std::string& path, unsigned mode, SharedFileModes existing) {
   for (;;) {
-    int descriptor = OpenExisting(path, mode);
+    int descriptor = OpenExistingSharedFile(path, mode, existing);
     if (descriptor != -1 || errno != ENOENT) {
       return descriptor;
     }

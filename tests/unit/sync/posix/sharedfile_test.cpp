@@ -40,7 +40,9 @@ namespace {
 using qsbase::detail::IsStillAt;
 using qsbase::detail::kMachineFileMode;
 using qsbase::detail::kUserFileMode;
+using qsbase::detail::OpenExistingSharedFile;
 using qsbase::detail::OpenSharedFile;
+using qsbase::detail::SharedFileModes;
 using qsbase::detail::SharedFilePath;
 using qsbase::detail::SharedFileScope;
 using qsbase::testing::NamesIn;
@@ -253,6 +255,27 @@ TEST(OpenSharedFile, MendsThePermissionsThatAKilledMakerLeft) {
   const std::string path = dir.Write("name", "");
   ASSERT_EQ(chmod(path.c_str(), 0600), 0);
   EXPECT_EQ(RefusalOf(path, kMachineFileMode), 0);
+  EXPECT_EQ(ModeOf(path), mode_t{0666});
+}
+
+TEST(OpenSharedFile, LeavesPermissionsAsTheyAreWhenAsked) {
+  const TempDir dir;
+  const std::string path = dir.Write("name", "");
+  ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+  const Opened file(OpenSharedFile(path, kMachineFileMode, SharedFileModes::AsTheyAre));
+  EXPECT_TRUE(file.IsOpen());
+  EXPECT_EQ(ModeOf(path), mode_t{0600});
+}
+
+TEST(OpenExistingSharedFile, MakesNone) {
+  const TempDir dir;
+  EXPECT_EQ(OpenExistingSharedFile(dir / "name", kMachineFileMode), -1);
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_THAT(NamesIn(dir.Path()), IsEmpty());
+  const std::string path = dir.Write("name", "");
+  ASSERT_EQ(chmod(path.c_str(), 0600), 0);
+  const Opened file(OpenExistingSharedFile(path, kMachineFileMode));
+  EXPECT_TRUE(file.IsOpen());
   EXPECT_EQ(ModeOf(path), mode_t{0666});
 }
 
