@@ -24,9 +24,12 @@
 #include <QSbase/sync/globalmutex.h>
 #include <QSbase/sync/rwlock.h>
 #include <QSbase/sync/semaphore.h>
+#include <QSbase/text/bitaccessor.h>
 #include <QSbase/text/datetime.h>
+#include <QSbase/text/guid.h>
 #include <QSbase/text/qschar.h>
 #include <QSbase/text/qsstring.h>
+#include <QSbase/text/utf8.h>
 #include <QSbase/thread/executeevery.h>
 #include <QSbase/thread/qsthread.h>
 #include <QSbase/thread/threadmq.h>

@@ -1,0 +1,39 @@
+#include <QSbase/text/guidos.h>
+
+#include <cerrno>
+#include <cstddef>
+
+#include <sys/random.h>
+
+namespace qsbase::detail {
+
+namespace {
+
+bool FillRandom(unsigned char* bytes, std::size_t count) noexcept {
+  while (count > 0) {
+    const ssize_t got = getrandom(bytes, count, 0);
+    if (got < 0 && errno == EINTR) {
+      continue;
+    }
+    if (got <= 0) {
+      return false;
+    }
+    bytes += got;
+    count -= static_cast<std::size_t>(got);
+  }
+  return true;
+}
+
+}  // namespace
+
+// RFC 4122, 4.4: the version in the upper half of byte 6, the variant in the upper two bits of byte 8.
+bool CreateGuidBytes(unsigned char (&bytes)[16]) noexcept {
+  if (!FillRandom(bytes, sizeof(bytes))) {
+    return false;
+  }
+  bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0FU) | 0x40U);
+  bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3FU) | 0x80U);
+  return true;
+}
+
+}  // namespace qsbase::detail
