@@ -27,8 +27,10 @@
 #include <QSbase/text/bitaccessor.h>
 #include <QSbase/text/datetime.h>
 #include <QSbase/text/guid.h>
+#include <QSbase/text/namematcher.h>
 #include <QSbase/text/qschar.h>
 #include <QSbase/text/qsstring.h>
+#include <QSbase/text/stringcache.h>
 #include <QSbase/text/utf8.h>
 #include <QSbase/thread/executeevery.h>
 #include <QSbase/thread/qsthread.h>

@@ -1,0 +1,47 @@
+/// \file
+/// Name patterns of "*" and "?", without an expression (internal).
+#ifndef QSBASE_TEXT_WILDCARDPATTERN_H
+#define QSBASE_TEXT_WILDCARDPATTERN_H
+
+#include <QSbase/text/chartables.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qsbase::detail {
+
+/// One pattern: "*" stands for any number of bytes, "?" for any byte, line feeds and zero bytes among them. Immutable,
+/// so safe from several threads.
+class WildcardPattern {
+ public:
+  /// Without `anchored` the pattern may stand anywhere in a name. `fold` maps bytes of a kind to one.
+  WildcardPattern(std::string_view pattern, bool anchored, const CharMap& fold);
+
+  /// `name` went through the same map. Takes no more steps than the lengths of pattern and name multiplied.
+  bool Matches(std::string_view name) const;
+
+ private:
+  // What stands between two "*"; not empty.
+  struct Segment {
+    std::size_t offset;
+    std::size_t length;
+    std::size_t firstFixed;  ///< Of its bytes, the first that is no "?"; `length` when there is none.
+    bool isFixed;            ///< It holds no "?".
+  };
+
+  void AddSegment(std::size_t offset, std::size_t length);
+  bool StandsAt(const Segment& segment, const char* place) const;
+  std::size_t Find(const Segment& segment, std::string_view name) const;
+
+  std::string _text;
+  std::vector<Segment> _segments;
+  std::size_t _minLength = 0;
+  bool _openStart;
+  bool _openEnd;
+};
+
+}  // namespace qsbase::detail
+
+#endif
