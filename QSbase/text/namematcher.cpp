@@ -157,25 +157,33 @@ class NamePatternList {
       return;
     }
     if (*pattern != '#') {
-      _patterns.push_back({text, WildcardPattern(pattern, anchored, _fold)});
+      WildcardPattern wildcard(pattern, anchored, _fold);
+      _summaries.push_back(wildcard.Summary());
+      _patterns.push_back({text, std::move(wildcard)});
     } else if (auto expression = NameExpression::Compile(pattern + 1)) {
+      _summaries.emplace_back();
       _patterns.push_back({text, std::move(expression)});
     }
   }
 
   std::optional<unsigned int> Find(const std::string& name, std::string_view folded) const {
-    for (std::size_t i = 0; i < _patterns.size(); ++i) {
-      const Matcher& matcher = _patterns[i].matcher;
-      const auto* const wildcard = std::get_if<WildcardPattern>(&matcher);
-      if (wildcard != nullptr ? wildcard->Matches(folded) : std::get<1>(matcher)->IsIn(name)) {
+    const unsigned int ends = WildcardSummary::EndsOf(folded);
+    for (std::size_t i = 0; i < _summaries.size(); ++i) {
+      if (_summaries[i].MayMatch(folded.size(), ends) && Matches(_patterns[i].matcher, name, folded)) {
         return static_cast<unsigned int>(i);
       }
     }
     return std::nullopt;
   }
 
+  static bool Matches(const Matcher& matcher, const std::string& name, std::string_view folded) {
+    const auto* const wildcard = std::get_if<WildcardPattern>(&matcher);
+    return wildcard != nullptr ? wildcard->Matches(folded) : std::get<1>(matcher)->IsIn(name);
+  }
+
   const CharMap _fold;
   std::vector<Pattern> _patterns;
+  std::vector<WildcardSummary> _summaries;  ///< Of each pattern, close together.
 };
 
 }  // namespace qsbase::detail

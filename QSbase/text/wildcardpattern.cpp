@@ -28,6 +28,12 @@ void WildcardPattern::AddSegment(std::size_t offset, std::size_t length) {
   _minLength += length;
 }
 
+WildcardSummary WildcardPattern::Summary() const {
+  const char first = _openStart || _text.front() == '?' ? '\0' : _text.front();
+  const char last = _openEnd || _text.back() == '?' ? '\0' : _text.back();
+  return {_minLength, first, last};
+}
+
 bool WildcardPattern::StandsAt(const Segment& segment, const char* place) const {
   const char* const text = _text.data() + segment.offset;
   if (segment.isFixed) {

@@ -12,6 +12,30 @@
 
 namespace qsbase::detail {
 
+/// What most names that do not match fail at: a length and the bytes at both ends.
+class WildcardSummary {
+ public:
+  /// Lets every name pass.
+  WildcardSummary() = default;
+  /// Zero where the byte does not matter.
+  WildcardSummary(std::size_t minLength, char first, char last)
+      : _minLength(minLength), _ends(Pack(first, last)), _mask(Pack(first == 0 ? 0 : '\xFF', last == 0 ? 0 : '\xFF')) {}
+
+  /// Both ends of a name as one number; of an empty one, 0.
+  static unsigned int EndsOf(std::string_view name) { return name.empty() ? 0 : Pack(name.front(), name.back()); }
+
+  bool MayMatch(std::size_t length, unsigned int ends) const { return length >= _minLength && (ends & _mask) == _ends; }
+
+ private:
+  static unsigned int Pack(char first, char last) {
+    return static_cast<unsigned char>(first) * 256u + static_cast<unsigned char>(last);
+  }
+
+  std::size_t _minLength = 0;
+  unsigned int _ends = 0;
+  unsigned int _mask = 0;
+};
+
 /// One pattern: "*" stands for any number of bytes, "?" for any byte, line feeds and zero bytes among them. Immutable,
 /// so safe from several threads.
 class WildcardPattern {
@@ -21,6 +45,9 @@ class WildcardPattern {
 
   /// `name` went through the same map. Takes no more steps than the lengths of pattern and name multiplied.
   bool Matches(std::string_view name) const;
+
+  /// False for it means false for Matches.
+  WildcardSummary Summary() const;
 
  private:
   // What stands between two "*"; not empty.
