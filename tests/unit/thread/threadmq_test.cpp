@@ -311,8 +311,7 @@ TEST(QsThreadMQ, PeekMsgWithoutAMessageGivesZeroes) {
 }
 
 TEST(QsThreadMQ, PeekMsgTakesOutOnlyWhenAsked) {
-  std::vector<int> ids;
-  Plain thread([&ids](Plain& self) {
+  Plain thread([](Plain& self) {
     QsMSG msg = kGarbage;
     EXPECT_TRUE(self.GetMsg(msg, kFirst + 1, kFirst + 1));  // both are there
     for (const bool remove : {false, true}) {
