@@ -47,6 +47,7 @@ int main() {
   good = Check("files", Files()) && good;
   good = Check("network", Network()) && good;
   good = Check("text", QsString::ToUpper("abc") == "ABC") && good;
+  good = Check("names", CNameMatcher("*.log;#^part[0-9]+$", true).MatchName("PART17") == 1) && good;
   good = Check("time", DateTime2string(QsDateTime(2013, 2, 13, 0, 0, 0, 0), false, false) == "2013-02-13") && good;
   return good ? 0 : 1;
 }
