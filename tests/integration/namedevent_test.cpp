@@ -14,7 +14,9 @@
 #include <thread>
 #include <vector>
 
-#ifndef _WIN32
+#ifdef _WIN32
+#include <QSbase/win32/windowsapi.h>
+#else
 #include <QSbase/sync/posix/sharedfile.h>
 #include <QSbase/sync/posix/sharedrecord.h>
 
@@ -397,7 +399,73 @@ TEST_F(NamedEventTest, WhatCannotBeMadeLogsItsName) {
 #endif
 }
 
-#ifndef _WIN32
+#ifdef _WIN32
+
+// ---- the system's events ----
+
+class SystemEvent {
+ public:
+  explicit SystemEvent(HANDLE handle) : _handle(handle) {}
+  ~SystemEvent() { CloseHandle(_handle); }
+  SystemEvent(const SystemEvent&) = delete;
+  SystemEvent& operator=(const SystemEvent&) = delete;
+
+  HANDLE Get() const { return _handle; }
+  bool IsSet() const { return WaitForSingleObject(_handle, 0) == WAIT_OBJECT_0; }
+
+  // Whether anyone may use it: it has an access list, and that is null.
+  bool IsEveryones() const {
+    alignas(SECURITY_DESCRIPTOR) char descriptor[1000];
+    DWORD size = 0;
+    BOOL isPresent = FALSE;
+    BOOL isDefault = TRUE;
+    ACL* list = reinterpret_cast<ACL*>(descriptor);
+    EXPECT_NE(GetKernelObjectSecurity(_handle, DACL_SECURITY_INFORMATION, descriptor, sizeof descriptor, &size), 0);
+    EXPECT_NE(GetSecurityDescriptorDacl(descriptor, &isPresent, &list, &isDefault), 0);
+    return isPresent != FALSE && list == nullptr;
+  }
+
+ private:
+  HANDLE _handle;
+};
+
+TEST_F(NamedEventTest, IsTheSystemsEventOfItsName) {
+  QsNamedEvent event(kManual, false, Name(), kOwn);
+  const SystemEvent opened(OpenEventA(EVENT_ALL_ACCESS, FALSE, Name()));
+  ASSERT_NE(opened.Get(), nullptr);
+  event.SetEvent();
+  EXPECT_TRUE(opened.IsSet());
+  EXPECT_NE(::ResetEvent(opened.Get()), 0);
+  EXPECT_FALSE(event.IsSet());
+}
+
+TEST_F(NamedEventTest, OpensTheEventOfAnotherProgram) {
+  const SystemEvent made(CreateEventA(nullptr, FALSE, TRUE, Name()));
+  QsNamedEvent event(kManual, false, Name(), kEveryones);
+  ASSERT_TRUE(event.IsInit());
+  EXPECT_TRUE(event.IsSet());
+  EXPECT_FALSE(event.IsSet());
+  EXPECT_FALSE(made.IsEveryones());
+}
+
+TEST_F(NamedEventTest, IsForEveryoneWhenAsked) {
+  for (const bool security : {kOwn, kEveryones}) {
+    const QsNamedEvent event(kManual, false, Name(), security);
+    const SystemEvent opened(OpenEventA(EVENT_ALL_ACCESS, FALSE, Name()));
+    ASSERT_NE(opened.Get(), nullptr);
+    EXPECT_EQ(opened.IsEveryones(), security == kEveryones);
+  }
+}
+
+TEST_F(NamedEventTest, ANameOfSomethingElseMakesNoEvent) {
+  const SystemEvent other(CreateSemaphoreA(nullptr, 1, 1, Name()));
+  const LogCapture log;
+  const QsNamedEvent event(kManual, false, Name(), kOwn);
+  EXPECT_FALSE(event.IsInit());
+  EXPECT_EQ(log.Messages().size(), 1U);
+}
+
+#else
 
 // ---- files ----
 

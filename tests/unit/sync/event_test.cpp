@@ -240,7 +240,7 @@ TEST(QsEvent, WaitersThatGiveUpTakeNoSignalWithThem) {
 
 // What was written before a signal is seen by who takes it, also when the event was signalled already.
 TEST(QsEvent, ASecondSignalHandsOverToo) {
-  for (int i = 0; i < 500; ++i) {
+  for (int i = 0; i < 200; ++i) {
     QsEvent event(kAuto, false);
     std::array<int, 2> data{};
     std::atomic<int> done{0};
@@ -265,7 +265,7 @@ TEST(QsEvent, ASecondSignalHandsOverToo) {
 }
 
 TEST(QsEvent, MayBeDestroyedByWhomItReleased) {
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < 500; ++i) {
     auto event = std::make_unique<QsEvent>(i % 2 == 0, false);
     QsEvent& shared = *event;
     std::thread waiter([&] {
@@ -310,7 +310,7 @@ TEST(QsEvent, WithoutASystemObjectEveryCallFailsAndLogs) {
 // Both sleep; the kernel wakes the first that came.
 TEST(QsEvent, AKilledWaiterPassesOnItsSignal) {
 #ifdef QSBASE_TESTS_SANITIZED
-  GTEST_SKIP() << "a sanitizer waits for the end of a thread that was killed";
+  GTEST_SKIP() << "the sanitizers wait for good for a thread that was killed";
 #endif
   for (int i = 0; i < 100; ++i) {
     QsEvent event(kAuto, false);
@@ -333,7 +333,7 @@ TEST(QsEvent, AKilledWaiterPassesOnItsSignal) {
 
 TEST(QsEvent, AKilledWaiterLeavesTheEventUsable) {
 #ifdef QSBASE_TESTS_SANITIZED
-  GTEST_SKIP() << "a sanitizer waits for the end of a thread that was killed";
+  GTEST_SKIP() << "the sanitizers wait for good for a thread that was killed";
 #endif
   for (const bool manual : {kManual, kAuto}) {
     QsEvent event(manual, false);

@@ -228,7 +228,7 @@ TEST(QsSemaphore, AsALockItOrdersWhatItGuards) {
 }
 
 TEST(QsSemaphore, MayBeDestroyedByWhomItLetGoOn) {
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < 500; ++i) {
     auto semaphore = std::make_unique<QsSemaphore>(1, 1);
     semaphore->WaitFor(0);
     QsSemaphore& shared = *semaphore;
@@ -246,7 +246,7 @@ TEST(QsSemaphore, MayBeDestroyedByWhomItLetGoOn) {
 // Both sleep; the kernel wakes the first that came.
 TEST(QsSemaphore, AKilledWaiterPassesOnItsTurn) {
 #ifdef QSBASE_TESTS_SANITIZED
-  GTEST_SKIP() << "a sanitizer waits for the end of a thread that was killed";
+  GTEST_SKIP() << "the sanitizers wait for good for a thread that was killed";
 #endif
   for (int i = 0; i < 100; ++i) {
     QsSemaphore semaphore(1, 5);
