@@ -3,7 +3,6 @@
 #include <QSbase/allocationerror.h>
 #include <QSbase/errors.h>
 
-#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstring>
@@ -39,26 +38,31 @@ void Copy(unsigned char* to, const unsigned char* from, std::uint32_t count) {
   }
 }
 
-// As the machine has it: enough to tell whether a bit differs.
-std::uint64_t RawWord(const unsigned char* bytes) {
-  std::uint64_t word;
-  std::memcpy(&word, bytes, sizeof(word));
-  return word;
+// Sixteen bytes for the vector instructions that every target has.
+using Block [[gnu::vector_size(16)]] = std::uint64_t;
+
+template <typename Value>
+Value Load(const unsigned char* bytes) {
+  Value value;
+  std::memcpy(&value, bytes, sizeof(value));
+  return value;
 }
 
 // The end of the highest word before `end` in which a bit differs from `same`, which is all zeroes or all ones; below a
 // word's size when there is none.
 std::size_t SkipWords(const unsigned char* bytes, std::size_t end, std::uint64_t same) {
-  constexpr std::size_t step = 4 * kWordSize;
+  constexpr std::size_t step = 4 * sizeof(Block);
+  const Block sames = {same, same};
   for (; end >= step; end -= step) {
     const unsigned char* const at = bytes + end - step;
-    const std::uint64_t low = (RawWord(at) ^ same) | (RawWord(at + kWordSize) ^ same);
-    const std::uint64_t high = (RawWord(at + 2 * kWordSize) ^ same) | (RawWord(at + 3 * kWordSize) ^ same);
-    if ((low | high) != 0) {
+    const Block low = (Load<Block>(at) ^ sames) | (Load<Block>(at + 16) ^ sames);
+    const Block high = (Load<Block>(at + 32) ^ sames) | (Load<Block>(at + 48) ^ sames);
+    const Block all = low | high;
+    if ((all[0] | all[1]) != 0) {
       break;
     }
   }
-  while (end >= kWordSize && RawWord(bytes + end - kWordSize) == same) {
+  while (end >= kWordSize && Load<std::uint64_t>(bytes + end - kWordSize) == same) {
     end -= kWordSize;
   }
   return end;
@@ -67,17 +71,30 @@ std::size_t SkipWords(const unsigned char* bytes, std::size_t end, std::uint64_t
 // The eight bytes before `end` as a number: the lowest bit of the last byte is bit 0. Where the array begins later,
 // bits of `same` stand for the missing bytes.
 std::uint64_t NumberBefore(const unsigned char* bytes, std::size_t end, std::uint64_t same) {
-  std::uint64_t number = same;
+  static_assert(std::endian::native == std::endian::little);
   if (end >= kWordSize) {
-    for (std::size_t i = end - kWordSize; i < end; ++i) {
-      number = (number << 8U) | bytes[i];
-    }
-    return number;
+    return __builtin_bswap64(Load<std::uint64_t>(bytes + end - kWordSize));
   }
+  std::uint64_t number = same;
   for (std::size_t i = 0; i < end; ++i) {
     number = (number << 8U) | bytes[i];
   }
   return number;
+}
+
+// Both may be the same array.
+template <typename Operation>
+void Combine(unsigned char* to, const unsigned char* from, std::size_t count, Operation operation) {
+  constexpr std::size_t step = 2 * sizeof(Block);
+  for (; count >= step; to += step, from += step, count -= step) {
+    for (std::size_t i = 0; i < step; i += sizeof(Block)) {
+      const Block combined = operation(Load<Block>(to + i), Load<Block>(from + i));
+      std::memcpy(to + i, &combined, sizeof(combined));
+    }
+  }
+  for (std::size_t i = 0; i < count; ++i) {
+    to[i] = static_cast<unsigned char>(operation(to[i], from[i]));
+  }
 }
 
 }  // namespace
@@ -122,31 +139,7 @@ void BitAccessor::Clear() {
   }
 }
 
-// An index equal to the bit count has no bit either: it would lie in the padding, or before the first byte.
-unsigned char& BitAccessor::ByteOf(unsigned int index) const {
-  if (index >= _bitCount) {
-    throw ExInvalidRange("bitaccessor index out of range.");
-  }
-  return _bytes[_byteCount - 1 - index / 8];
-}
-
-void BitAccessor::Set(unsigned int index) {
-  unsigned char& byte = ByteOf(index);
-  byte = static_cast<unsigned char>(byte | (1U << (index % 8)));
-}
-
-void BitAccessor::Unset(unsigned int index) {
-  unsigned char& byte = ByteOf(index);
-  byte = static_cast<unsigned char>(byte & ~(1U << (index % 8)));
-}
-
-bool BitAccessor::IsSet(unsigned int index) const { return ((ByteOf(index) >> (index % 8)) & 1U) != 0; }
-
-unsigned int BitAccessor::First(bool value) const { return Find(0, value); }
-
-unsigned int BitAccessor::Next(unsigned int index, bool value) const {
-  return _bitCount == 0 || index >= _bitCount - 1 ? kNoBit : Find(index + 1, value);
-}
+void BitAccessor::ThrowOutOfRange() { throw ExInvalidRange("bitaccessor index out of range."); }
 
 // From the byte of `from` downwards in memory; `end` is where the bytes end that are still to be searched.
 unsigned int BitAccessor::Find(unsigned int from, bool value) const {
@@ -174,8 +167,7 @@ BitAccessor& BitAccessor::operator|=(const BitAccessor& other) {
   if (_bitCount != other._bitCount) {
     throw ExInvalidRange("operator | BitAccessors does not have the same length.");
   }
-  unsigned char* const bytes = _bytes.get();
-  std::transform(bytes, bytes + _byteCount, other._bytes.get(), bytes, std::bit_or<unsigned char>());
+  Combine(_bytes.get(), other._bytes.get(), _byteCount, std::bit_or<>());
   return *this;
 }
 
@@ -183,7 +175,6 @@ BitAccessor& BitAccessor::operator&=(const BitAccessor& other) {
   if (_bitCount != other._bitCount) {
     throw ExInvalidRange("operator & BitAccessors does not have the same length.");
   }
-  unsigned char* const bytes = _bytes.get();
-  std::transform(bytes, bytes + _byteCount, other._bytes.get(), bytes, std::bit_and<unsigned char>());
+  Combine(_bytes.get(), other._bytes.get(), _byteCount, std::bit_and<>());
   return *this;
 }

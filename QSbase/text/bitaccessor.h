@@ -39,19 +39,30 @@ class QSBASE_API BitAccessor {
   /// Makes all bits 0.
   void Clear();
   /// Makes a bit 1. \throws ExInvalidRange "bitaccessor index out of range." when `index` is not below the bit count.
-  void Set(unsigned int index);
+  void Set(unsigned int index) {
+    unsigned char& byte = ByteOf(index);
+    byte = static_cast<unsigned char>(byte | (1U << (index % 8)));
+  }
   /// Makes a bit 0. Throws as Set() does.
-  void Unset(unsigned int index);
+  void Unset(unsigned int index) {
+    unsigned char& byte = ByteOf(index);
+    byte = static_cast<unsigned char>(byte & ~(1U << (index % 8)));
+  }
   /// Whether a bit is 1. Throws as Set() does.
-  bool IsSet(unsigned int index) const;
+  bool IsSet(unsigned int index) const { return ((ByteOf(index) >> (index % 8)) & 1U) != 0; }
 
   /// The lowest index whose bit equals `value`; 0xFFFFFFFF when there is none. Whole bytes are searched, so that
   /// `false` may find the padding: with all of 12 bits set it gives 12, with all of 8 set 0xFFFFFFFF. Kept: callers
   /// rely on it.
-  unsigned int First(bool value) const;
+  unsigned int First(bool value) const { return Find(0, value); }
   /// The lowest index above `index` whose bit equals `value`; 0xFFFFFFFF when index + 1 is not below the bit count or
   /// nothing is found. Searches whole bytes as First() does.
-  unsigned int Next(unsigned int index, bool value) const;
+  unsigned int Next(unsigned int index, bool value) const {
+    if (index >= _bitCount || index + 1 >= _bitCount) {
+      return 0xFFFFFFFF;
+    }
+    return IsSet(index + 1) == value ? index + 1 : Find(index + 1, value);
+  }
 
   /// True when any bit is 1.
   operator bool() const;  // NOLINT(google-explicit-constructor): callers test and store it as it is
@@ -65,7 +76,15 @@ class QSBASE_API BitAccessor {
   BitAccessor& operator&=(const BitAccessor& other);
 
  private:
-  unsigned char& ByteOf(unsigned int index) const;
+  // An index equal to the bit count has no bit either: it would lie in the padding, or before the first byte.
+  unsigned char& ByteOf(unsigned int index) const {
+    if (index >= _bitCount) {
+      ThrowOutOfRange();
+    }
+    return _bytes[_byteCount - 1 - index / 8];
+  }
+
+  [[noreturn]] static void ThrowOutOfRange();
   unsigned int Find(unsigned int from, bool value) const;
 
   std::unique_ptr<unsigned char[]> _bytes;  // null without bytes
