@@ -39,6 +39,12 @@ bool Network() {
   return !curl.empty();
 }
 
+bool HasGuid() {
+  QsGUID guid;
+  guid.Create();
+  return QsGUID::IsValidGUID(guid.ToString(), true);
+}
+
 }  // namespace
 
 int main() {
@@ -49,5 +55,7 @@ int main() {
   good = Check("text", QsString::ToUpper("abc") == "ABC") && good;
   good = Check("names", CNameMatcher("*.log;#^part[0-9]+$", true).MatchName("PART17") == 1) && good;
   good = Check("time", DateTime2string(QsDateTime(2013, 2, 13, 0, 0, 0, 0), false, false) == "2013-02-13") && good;
+  good = Check("UTF-8", QsIsValidUTF8("\xC3\xA4") && !QsIsValidUTF8("\xC3")) && good;
+  good = Check("GUIDs", HasGuid()) && good;
   return good ? 0 : 1;
 }

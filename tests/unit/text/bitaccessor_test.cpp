@@ -300,8 +300,9 @@ TEST(BitAccessor, CombinesBitByBit) {
     ExpectEqual(bits, both);
     ExpectEqual(other, right);
     bits = original;
-    bits |= bits;
-    bits &= bits;
+    const BitAccessor& same = bits;
+    bits |= same;
+    bits &= same;
     ExpectEqual(bits, left);
   }
 }
