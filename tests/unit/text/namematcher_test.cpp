@@ -390,7 +390,7 @@ TEST(CNameMatcher, WithoutMemoryAnExpressionDoesNotMatch) {
   const CNameMatcher matcher("#^(a|b)*c", true);
   const std::string name = "aabbc";
   ASSERT_EQ(0, Match(matcher, name));
-  largestAllocation = 100;
+  largestAllocation = 0;
   const int result = matcher.MatchName(name);
   largestAllocation = kNoLimit;
   EXPECT_EQ(0, result);
