@@ -348,6 +348,27 @@ TEST_F(NamedEventTest, MakersAndLeaversAgreeAllTheTime) {
   }
 }
 
+// Wherever a process is killed, nobody lives afterwards, and what it leaves stops nobody.
+TEST_F(NamedEventTest, AProcessMayBeKilledAtAnyMoment) {
+  if (!ChildTask().empty()) {
+    TellParent("ready");
+    for (;;) {
+      const QsNamedEvent event(kManual, true, std::getenv(kName), kEveryones);
+    }
+  }
+  for (int i = 0; i < 20; ++i) {
+    const auto child = Start("make");
+    std::this_thread::sleep_for(std::chrono::microseconds(i * 137));
+    child->Kill();
+    QsNamedEvent event(kAuto, false, Name(), kEveryones);
+    ASSERT_TRUE(event.IsInit());
+    ASSERT_FALSE(event.IsSet());
+    event.SetEvent();
+    ASSERT_TRUE(event.IsSet());
+    ASSERT_FALSE(event.IsSet());
+  }
+}
+
 TEST_F(NamedEventTest, ManySignalsBetweenTwoProcesses) {
   const std::string ping = std::string(Name()) + " ping";
   const std::string pong = std::string(Name()) + " pong";

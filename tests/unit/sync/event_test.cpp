@@ -377,6 +377,37 @@ TEST(QsEvent, ASignalToTheProcessEndsNoTimeEarlier) {
 
 #endif
 
+// Across processes: tests/integration/namedevent_test.cpp.
+TEST(QsNamedEvent, WithoutMemoryForItsRecordDoesNothing) {
+  const LogCapture log;
+  failingAllocation = 1;
+  QsNamedEvent event(kManual, true, "qsbase unit test", true);
+  ASSERT_EQ(failingAllocation, 0);
+  EXPECT_FALSE(event.IsInit());
+  EXPECT_EQ(event.GetName(), "");
+  event.SetEvent();
+  event.ResetEvent();
+  EXPECT_EQ(event.WaitFor(kNoLimit), WaitResult::Failed);
+  EXPECT_FALSE(event.IsSet());
+  EXPECT_THAT(log.Texts(), IsEmpty());
+}
+
+TEST(QsNamedEvent, WithoutMemoryForItsEventLogsItsName) {
+  for (const int allocation : {2, 3}) {  // the event, its state
+    const LogCapture log;
+    failingAllocation = allocation;
+    QsNamedEvent event(kManual, true, "qsbase unit test", true);
+    ASSERT_EQ(failingAllocation, 0);
+    EXPECT_FALSE(event.IsInit());
+    EXPECT_EQ(event.GetName(), "qsbase unit test");
+    event.SetEvent();
+    EXPECT_FALSE(event.IsSet());
+    EXPECT_THAT(log.Texts(), ElementsAre("Could not not initialise QsNamedEvent (name=qsbase unit test)",
+                                         "QsNamedEvent::SetEvent: not initialised (name=qsbase unit test)",
+                                         "QsNamedEvent::IsSet: not initialised (name=qsbase unit test)"));
+  }
+}
+
 TEST(QsEvent, LogsNothingOtherwise) {
   const LogCapture log;
   {
