@@ -152,7 +152,7 @@ TEST_F(GlobalMutexTest, OfTenThatRaceOneWins) {
 
 // Enters and leaves; who has the name finds nobody else's folder.
 void EnterAndLeave(const std::string& name, const std::string& folder) {
-  constexpr int kWins = 300;
+  constexpr int kWins = 100;
   TellParent("ready");
   HearParent();
   for (int wins = 0; wins < kWins;) {
