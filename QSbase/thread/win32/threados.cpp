@@ -6,19 +6,38 @@
 
 namespace qsbase::detail {
 
+namespace {
+
+/// What has become of a thread. Killed is also one that is about to be.
+enum class Fate { Runs, Returned, Killed };
+
+}  // namespace
+
 struct OsThreadNative {
   OsThreadBody body;
   std::atomic<HANDLE> handle{nullptr};
   std::atomic<DWORD> id{0};
-  std::atomic<bool> killed{false};
+  std::atomic<Fate> fate{Fate::Runs};
 };
 
 namespace {
 
+/// From now on nobody ends the thread. What follows frees memory and runs inside the loader's lock, which would stay
+/// locked. When somebody is about to end it, that happens here.
+void PassKilling(OsThreadNative& native) {
+  Fate found = Fate::Runs;
+  while (!native.fate.compare_exchange_strong(found, Fate::Returned)) {
+    Sleep(1);
+    found = Fate::Runs;
+  }
+}
+
 /// Returning ends the thread with exit code 0 like ExitThread(0), but after the destructors of what it holds.
 DWORD WINAPI RunThread(void* argument) {
-  const OsThreadBody body = static_cast<OsThreadNative*>(argument)->body;
+  OsThreadNative& native = *static_cast<OsThreadNative*>(argument);
+  const OsThreadBody body = native.body;
   body.run(body.context);
+  PassKilling(native);
   body.release(body.context);
   return 0;
 }
@@ -57,7 +76,7 @@ bool OsThread::IsStarted() const noexcept { return _native->handle != nullptr; }
 
 bool OsThread::HasEnded() const noexcept { return IsStarted() && HasTerminated(_native->handle, 0); }
 
-bool OsThread::WasKilled() const noexcept { return _native->killed && HasEnded(); }
+bool OsThread::WasKilled() const noexcept { return _native->fate == Fate::Killed && HasEnded(); }
 
 bool OsThread::IsCurrent() const noexcept { return IsStarted() && _native->id == GetCurrentThreadId(); }
 
@@ -65,15 +84,14 @@ unsigned int OsThread::Wait(int timeoutMs) {
   return WaitForSingleObject(_native->handle, timeoutMs < 0 ? INFINITE : static_cast<DWORD>(timeoutMs));
 }
 
-/// The system ends the thread some time after it has said so.
+/// The system ends the thread some time after it has said so. One that has returned, or that another thread kills, ends
+/// anyway.
 bool OsThread::Kill() {
   constexpr DWORD kLimitMs = 2000;
-  if (HasEnded()) {
-    return true;
-  }
-  _native->killed = true;
-  if (TerminateThread(_native->handle, kKillExitCode) == 0 && !HasEnded()) {
-    _native->killed = false;
+  Fate found = Fate::Runs;
+  const bool ours = _native->fate.compare_exchange_strong(found, Fate::Killed);
+  if (ours && TerminateThread(_native->handle, kKillExitCode) == 0) {
+    _native->fate = Fate::Runs;
     return false;
   }
   if (!HasTerminated(_native->handle, kLimitMs)) {
@@ -84,7 +102,7 @@ bool OsThread::Kill() {
 }
 
 void OsThread::KillCurrent() noexcept {
-  _native->killed = true;
+  _native->fate = Fate::Killed;
   for (;;) {
     TerminateThread(GetCurrentThread(), kKillExitCode);
   }

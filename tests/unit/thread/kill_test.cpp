@@ -83,6 +83,7 @@ class Victim : public QsThread {
 };
 
 void Sleep(Victim& self) {
+  QsSleep(1);  // the first time takes memory on Windows
   self.reached = true;
   for (;;) {
     QsSleep(100000);
