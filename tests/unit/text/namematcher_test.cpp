@@ -26,6 +26,12 @@
 #include <windows.h>
 #endif
 
+#ifdef __SANITIZE_THREAD__
+// The system's Boost.Regex hands the blocks of its stack from search to search by atomics that are not instrumented.
+extern "C" const char* __tsan_default_suppressions();
+extern "C" const char* __tsan_default_suppressions() { return "race:boost/regex/v4\n"; }
+#endif
+
 namespace {
 
 using qsbase::testing::kNoLimit;
@@ -501,7 +507,7 @@ TEST(CNameMatcher, MatchesInSeveralThreadsAtOnce) {
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&matcher, t] {
       const CNameMatcher own("#^[0-9]+$;*.log", true);
-      for (int i = 0; i < 500; ++i) {
+      for (int i = 0; i < 200; ++i) {
         const std::string name(static_cast<std::size_t>(i + t), 'a');
         EXPECT_EQ(0, Match(matcher, name + ".TXT"));
         EXPECT_EQ(1, Match(matcher, name + "c"));
