@@ -11,8 +11,6 @@
 #include <QSbase/sync/lock.h>
 #include <QSbase/thread/qsthreadimpl.h>
 
-#include <cxxabi.h>
-
 #include <algorithm>
 #include <array>
 #include <exception>
@@ -47,15 +45,21 @@ QsThreadImpl& Require(const std::shared_ptr<QsThreadImpl>& impl, const char* ope
 
 // ---- what is thrown on the way --------------------------------------------------------------------------------------
 
-/// Runs \p step, whatever a host's log callback or the memory does. Lets only through what ends the thread from inside
-/// (`pthread_exit`, a host that cancels it), which must not be stopped.
+/// Inside a handler: goes on with what ends the thread from inside, `pthread_exit` or a cancellation by the host. That
+/// passes as an exception that is none of C++.
+void LetThreadEnd() {
+  if (std::current_exception() == nullptr) {
+    throw;
+  }
+}
+
+/// Runs \p step, whatever a host's log callback or the memory does. Lets only through what ends the thread from inside.
 template <typename Step>
 void Quietly(Step step) {
   try {
     step();
-  } catch (const abi::__forced_unwind&) {
-    throw;
-  } catch (...) {  // NOLINT(bugprone-empty-catch): there is nobody left to tell
+  } catch (...) {
+    LetThreadEnd();  // otherwise there is nobody left to tell
   }
 }
 
@@ -73,9 +77,8 @@ void LoggingExceptions(const char* prefix, const std::string& name, Step step) {
       LogCaught(prefix, name, error.GetErrorText());
     } catch (const std::exception& error) {
       LogCaught(prefix, name, std::string("std::exception: ") + error.what());
-    } catch (const abi::__forced_unwind&) {
-      throw;
     } catch (...) {
+      LetThreadEnd();
       LogCaught(prefix, name, "unknown exception");
     }
   });
