@@ -4,6 +4,8 @@
 
 #include <common/logcapture.h>
 #include <common/platform.h>
+#include <common/sanitized.h>
+#include <common/waiter.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -21,13 +23,20 @@
 #include <QSbase/sync/posix/sharedrecord.h>
 
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/futex.h>
+#include <linux/seccomp.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
 #include <fstream>
 #endif
 
@@ -40,6 +49,7 @@ using qsbase::testing::LogCapture;
 using qsbase::testing::RemoveEnvironment;
 using qsbase::testing::SetEnvironment;
 using qsbase::testing::TellParent;
+using qsbase::testing::Waiter;
 using std::chrono::milliseconds;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -491,6 +501,7 @@ TEST_F(NamedEventTest, ANameOfSomethingElseMakesNoEvent) {
 // ---- files ----
 
 using qsbase::detail::EventRecord;
+using qsbase::detail::FutexWord;
 using qsbase::detail::SharedFilePath;
 using qsbase::detail::SharedFileScope;
 using qsbase::detail::SharedRecord;
@@ -693,6 +704,71 @@ TEST_F(NamedEventFileTest, AForkedChildIsAUserToo) {
   int status = -1;
   EXPECT_EQ(waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
+}
+
+// The kernel kills the child at the first call that it makes for a signal. Were the word changed by then, nobody would
+// wake who sleeps, and no later signal either.
+TEST_F(NamedEventFileTest, AKilledSetterHasSignalledWhollyOrNotAtAll) {
+#ifdef QSBASE_TESTS_SANITIZED
+  GTEST_SKIP() << "a sanitizer makes system calls, and its own thread outlives the end of the child's";
+#endif
+  for (const bool manual : {kManual, kAuto}) {
+    QsNamedEvent event(manual, false, Name(), kOwn);
+    const pid_t child = fork();
+    if (child == 0) {
+      if (prctl(PR_SET_SECCOMP, SECCOMP_MODE_STRICT) != 0) {
+        _exit(2);
+      }
+      event.SetEvent();
+      syscall(SYS_exit, 1);
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 2) {
+      GTEST_SKIP() << "this kernel or container lets no process forbid its own system calls";
+    }
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    EXPECT_FALSE(event.IsSet());
+  }
+}
+
+// As some sandboxes have it.
+bool RefuseToSetAndWakeAtOnce() {
+  constexpr unsigned kNumber = offsetof(seccomp_data, nr);
+  constexpr unsigned kOperation = offsetof(seccomp_data, args) + sizeof(std::uint64_t);  // its lower half
+  sock_filter steps[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kNumber),           BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_futex, 0, 3),
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, kOperation),        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, FUTEX_WAKE_OP, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog filter{sizeof(steps) / sizeof(steps[0]), steps};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+TEST_F(NamedEventFileTest, SignalsWhereTheKernelDoesNotDoSoInOneStep) {
+  QsNamedEvent event(kAuto, false, Name(), kOwn);
+  WaitResult result = WaitResult::Failed;
+  Waiter waiter([&] { result = event.WaitFor(kNoLimit); });
+  waiter.UntilAsleep();
+  const pid_t child = fork();
+  if (child == 0) {
+    if (!RefuseToSetAndWakeAtOnce()) {
+      _exit(2);
+    }
+    FutexWord word{0};
+    const bool isRefused = syscall(SYS_futex, &word, FUTEX_WAKE_OP, 1, 1, &word, 0) == -1 && errno == ENOSYS;
+    event.SetEvent();
+    _exit(isRefused && errno == ENOSYS ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 2) {
+    event.SetEvent();
+    GTEST_SKIP() << "this kernel or container lets no process forbid its own system calls";
+  }
+  waiter.Join();
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(result, WaitResult::Signaled);
+  EXPECT_FALSE(event.IsSet());
 }
 
 TEST_F(NamedEventFileTest, AForkedChildThatLeavesTakesNothingFromItsParent) {

@@ -48,4 +48,17 @@ void FutexWake(FutexWord& word, int count, FutexScope scope) noexcept {
   syscall(SYS_futex, &word, Operation(FUTEX_WAKE, scope), count, nullptr, nullptr, 0);
 }
 
+// The kernel sets the bits, after which it finishes the call whatever happens to the caller. It can wake the sleepers
+// on two words, here both times on one.
+void FutexSetBitsAndWakeAll(FutexWord& word, std::uint32_t bits, FutexScope scope) noexcept {
+  const LastErrorGuard keepLastError;
+  word.fetch_or(0, std::memory_order_release);  // what the kernel writes is unknown to the memory model
+  const long woken = syscall(SYS_futex, &word, Operation(FUTEX_WAKE_OP, scope), kFutexAll, kFutexAll, &word,
+                             FUTEX_OP(FUTEX_OP_OR, bits, FUTEX_OP_CMP_EQ, 0));
+  if (woken == -1) {  // a sandbox that does not have the operation
+    word.fetch_or(bits, std::memory_order_seq_cst);
+    FutexWake(word, kFutexAll, scope);
+  }
+}
+
 }  // namespace qsbase::detail

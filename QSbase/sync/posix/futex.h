@@ -29,6 +29,10 @@ bool FutexWait(FutexWord& word, std::uint32_t expected, const FutexDeadline& dea
 /// Leaves `errno` alone.
 void FutexWake(FutexWord& word, int count, FutexScope scope = FutexScope::Process) noexcept;
 
+/// Sets \p bits, some of the lowest 11, in \p word and wakes all sleepers, in one step that a process which is killed
+/// has done wholly or not at all. The word must exist. Leaves `errno` alone.
+void FutexSetBitsAndWakeAll(FutexWord& word, std::uint32_t bits, FutexScope scope) noexcept;
+
 /// To wake all.
 inline constexpr int kFutexAll = 0x7FFFFFFF;
 

@@ -1,9 +1,9 @@
 /// \file
 /// An event in a futex word, which may lie in shared memory.
 ///
-/// The word holds the signal in its lowest bit and above it how often the event has become signalled. A waiter for a
+/// The word holds the signal in its lowest bit and above it how often the signal has been taken away. A waiter for a
 /// manual-reset event notes the word at its start: any other word says that it was released, though the signal may be
-/// gone again. The signal of an auto-reset event is taken by clearing the bit.
+/// gone again. The signal of an auto-reset event is taken by who takes it away.
 #ifndef QSBASE_SYNC_POSIX_FUTEXEVENT_H
 #define QSBASE_SYNC_POSIX_FUTEXEVENT_H
 
