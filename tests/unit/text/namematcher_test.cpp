@@ -559,9 +559,7 @@ TEST(CNameMatcher, HostileExpressionsEnd) {
                                              Join({"#", std::string(100000, '(')})};
   for (const std::string& pattern : patterns) {
     const CNameMatcher matcher(pattern.c_str(), true);
-    for (const std::size_t length : {std::size_t{30}, std::size_t{500}}) {
-      EXPECT_EQ(-1, Match(matcher, std::string(length, 'a'))) << pattern.substr(0, 60) << " " << length;
-    }
+    EXPECT_EQ(0, matcher.MatchName(std::string(500, 'a'))) << pattern.substr(0, 60);
   }
 }
 
