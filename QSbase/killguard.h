@@ -25,7 +25,8 @@ inline void AllowKill() noexcept {}
 /// who takes it back when the thread did not end in time.
 struct KillState {
   volatile int holds = 0;
-  std::atomic<bool> asked{false};
+  /// The process whose thread is to end, 0 when it is not. A forked child's copy of the thread is another's.
+  std::atomic<int> asked{0};
   /// Where others see that the thread has ended; null in a thread that is no QsThread.
   std::atomic<std::uint32_t>* ended = nullptr;
 };
@@ -42,15 +43,19 @@ extern constinit thread_local KillState killState __attribute__((tls_model("init
 /// May be called in a signal handler.
 [[noreturn]] void EndKilledThread() noexcept;
 
+/// Whether the end of the calling thread was asked for in this process, as `asked` says of some. What a forked child
+/// has inherited is forgotten: it was meant for its parent's thread.
+bool IsAskedHere() noexcept;
+
 /// True when the calling thread is to end and only one hold keeps it back: the caller's own, which waits inside a lock.
 /// It undoes its wait (passes on a wake-up it may have been given) and calls EndKilledThread().
-inline bool IsKillDue() noexcept { return killState.asked && killState.holds == 1; }
+inline bool IsKillDue() noexcept { return killState.asked != 0 && killState.holds == 1 && IsAskedHere(); }
 
 inline void HoldBackKill() noexcept { killState.holds = killState.holds + 1; }
 
 inline void AllowKill() noexcept {
   killState.holds = killState.holds - 1;
-  if (killState.asked && killState.holds == 0) {
+  if (killState.asked != 0 && killState.holds == 0 && IsAskedHere()) {
     EndKilledThread();
   }
 }

@@ -9,6 +9,16 @@ namespace qsbase::detail {
 
 constinit thread_local KillState killState;
 
+// Not by a handler of fork(): those of others, which use the library's locks, may come before it.
+bool IsAskedHere() noexcept {
+  const int asker = killState.asked;
+  if (asker != 0 && asker != getpid()) {
+    killState.asked = 0;
+    return false;
+  }
+  return asker != 0;
+}
+
 void EndKilledThread() noexcept {
   if (killState.ended != nullptr) {
     FutexWord& ended = *killState.ended;

@@ -71,7 +71,7 @@ class Waiter {
   }
 
   /// Asks it to end where nothing holds it back, as a kill does. It takes note when it wakes.
-  void AskToEnd() { _killState.load()->asked = true; }
+  void AskToEnd() { _killState.load()->asked = QsGetCurrentProcessId(); }
 #endif
 
  private:

@@ -67,7 +67,7 @@ void OnKillSignal(int /*signal*/, siginfo_t* info, void* /*context*/) {
   if (killState.holds == 0) {
     EndKilledThread();
   }
-  killState.asked = true;
+  killState.asked = info->si_pid;
 }
 
 /// Without SA_RESTART: a wait inside a lock is to end, so that it finds out.
@@ -247,7 +247,7 @@ class Killer {
     const std::lock_guard<Lock> lock(_native.lock);
     KillState* const state = _native.killState;
     if (--_native.killers == 0 && state != nullptr && Runs(_native)) {
-      state->asked = false;
+      state->asked = 0;
     }
   }
 

@@ -32,6 +32,7 @@
 #else
 #include <pthread.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #endif
 
@@ -347,6 +348,32 @@ TEST_F(KillTest, SparesWhoHoldsItBack) {
     ASSERT_TRUE(wentOn);
   }
 }
+
+/// What becomes of a child that the thread forks while it is to end.
+int StatusOfAChildForkedUnderAKill() {
+  std::atomic<int> status{-1};
+  Victim thread([&](Victim& self) {
+    const qsbase::detail::KillGuard guard;
+    self.reached = true;
+    while (qsbase::detail::killState.asked == 0) {
+      QsSleep(1);
+    }
+    const pid_t child = fork();
+    if (child == 0) {
+      qsbase::detail::AllowKill();
+      { const qsbase::detail::KillGuard aLock; }
+      _exit(qsbase::detail::killState.asked == 0 ? 0 : 1);
+    }
+    int found = -1;
+    waitpid(child, &found, 0);
+    status = found;
+  });
+  thread.CreateAndReach();
+  EXPECT_EQ(thread.Kill(), 0U);
+  return status;
+}
+
+TEST_F(KillTest, IsNotForAForkedChildOfTheThread) { EXPECT_EQ(StatusOfAChildForkedUnderAKill(), 0); }
 
 /// Its body may end.
 class Survivor : public QsThread {
