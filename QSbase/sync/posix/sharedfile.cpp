@@ -1,6 +1,7 @@
 #include <QSbase/sync/posix/sharedfile.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -96,8 +97,9 @@ int CreateComplete(const std::string& path, unsigned mode) {
   if (descriptor == -1) {
     return -1;
   }
-  const std::string self = "/proc/self/fd/" + std::to_string(descriptor);
-  if (fchmod(descriptor, mode) != 0 || linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+  char self[32];  // no string: without memory for it the descriptor would stay
+  std::snprintf(self, sizeof self, "/proc/self/fd/%d", descriptor);
+  if (fchmod(descriptor, mode) != 0 || linkat(AT_FDCWD, self, AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) {
     CloseKeepingError(descriptor);
     return -1;
   }

@@ -10,8 +10,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -110,25 +113,39 @@ bool SetMode(int descriptor, unsigned mode) {
   return fstat(descriptor, &status) == 0 && (status.st_uid != geteuid() || fchmod(descriptor, mode) == 0);
 }
 
-std::string ReadName(int descriptor, std::size_t length) {
-  std::string name(length, '\0');
-  const ssize_t count = pread(descriptor, name.data(), length, sizeof(EventRecord));
-  name.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-  return name;
+bool HoldsName(int descriptor, std::string_view name) {
+  std::array<char, 256> part;
+  off_t position = sizeof(EventRecord);
+  while (!name.empty()) {
+    const ssize_t count = pread(descriptor, part.data(), std::min(part.size(), name.size()), position);
+    if (count <= 0 || !name.starts_with({part.data(), static_cast<std::size_t>(count)})) {
+      return false;
+    }
+    name.remove_prefix(static_cast<std::size_t>(count));
+    position += count;
+  }
+  return true;
+}
+
+std::string FreshContent(const std::string& name, bool manualReset, bool initialState) {
+  const EventRecord record{kMagic, name.size(), manualReset ? 1U : 0U, {FreshEventWord(initialState)}};
+  std::string content(reinterpret_cast<const char*>(&record), sizeof(record));
+  return content.append(name);
 }
 
 }  // namespace
 
 bool SharedRecord::Join(bool manualReset, bool initialState, std::chrono::milliseconds patience) {
   const KillGuard guard;
+  const std::string fresh = FreshContent(_place.name, manualReset, initialState);  // memory before there is a file
   Step step = Step::Again;
   while (step == Step::Again) {
-    step = TryJoin(manualReset, initialState, patience);
+    step = TryJoin(fresh, patience);
   }
   return step == Step::Done;
 }
 
-SharedRecord::Step SharedRecord::TryJoin(bool manualReset, bool initialState, std::chrono::milliseconds patience) {
+SharedRecord::Step SharedRecord::TryJoin(const std::string& fresh, std::chrono::milliseconds patience) {
   Opened file(OpenSharedFile(_place.path, _place.mode, SharedFileModes::AsTheyAre));
   if (file.Get() == -1) {
     return Step::Failed;
@@ -141,36 +158,31 @@ SharedRecord::Step SharedRecord::TryJoin(bool manualReset, bool initialState, st
   if (!IsStillAt(file.Get(), _place.path)) {
     return Step::Again;
   }
-  if (LockByte(file.Get(), F_WRLCK, kLife) && !Start(file.Get(), manualReset, initialState)) {
+  if (!MayBeRecord(file.Get())) {
+    errno = EBADMSG;
     return Step::Failed;
   }
-  if (!LockByte(file.Get(), F_RDLCK, kLife) || !Map(file.Get())) {
-    return Step::Failed;
+  const bool isAlone = LockByte(file.Get(), F_WRLCK, kLife);
+  if ((!isAlone || Start(file.Get(), fresh)) && LockByte(file.Get(), F_RDLCK, kLife) && Map(file.Get())) {
+    _descriptor = file.Keep();
+    return Step::Done;
   }
-  _descriptor = file.Keep();
-  return Step::Done;
+  if (isAlone) {
+    const LastErrorGuard keepLastError;
+    unlink(_place.path.c_str());
+  }
+  return Step::Failed;
 }
 
 // Nobody else has it.
-bool SharedRecord::Start(int descriptor, bool manualReset, bool initialState) const {
-  if (!MayBeRecord(descriptor)) {
-    errno = EBADMSG;
-    return false;
-  }
-  const EventRecord record{kMagic, _place.name.size(), manualReset ? 1U : 0U, {FreshEventWord(initialState)}};
-  const std::string bytes(reinterpret_cast<const char*>(&record), sizeof(record));
-  if (SetMode(descriptor, _place.mode) && ftruncate(descriptor, 0) == 0 && WriteAll(descriptor, bytes + _place.name)) {
-    return true;
-  }
-  const LastErrorGuard keepLastError;
-  unlink(_place.path.c_str());
-  return false;
+bool SharedRecord::Start(int descriptor, const std::string& fresh) const {
+  return SetMode(descriptor, _place.mode) && ftruncate(descriptor, 0) == 0 && WriteAll(descriptor, fresh);
 }
 
 bool SharedRecord::Map(int descriptor) {
   const std::size_t length = _place.name.size();
-  if (SizeOf(descriptor) != static_cast<std::int64_t>(sizeof(EventRecord) + length) || !MayBeRecord(descriptor) ||
-      ReadName(descriptor, length) != _place.name) {
+  if (SizeOf(descriptor) != static_cast<std::int64_t>(sizeof(EventRecord) + length) ||
+      !HoldsName(descriptor, _place.name)) {
     errno = EBADMSG;
     return false;
   }

@@ -56,8 +56,8 @@ class SharedRecord {
  private:
   enum class Step { Done, Failed, Again };
 
-  Step TryJoin(bool manualReset, bool initialState, std::chrono::milliseconds patience);
-  bool Start(int descriptor, bool manualReset, bool initialState) const;
+  Step TryJoin(const std::string& fresh, std::chrono::milliseconds patience);
+  bool Start(int descriptor, const std::string& fresh) const;
   bool Map(int descriptor);
 
   SharedRecordPlace _place;
