@@ -18,6 +18,8 @@
 
 #ifdef _WIN32
 #include <QSbase/win32/windowsapi.h>
+
+#include <common/inheritedhandles.h>
 #else
 #include <QSbase/sync/posix/sharedfile.h>
 #include <QSbase/sync/posix/sharedrecord.h>
@@ -434,6 +436,8 @@ TEST_F(NamedEventTest, WhatCannotBeMadeLogsItsName) {
 
 // ---- the system's events ----
 
+using qsbase::testing::CountInheritedHandles;
+
 class SystemEvent {
  public:
   explicit SystemEvent(HANDLE handle) : _handle(handle) {}
@@ -480,8 +484,10 @@ TEST_F(NamedEventTest, OpensTheEventOfAnotherProgram) {
 }
 
 TEST_F(NamedEventTest, IsForEveryoneWhenAsked) {
+  const int inherited = CountInheritedHandles();
   for (const bool security : {kOwn, kEveryones}) {
     const QsNamedEvent event(kManual, false, Name(), security);
+    EXPECT_EQ(CountInheritedHandles() - inherited, security == kEveryones ? 1 : 0);
     const SystemEvent opened(OpenEventA(EVENT_ALL_ACCESS, FALSE, Name()));
     ASSERT_NE(opened.Get(), nullptr);
     EXPECT_EQ(opened.IsEveryones(), security == kEveryones);
@@ -562,6 +568,13 @@ TEST_F(NamedEventFileTest, GlobalNamesKeepTheRightsOfTheirMakerWhileTheyLive) {
     EXPECT_EQ(ModeOf(path), mode);
   }
   EXPECT_FALSE(Exists(path));
+}
+
+TEST_F(NamedEventFileTest, OtherwiseTheUsersEventAndEveryonesAreTwo) {
+  QsNamedEvent own(kManual, true, Name(), kOwn);
+  QsNamedEvent everyones(kManual, false, Name(), kEveryones);
+  EXPECT_TRUE(own.IsSet());
+  EXPECT_FALSE(everyones.IsSet());
 }
 
 TEST_F(NamedEventFileTest, TheFileOfTheKilledIsUsedAgain) {

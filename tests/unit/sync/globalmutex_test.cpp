@@ -1,14 +1,13 @@
 // The machine-wide mutex within one process; integration/globalmutex_test.cpp has the others.
 #include <QSbase/sync/globalmutex.h>
 
+#include <common/failingallocation.h>
 #include <common/logcapture.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -21,6 +20,8 @@
 
 #ifdef _WIN32
 #include <QSbase/win32/windowsapi.h>
+
+#include <common/inheritedhandles.h>
 #else
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -31,22 +32,8 @@
 
 namespace {
 
-// Whether allocations of this thread by the form that returns null fail, as those of implementations are made.
-thread_local bool failAllocations = false;
-
-}  // namespace
-
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  try {
-    return failAllocations ? nullptr : ::operator new(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
-namespace {
-
 using qsbase::detail::GlobalMutexName;
+using qsbase::testing::failingAllocation;
 using qsbase::testing::LogCapture;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -223,8 +210,8 @@ TEST(GlobalMutex, CanBeTakenAgainAndAgain) {
 TEST(GlobalMutex, WithoutMemoryThereIsNone) {
   const std::string name = "a";
   const GlobalMutex existing(name);
-  failAllocations = true;
   const auto textOf = [](auto make) -> std::string {
+    failingAllocation = 1;
     try {
       make();
     } catch (const ExMemoryAllocation& error) {
@@ -234,7 +221,7 @@ TEST(GlobalMutex, WithoutMemoryThereIsNone) {
   };
   const std::string made = textOf([&] { GlobalMutex mutex(name); });
   const std::string copied = textOf([&] { GlobalMutex mutex(existing); });
-  failAllocations = false;
+  EXPECT_EQ(failingAllocation, 0);
   EXPECT_EQ(
       made,
       "Memory allocation error: GlobalMutex::GlobalMutex (GlobalMutexImpl (file QSbase/sync/globalmutex, line 25");
@@ -276,6 +263,8 @@ TEST(GlobalMutex, ADestructorLeavesEvenWhenTheLogThrows) {
 
 #ifdef _WIN32
 
+using qsbase::testing::CountInheritedHandles;
+
 TEST(GlobalMutex, CannotBeLeftByAnotherThread) {
   GlobalMutex mutex(Unique("thread"));
   EXPECT_TRUE(mutex.Enter());
@@ -300,7 +289,9 @@ TEST(GlobalMutex, AMutexOfTheSystemCountsAsTakenThoughNobodyHoldsIt) {
 TEST(GlobalMutex, IsAMutexOfTheSystemForEveryone) {
   GlobalMutex mutex(Unique("system"));
   EXPECT_EQ(OpenMutexA(SYNCHRONIZE, FALSE, Shown("system").c_str()), nullptr);
+  const int inherited = CountInheritedHandles();
   EXPECT_TRUE(mutex.Enter());
+  EXPECT_EQ(CountInheritedHandles(), inherited + 1);  // child processes have it too
   const HANDLE opened = OpenMutexA(MUTEX_ALL_ACCESS, FALSE, Shown("system").c_str());
   ASSERT_NE(opened, nullptr);
   alignas(SECURITY_DESCRIPTOR) char descriptor[1000];
@@ -338,10 +329,9 @@ TEST(GlobalMutex, WhatTheSystemRefusesIsLogged) {
 TEST(GlobalMutex, WithoutMemoryForTheDescriptorItIsNotEntered) {
   GlobalMutex mutex(Unique("descriptor"));
   LogCapture log;
-  failAllocations = true;
-  const bool entered = mutex.Enter();
-  failAllocations = false;
-  EXPECT_FALSE(entered);
+  failingAllocation = 1;
+  EXPECT_FALSE(mutex.Enter());
+  EXPECT_EQ(failingAllocation, 0);
   ASSERT_EQ(log.Texts().size(), 2u);
   EXPECT_EQ(log.Texts()[1], "GlobalMutex::Enter " + Shown("descriptor") +
                                 " >>> Memory allocation error: SECURITY_DESCRIPTOR (file "
