@@ -1,6 +1,6 @@
 /// \file
 /// Events: flags that threads wait for, within the process (QsEvent) or shared between processes by name
-/// (QsNamedEvent). Every operation may be called from any thread; they leave the last-error code alone only where said.
+/// (QsNamedEvent). Every operation may be called from any thread. They may change the last-error code.
 #ifndef QSBASE_SYNC_EVENT_H
 #define QSBASE_SYNC_EVENT_H
 

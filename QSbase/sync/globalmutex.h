@@ -47,7 +47,9 @@ class QSBASE_API GlobalMutex {
   /// Becomes the owner of the name. False at once when another object has it, in this process or in any other; true
   /// with a warning when this object has it already. What the system refuses is logged as an error and gives false.
   ///
-  /// Logs info of level 4 "Entering global mutex <name>".
+  /// Logs info of level 4 "Entering global mutex <name>". The warning is "GlobalMutex::Enter <name> already owner!";
+  /// the errors are "GlobalMutex <name> cannot create mutex: <the system's text>" and, for an exception on the way,
+  /// "GlobalMutex::Enter <name> >>> <its text>" ("std::exception: " before that of a standard one).
   /// \throws ExPrecondition "GlobalMutex::Enter: _impl is NULL" on an object without its implementation.
   bool Enter();
 
@@ -55,7 +57,8 @@ class QSBASE_API GlobalMutex {
   /// the object does not own the name then either. On Windows that happens in a thread that is not the one that
   /// entered.
   ///
-  /// Logs info of level 4 "Leaving global mutex <name>".
+  /// Logs info of level 4 "Leaving global mutex <name>". The error is "GlobalMutex <name> cannot release mutex: <the
+  /// system's text>".
   /// \throws ExPrecondition "GlobalMutex::Leave: _impl is NULL" on an object without its implementation.
   bool Leave();
 

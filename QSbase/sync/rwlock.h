@@ -23,7 +23,7 @@ struct QsRWLockImpl;
 /// upgrade, or end the read first. Holding the lock while the process forks leaves the child's copy with readers that
 /// nobody can end.
 ///
-/// On Linux QsThread::Kill spares a thread that reads, writes, or is about to write.
+/// Leaves the last-error code alone. On Linux QsThread::Kill spares a thread that reads, writes, or is about to write.
 ///
 /// \code
 /// QsRWLock lock;

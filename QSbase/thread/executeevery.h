@@ -46,6 +46,7 @@ class QSBASE_API ExecuteEvery {
   /// An exception of the callback passes on; no run is noted then, so the next call tries again. Called from the
   /// callback, on its thread, it does nothing. From log level 5 on each run is announced as info of level 5
   /// "ExecuteEvery( <name> ) is invoking callback...".
+  /// \throws ExPrecondition when there was no memory for the lock of an object with an interval and a callback.
   void Check();
 
  private:

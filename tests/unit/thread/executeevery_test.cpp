@@ -1,5 +1,6 @@
 #include <QSbase/thread/executeevery.h>
 
+#include <common/failingallocation.h>
 #include <common/logcapture.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,12 +16,14 @@
 #include <type_traits>
 #include <vector>
 
+#include <QSbase/errors.h>
 #include <QSbase/log/log.h>
 #include <QSbase/thread/wallclock.h>
 
 namespace {
 
 using qsbase::detail::wallClock;
+using qsbase::testing::failingAllocation;
 using qsbase::testing::LogCapture;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -169,6 +172,17 @@ TEST_F(ExecuteEveryTest, TheCallbackMayCheckAnotherObject) {
   _calls.checksAgain = &other;
   EXPECT_THAT(RunsAt(object, {0, 11}), ElementsAre(11));
   EXPECT_EQ(otherCalls.count, 1);
+}
+
+TEST_F(ExecuteEveryTest, WithoutMemoryForItsLockACheckThrows) {
+  failingAllocation = 1;
+  ExecuteEvery object("x", 1, &Note, &_calls);
+  ASSERT_EQ(failingAllocation, 0);
+  EXPECT_THROW(object.Check(), ExPrecondition);
+  failingAllocation = 1;
+  ExecuteEvery idle("x", 0, &Note, &_calls);
+  ASSERT_EQ(failingAllocation, 0);
+  EXPECT_NO_THROW(idle.Check());
 }
 
 // A callback that lets its thread be overtaken as long as somebody is there to do so.
