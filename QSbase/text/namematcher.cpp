@@ -200,8 +200,12 @@ std::shared_ptr<const NamePatternList> CompileList(const std::string& patterns, 
 }  // namespace
 
 CNameMatcher::CNameMatcher(const char* patterns, bool anchored) {
-  if (patterns != nullptr) {
+  if (patterns == nullptr) {
+    return;
+  }
+  try {
     CompilePatterns(patterns, anchored);
+  } catch (const std::bad_alloc&) {  // NOLINT(bugprone-empty-catch): the copy of the text; no pattern then either
   }
 }
 

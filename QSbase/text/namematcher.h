@@ -39,9 +39,13 @@ QSBASE_API EWCTYPE GetWildcardStringType(const std::string& pattern);
 ///
 /// Throws ExBase "PrepareWildcardString: invalid or empty expression" for a null or empty pattern (the buffer is left
 /// alone) and "PrepareWildcardString: buffer to small" when the expression and its zero byte do not fit; the buffer
-/// then holds an empty text, unless `size` is below 1. Safe from any thread. \code PrepareWildcardString("*.txt",
-/// buffer, sizeof buffer, true);   // ^.*\.txt$ PrepareWildcardString("*.txt", buffer, sizeof buffer, false);  //
-/// .*\.txt \endcode
+/// then holds an empty text, unless it is null or `size` is below 1. Safe from any thread.
+///
+/// \code
+/// char buffer[64];
+/// PrepareWildcardString("*.txt", buffer, sizeof buffer, true);   // ^.*\.txt$
+/// PrepareWildcardString("*.txt", buffer, sizeof buffer, false);  // .*\.txt
+/// \endcode
 QSBASE_API void PrepareWildcardString(const char* pattern, char* buffer, int size, bool anchored);
 
 /// A list of patterns, compiled once, and the question whether a name matches one of them.

@@ -13,7 +13,10 @@
 #include <QSbase/export.h>
 
 /// Hands out ids 0, 1, 2, ... and finds the strings behind them. Strings are bytes, zero bytes included. A look-up
-/// takes time proportional to the logarithm of their number, whatever the strings are. \code StringCache cache;
+/// takes time proportional to the logarithm of their number, whatever the strings are.
+///
+/// \code
+/// StringCache cache;
 /// unsigned int id = 0;
 /// cache.GetID("From", id);  // 0
 /// cache.GetID("To", id);    // 1
@@ -31,7 +34,8 @@ class QSBASE_API StringCache {
   /// `id` gets the string's id, a new one when the string is not known yet. Returns false with an id of 0 and the cache
   /// as it was when there is no memory, or when all 2^32 ids are taken.
   bool GetID(const std::string& text, unsigned int& id);
-  /// `text` gets the string of an id. Returns false with an empty text when there is none. Throws std::bad_alloc.
+  /// `text` gets the string of an id. Returns false with an empty text when there is none. Throws std::bad_alloc,
+  /// with an empty text too.
   bool GetString(unsigned int id, std::string& text) const;
   /// Forgets all strings; the next one gets the id 0.
   void Clear();

@@ -40,7 +40,7 @@ class WildcardSummary {
 /// so safe from several threads.
 class WildcardPattern {
  public:
-  /// Without `anchored` the pattern may stand anywhere in a name. `fold` maps bytes of a kind to one.
+  /// `pattern` is not empty. Without `anchored` it may stand anywhere in a name. `fold` maps bytes of a kind to one.
   WildcardPattern(std::string_view pattern, bool anchored, const CharMap& fold);
 
   /// `name` went through the same map. Takes no more steps than the lengths of pattern and name multiplied.

@@ -2,6 +2,7 @@
 #include <QSbase/text/namematcher.h>
 
 #include <common/memorylimit.h>
+#include <common/sanitized.h>
 #include <gtest/gtest.h>
 #include <boost/regex.hpp>
 
@@ -38,7 +39,7 @@ using qsbase::testing::kNoLimit;
 using qsbase::testing::largestAllocation;
 
 // Instrumented programs take their time.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef QSBASE_TESTS_SANITIZED
 constexpr int kPatterns = 10000;
 #else
 constexpr int kPatterns = 100000;
@@ -390,6 +391,23 @@ TEST(CNameMatcher, WithoutMemoryTheListStays) {
   EXPECT_GT(failures, 5);
   EXPECT_EQ(patterns, matcher.GetOriginalPatterns());
   EXPECT_EQ("#an expression that is not that short", matcher.GetOriginalPattern(1));
+}
+
+TEST(CNameMatcher, WithoutMemoryItIsMadeWithoutPatterns) {
+  const char* const patterns = "*.txt;a pattern that is not that short";
+  std::optional<CNameMatcher> matcher;
+  largestAllocation = 0;
+  try {
+    matcher.emplace(patterns, true);
+  } catch (const std::bad_alloc&) {
+  }
+  largestAllocation = kNoLimit;
+  ASSERT_TRUE(matcher.has_value()) << "the constructor has thrown";
+  EXPECT_FALSE(matcher->IsInit());
+  EXPECT_EQ(-1, Match(*matcher, "a.txt"));
+  EXPECT_EQ("", matcher->GetOriginalPatterns());
+  EXPECT_EQ(0, matcher->CompilePatterns(patterns, true));
+  EXPECT_EQ(0, Match(*matcher, "a.txt"));
 }
 
 TEST(CNameMatcher, WithoutMemoryAnExpressionDoesNotMatch) {

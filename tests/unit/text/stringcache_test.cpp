@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <locale>
+#include <new>
 #include <random>
 #include <set>
 #include <string>
@@ -197,6 +198,33 @@ TEST(StringCache, AssignmentToItselfChangesNothing) {
   cache = same;
   EXPECT_EQ(before, cache.Description());
   EXPECT_EQ("a", StringOf(cache, 1));
+}
+
+TEST(StringCache, AFailedAssignmentLeavesTheCache) {
+  StringCache source;
+  for (unsigned int id = 0; id < 100; ++id) {
+    IdOf(source, std::to_string(id));
+  }
+  StringCache cache;
+  IdOf(cache, "b");
+  IdOf(cache, "a");
+  const std::string before = cache.Description();
+  // No memory at all; then enough for the strings, not for the table of ids.
+  for (const std::size_t limit : {std::size_t{0}, 99 * sizeof(void*)}) {
+    bool threw = false;
+    largestAllocation = limit;
+    try {
+      cache = source;
+    } catch (const std::bad_alloc&) {
+      threw = true;
+    }
+    largestAllocation = kNoLimit;
+    EXPECT_TRUE(threw) << limit;
+    EXPECT_EQ(before, cache.Description()) << limit;
+    EXPECT_EQ("a", StringOf(cache, 1)) << limit;
+  }
+  cache = source;
+  EXPECT_EQ(source.Description(), cache.Description());
 }
 
 TEST(StringCache, HasAVirtualDestructor) { EXPECT_TRUE(std::has_virtual_destructor_v<StringCache>); }
