@@ -68,6 +68,8 @@ class QSBASE_API BitAccessor {
   operator bool() const;  // NOLINT(google-explicit-constructor): callers test and store it as it is
   /// True when the bit counts and all bits are equal.
   bool operator==(const BitAccessor& other) const;
+  /// Said outright: before C++20, "!=" would compare the two as bool.
+  bool operator!=(const BitAccessor& other) const { return !(*this == other); }
   /// Combines each bit with its partner by "or". \throws ExInvalidRange
   /// "operator | BitAccessors does not have the same length." when the bit counts differ; nothing is changed then.
   BitAccessor& operator|=(const BitAccessor& other);

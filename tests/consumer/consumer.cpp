@@ -45,6 +45,15 @@ bool HasGuid() {
   return QsGUID::IsValidGUID(guid.ToString(), true);
 }
 
+// "!=" compares the bits, not whether there are any.
+bool BitsDiffer() {
+  BitAccessor left(8);
+  BitAccessor right(8);
+  left.Set(1);
+  right.Set(2);
+  return left != right;
+}
+
 }  // namespace
 
 int main() {
@@ -57,5 +66,6 @@ int main() {
   good = Check("time", DateTime2string(QsDateTime(2013, 2, 13, 0, 0, 0, 0), false, false) == "2013-02-13") && good;
   good = Check("UTF-8", QsIsValidUTF8("\xC3\xA4") && !QsIsValidUTF8("\xC3")) && good;
   good = Check("GUIDs", HasGuid()) && good;
+  good = Check("bits", BitsDiffer()) && good;
   return good ? 0 : 1;
 }

@@ -327,6 +327,12 @@ TEST(BitAccessor, EqualNeedsCountAndBits) {
   EXPECT_FALSE(Loaded(12, {0x01, 0x02}) == Loaded(13, {0x01, 0x02}));
 }
 
+TEST(BitAccessor, UnequalIsTheOpposite) {
+  EXPECT_FALSE(Loaded(12, {0x01, 0x02}) != Loaded(12, {0x01, 0x02}));
+  EXPECT_TRUE(Loaded(12, {0x01, 0x02}) != Loaded(12, {0x01, 0x03}));
+  EXPECT_TRUE(Loaded(12, {0x01, 0x02}) != Loaded(13, {0x01, 0x02}));
+}
+
 TEST(BitAccessor, CopiesAreIndependent) {
   BitAccessor bits = Loaded(12, {0x08, 0x01});
   BitAccessor copy(bits);
