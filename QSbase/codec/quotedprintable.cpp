@@ -1,6 +1,7 @@
 #include <QSbase/codec/coderbuffer.h>
 #include <QSbase/codec/encodedecode.h>
 #include <QSbase/codec/quotedprintablekernel.h>
+#include <QSbase/text/chartables.h>
 
 #include <bit>
 #include <cstring>
@@ -8,23 +9,6 @@
 
 namespace qsbase::detail {
 namespace {
-
-constexpr char kHexDigits[] = "0123456789ABCDEF";
-
-/// The value of a hex digit, 255 for other characters.
-constexpr std::array<std::uint8_t, 256> MakeHexValues() {
-  std::array<std::uint8_t, 256> values{};
-  for (std::uint8_t& value : values) {
-    value = 255;
-  }
-  for (std::uint8_t i = 0; i < 16; ++i) {
-    values[static_cast<unsigned char>(kHexDigits[i])] = i;
-    values[static_cast<unsigned char>(kHexDigits[i]) | 0x20] = i;
-  }
-  return values;
-}
-
-constexpr std::array<std::uint8_t, 256> kHexValues = MakeHexValues();
 
 /// How many bytes are put without a look at the column in between.
 constexpr std::ptrdiff_t kBatch = 4;
@@ -320,7 +304,7 @@ constexpr void SetWidths(QPTable& table, std::string_view characters, std::uint8
 constexpr QPTable MakeTable(unsigned int bits) {
   QPTable table{};
   for (unsigned int c = 0; c < 256; ++c) {
-    table[c] = {{'=', kHexDigits[c >> 4], kHexDigits[c & 15]}, 3};
+    table[c] = {{'=', kHexPairs[2 * c], kHexPairs[2 * c + 1]}, 3};
   }
   SetWidths(table, kLiterals, 1);
   SetWidths(table, "\t", (bits & kEncodeTab) != 0 ? 3 : 1);

@@ -105,6 +105,55 @@ inline constexpr CharMap kUpperMap = MakeCaseMap(false);
 /// True when the byte's class shares a bit with the mask.
 constexpr bool HasClass(char c, unsigned int mask) { return (kCharMasks[static_cast<unsigned char>(c)] & mask) != 0; }
 
+/// The text without the members of the mask at its beginning.
+constexpr std::string_view TrimmedLeft(std::string_view text, unsigned int mask) {
+  while (!text.empty() && HasClass(text.front(), mask)) {
+    text.remove_prefix(1);
+  }
+  return text;
+}
+
+/// The text without the members of the mask at its end.
+constexpr std::string_view TrimmedRight(std::string_view text, unsigned int mask) {
+  while (!text.empty() && HasClass(text.back(), mask)) {
+    text.remove_suffix(1);
+  }
+  return text;
+}
+
+constexpr std::string_view Trimmed(std::string_view text, unsigned int mask) {
+  return TrimmedRight(TrimmedLeft(text, mask), mask);
+}
+
+// ---- Hex ----
+
+/// In the place of a value, for bytes that are no hex digit. It has bits that no digit's value has.
+inline constexpr unsigned char kNoHexDigit = 0xFF;
+
+constexpr CharMap MakeHexValues() {
+  CharMap values{};
+  values.fill(kNoHexDigit);
+  for (unsigned char digit = 0; digit < 16; ++digit) {
+    values[static_cast<std::size_t>("0123456789ABCDEF"[digit])] = digit;
+    values[static_cast<std::size_t>("0123456789abcdef"[digit])] = digit;
+  }
+  return values;
+}
+
+constexpr std::array<char, 512> MakeHexPairs() {
+  std::array<char, 512> pairs{};
+  for (std::size_t byte = 0; byte < 256; ++byte) {
+    pairs[2 * byte] = "0123456789ABCDEF"[byte >> 4];
+    pairs[2 * byte + 1] = "0123456789ABCDEF"[byte & 15];
+  }
+  return pairs;
+}
+
+/// The value of each hex digit, of either case.
+inline constexpr CharMap kHexValues = MakeHexValues();
+/// The two upper-case digits of each byte, one pair behind the other.
+inline constexpr std::array<char, 512> kHexPairs = MakeHexPairs();
+
 }  // namespace qsbase::detail
 
 #endif

@@ -25,58 +25,13 @@ constexpr std::size_t kTextLength = 36;
 constexpr std::array<std::uint8_t, kSize> kDigits = {0, 2, 4, 6, 9, 11, 14, 16, 19, 21, 24, 26, 28, 30, 32, 34};
 constexpr std::array<std::uint8_t, 4> kDashes = {8, 13, 18, 23};
 
-// ---- Writing ----
-
-struct DigitPair {
-  char digits[2];
-};
-
-constexpr std::array<DigitPair, 256> MakeDigitPairs() {
-  constexpr char digits[] = "0123456789ABCDEF";
-  std::array<DigitPair, 256> pairs{};
-  for (std::size_t i = 0; i < pairs.size(); ++i) {
-    pairs[i] = {{digits[i / 16], digits[i % 16]}};
-  }
-  return pairs;
-}
-
-constexpr std::array<DigitPair, 256> kDigitPairs = MakeDigitPairs();
-
 void WriteDigits(const unsigned char* data, char* text) {
   for (std::size_t i = 0; i < kSize; ++i) {
-    std::memcpy(text + kDigits[i], kDigitPairs[data[i]].digits, 2);
+    std::memcpy(text + kDigits[i], &kHexPairs[2U * data[i]], 2);
   }
 }
 
-// ---- Reading ----
-
-constexpr std::uint8_t kNoDigit = 0xFF;
-
-constexpr std::array<std::uint8_t, 256> MakeDigitValues() {
-  std::array<std::uint8_t, 256> values{};
-  values.fill(kNoDigit);
-  for (std::uint8_t i = 0; i < 10; ++i) {
-    values['0' + i] = i;
-  }
-  for (std::uint8_t i = 0; i < 6; ++i) {
-    values['A' + i] = values['a' + i] = static_cast<std::uint8_t>(10 + i);
-  }
-  return values;
-}
-
-constexpr std::array<std::uint8_t, 256> kDigitValues = MakeDigitValues();
-
-unsigned int DigitValue(char c) { return kDigitValues[static_cast<unsigned char>(c)]; }
-
-std::string_view Trimmed(std::string_view text) {
-  while (!text.empty() && HasClass(text.front(), kWhiteSpace)) {
-    text.remove_prefix(1);
-  }
-  while (!text.empty() && HasClass(text.back(), kWhiteSpace)) {
-    text.remove_suffix(1);
-  }
-  return text;
-}
+unsigned int DigitValue(char c) { return kHexValues[static_cast<unsigned char>(c)]; }
 
 // False, with the bytes undefined, when a pair is none. A value that is no digit has bits that no digit has.
 bool ReadDigits(const char* text, unsigned char* data) {
@@ -93,12 +48,12 @@ bool ReadDigits(const char* text, unsigned char* data) {
 bool ReadText(std::string_view text, unsigned char* data) {
   return text.size() == kTextLength &&
          std::all_of(kDashes.begin(), kDashes.end(),
-                     [text](std::size_t at) { return text[at] == '-' || DigitValue(text[at]) != kNoDigit; }) &&
+                     [text](std::size_t at) { return text[at] == '-' || DigitValue(text[at]) != kNoHexDigit; }) &&
          ReadDigits(text.data(), data);
 }
 
 bool Read(std::string_view text, bool withBraces, unsigned char* data) {
-  text = Trimmed(text);
+  text = Trimmed(text, kWhiteSpace);
   if (!withBraces) {
     return ReadText(text, data);
   }

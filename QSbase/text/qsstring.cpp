@@ -21,23 +21,6 @@ using namespace qsbase::detail;
 
 namespace {
 
-std::size_t LeadingLength(const std::string& text, unsigned int mask) {
-  std::size_t length = 0;
-  while (length < text.size() && HasClass(text[length], mask)) {
-    ++length;
-  }
-  return length;
-}
-
-// The text's length without its trailing members of the mask, never below `from`.
-std::size_t LengthWithoutTrailing(const std::string& text, std::size_t from, unsigned int mask) {
-  std::size_t length = text.size();
-  while (length > from && HasClass(text[length - 1], mask)) {
-    --length;
-  }
-  return length;
-}
-
 void MapBytes(char* text, std::size_t length, const CharMap& map) {
   for (std::size_t i = 0; i < length; ++i) {
     text[i] = static_cast<char>(map[static_cast<unsigned char>(text[i])]);
@@ -73,17 +56,14 @@ constexpr CharMap kLowerControlToSpaceMap = MakeLowerControlToSpaceMap();
 
 }  // namespace
 
-std::string QsString::Trim(const std::string& text, unsigned int mask) {
-  const std::size_t first = LeadingLength(text, mask);
-  return text.substr(first, LengthWithoutTrailing(text, first, mask) - first);
-}
+std::string QsString::Trim(const std::string& text, unsigned int mask) { return std::string(Trimmed(text, mask)); }
 
 std::string QsString::TrimLeft(const std::string& text, unsigned int mask) {
-  return text.substr(LeadingLength(text, mask));
+  return std::string(TrimmedLeft(text, mask));
 }
 
 std::string QsString::TrimRight(const std::string& text, unsigned int mask) {
-  return text.substr(0, LengthWithoutTrailing(text, 0, mask));
+  return std::string(TrimmedRight(text, mask));
 }
 
 void QsString::TrimChar_Inplace(std::string& text, char c) {
@@ -462,31 +442,6 @@ void QsConditionalAppendChar(std::string& text, char c) {
 
 namespace {
 
-constexpr unsigned char kNoDigit = 0xFF;
-
-constexpr std::array<char, 512> MakeHexPairs() {
-  constexpr std::string_view digits = "0123456789ABCDEF";
-  std::array<char, 512> pairs{};
-  for (std::size_t byte = 0; byte < 256; ++byte) {
-    pairs[2 * byte] = digits[byte >> 4];
-    pairs[2 * byte + 1] = digits[byte & 15];
-  }
-  return pairs;
-}
-
-constexpr CharMap MakeHexValues() {
-  CharMap values{};
-  values.fill(kNoDigit);
-  for (unsigned char digit = 0; digit < 16; ++digit) {
-    values[static_cast<std::size_t>("0123456789ABCDEF"[digit])] = digit;
-    values[static_cast<std::size_t>("0123456789abcdef"[digit])] = digit;
-  }
-  return values;
-}
-
-constexpr std::array<char, 512> kHexPairs = MakeHexPairs();
-constexpr CharMap kHexValues = MakeHexValues();
-
 template <typename Char>
 void WriteHex(const unsigned char* bytes, std::size_t length, Char* out) {
   for (std::size_t i = 0; i < length; ++i) {
@@ -520,8 +475,8 @@ std::string ToSpacedHex(const unsigned char* bytes, std::size_t length) {
 unsigned char PairValue(const unsigned char* pair) {
   const unsigned char high = kHexValues[pair[0]];
   // The second byte is only there when the first was no terminator.
-  const unsigned char low = high == kNoDigit ? kNoDigit : kHexValues[pair[1]];
-  if (low == kNoDigit) {
+  const unsigned char low = high == kNoHexDigit ? kNoHexDigit : kHexValues[pair[1]];
+  if (low == kNoHexDigit) {
     ThrowBadPair(pair);
   }
   return static_cast<unsigned char>(high << 4 | low);
@@ -602,7 +557,7 @@ std::int64_t ParseHex(const char* digits) {
   std::uint64_t value = 0;
   for (; *digits != '\0'; ++digits) {
     const unsigned char digit = kHexValues[static_cast<unsigned char>(*digits)];
-    if (digit == kNoDigit) {
+    if (digit == kNoHexDigit) {
       return 0;
     }
     value = value << 4 | digit;
