@@ -1,5 +1,6 @@
 #include <QSbase/log/filelog.h>
 
+#include <QSbase/cancelguard.h>
 #include <QSbase/immortal.h>
 #include <QSbase/killguard.h>
 #include <QSbase/lasterrorguard.h>
@@ -22,6 +23,7 @@
 #include <utility>
 #include <vector>
 
+using qsbase::detail::CancelGuard;
 using qsbase::detail::KillGuard;
 using qsbase::detail::LastErrorGuard;
 using qsbase::detail::Lock;
@@ -232,6 +234,7 @@ class OutputStage {
   }
 
   static OutputStage& Get() {
+    const KillGuard guard;  // a static variable is locked while it is made
     static qsbase::detail::Immortal<OutputStage> stage;
     return stage.value;
   }
@@ -257,6 +260,7 @@ void OutputStage::Output(char* line, std::size_t length) {
     return;
   }
   if (consoleEnabled.load(std::memory_order_relaxed)) {
+    const KillGuard untilWritten;  // the C library locks the stream
     std::fputs(line, stdout);
   }
   if (fileEnabled.load(std::memory_order_relaxed)) {
@@ -283,6 +287,7 @@ void OutputStage::WriteToFile(char* line, std::size_t length) {
 /// waits, and not until it has given up the lock.
 void OutputStage::HoldForFork() {
   const LastErrorGuard keepLastError;
+  const CancelGuard noCancellation;
   const KillGuard untilLocked;
   _fileLock.lock();
   threadState.forking = true;
@@ -298,6 +303,7 @@ void OutputStage::ReleaseAfterFork() {
 /// A thread that the system ended inside the stage has left the lock behind; one that is there now keeps the file.
 void OutputStage::End() {
   const LastErrorGuard keepLastError;
+  const CancelGuard noCancellation;
   const std::unique_lock<Lock> lock(_fileLock, std::try_to_lock);
   if (lock.owns_lock()) {
     _file.End();
@@ -357,6 +363,7 @@ void qsbase::detail::MoveToBackup(const std::string& current, const std::string&
 // ---- the seam to the logging core -----------------------------------------------------------------------------------
 
 void qsbase::detail::OutputLogLine(char* line, std::size_t length) noexcept {
+  const CancelGuard noCancellation;
   try {
     OutputStage::Get().Output(line, length);
   } catch (...) {  // NOLINT(bugprone-empty-catch): output never throws at who logs

@@ -2,6 +2,7 @@
 
 #include <QSbase/errors.h>
 #include <QSbase/immortal.h>
+#include <QSbase/killguard.h>
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/log/logstage.h>
 #include <QSbase/log/simpleformat.h>
@@ -371,6 +372,7 @@ MessageType FlagsToMessageType(unsigned int flags) {
 
 const std::string& GetMsgTypeString(MessageType type) {
   using qsbase::detail::Immortal;
+  const qsbase::detail::KillGuard guard;  // a static variable is locked while it is made
   static const Immortal<std::string> error("E");
   static const Immortal<std::string> warning("W");
   static const Immortal<std::string> info("I");

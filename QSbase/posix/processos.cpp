@@ -1,5 +1,8 @@
 #include <QSbase/processos.h>
 
+#include <QSbase/cancelguard.h>
+#include <QSbase/killguard.h>
+
 #include <dlfcn.h>
 #include <link.h>
 #include <pthread.h>
@@ -93,6 +96,7 @@ constinit thread_local int knownThreadId = 0;
 
 int OsThreadId() noexcept {
   if (knownThreadId == 0) {
+    const KillGuard guard;  // a static variable is locked while it is made
     // In a forked child the one thread has a new id.
     static const bool registered = pthread_atfork(nullptr, nullptr, &ForgetThreadId) == 0;
     const int id = static_cast<int>(syscall(SYS_gettid));
@@ -105,6 +109,7 @@ int OsThreadId() noexcept {
 }
 
 std::uint64_t OsFreePhysicalMemory() noexcept {
+  const CancelGuard noCancellation;
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen("/proc/meminfo", "re"), &std::fclose);
   char line[128];
   unsigned long long kibibytes = 0;

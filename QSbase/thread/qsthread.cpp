@@ -1,6 +1,7 @@
 #include <QSbase/thread/qsthread.h>
 
 #include <QSbase/allocationerror.h>
+#include <QSbase/cancelguard.h>
 #include <QSbase/errors.h>
 #include <QSbase/immortal.h>
 #include <QSbase/killguard.h>

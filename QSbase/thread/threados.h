@@ -79,18 +79,6 @@ int OsGetCurrentPriority();
 /// Names the calling thread for debuggers and tools; what is too long is cut. Nothing is done where the system cannot.
 void OsSetCurrentThreadName(const std::string& name);
 
-/// While it lives, no request of the host to cancel the calling thread takes effect.
-class CancelGuard {
- public:
-  CancelGuard() noexcept;
-  ~CancelGuard();
-  CancelGuard(const CancelGuard&) = delete;
-  CancelGuard& operator=(const CancelGuard&) = delete;
-
- private:
-  int _before = 0;
-};
-
 }  // namespace qsbase::detail
 
 #endif

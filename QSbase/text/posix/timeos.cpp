@@ -1,5 +1,7 @@
 #include <QSbase/text/timeos.h>
 
+#include <QSbase/killguard.h>
+
 #include <time.h>
 
 namespace qsbase::detail {
@@ -10,15 +12,24 @@ std::int64_t CurrentUtcMilliseconds() noexcept {
   return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
+// Whoever asks for the zone locks it in the C library: a thread killed there would stop every later line of the log.
+
 bool BreakDownLocal(std::int64_t time, std::tm& parts) noexcept {
+  const KillGuard guard;
   const time_t native = time;
   return localtime_r(&native, &parts) != nullptr;
 }
 
 bool BreakDownPresent(std::int64_t now, std::tm& parts) noexcept { return BreakDownLocal(now, parts); }
 
-std::int64_t MakeLocal(std::tm& parts) noexcept { return mktime(&parts); }
+std::int64_t MakeLocal(std::tm& parts) noexcept {
+  const KillGuard guard;
+  return mktime(&parts);
+}
 
-void RefreshTimeZone() noexcept { tzset(); }
+void RefreshTimeZone() noexcept {
+  const KillGuard guard;
+  tzset();
+}
 
 }  // namespace qsbase::detail

@@ -1,5 +1,6 @@
 #include <QSbase/thread/threados.h>
 
+#include <QSbase/cancelguard.h>
 #include <QSbase/killguard.h>
 #include <QSbase/processos.h>
 #include <QSbase/sync/lock.h>
@@ -416,9 +417,5 @@ void OsSetCurrentThreadName(const std::string& name) {
   constexpr std::size_t kLongest = 15;
   pthread_setname_np(pthread_self(), name.substr(0, kLongest).c_str());
 }
-
-CancelGuard::CancelGuard() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &_before); }
-
-CancelGuard::~CancelGuard() { pthread_setcancelstate(_before, nullptr); }
 
 }  // namespace qsbase::detail

@@ -129,7 +129,4 @@ void OsSetCurrentThreadName(const std::string& name) {
   reinterpret_cast<SetDescription>(reinterpret_cast<void*>(found))(GetCurrentThread(), wide.c_str());
 }
 
-CancelGuard::CancelGuard() noexcept = default;
-CancelGuard::~CancelGuard() = default;
-
 }  // namespace qsbase::detail

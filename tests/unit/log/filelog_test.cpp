@@ -731,6 +731,23 @@ TEST_F(FileLog, AForkedChildMayLogWhileThreadsOfItsParentDo) {
   EXPECT_TRUE(ends) << "a child hangs";
 }
 
+TEST_F(FileLog, ACancellationWaitsUntilTheLineIsWritten) {
+  InitLogConfig(config, true);
+  pthread_t thread{};
+  const auto body = [](void*) -> void* {
+    pthread_cancel(pthread_self());
+    Log("one");
+    DoLogMsg("two");
+    pthread_testcancel();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, nullptr, body, nullptr), 0);
+  void* result = nullptr;
+  ASSERT_EQ(pthread_join(thread, &result), 0);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_EQ(AllLines(LogPath()), "one;two;");
+}
+
 TEST_F(FileLog, AForkedChildDoesNotRepeatWhatItsParentBuffered) {
   InitLogConfig(config, false);
   QsSetLogLevel(3);

@@ -1,9 +1,11 @@
 // QsThread::Kill() takes threads away from under the sanitizers, which then wait for them for good: not tested there.
 #include <QSbase/errors.h>
 #include <QSbase/killguard.h>
+#include <QSbase/log/filelog.h>
 #include <QSbase/log/log.h>
 #include <QSbase/process.h>
 #include <QSbase/sync/event.h>
+#include <QSbase/text/datetime.h>
 #include <QSbase/thread/messagequeue.h>
 #include <QSbase/thread/qsthread.h>
 #include <QSbase/thread/qsthreadimpl.h>
@@ -18,6 +20,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <iterator>
@@ -30,8 +33,10 @@
 #ifdef _WIN32
 #include <QSbase/win32/windowsapi.h>
 #else
+#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
@@ -331,6 +336,76 @@ void AskForNames(Victim& self) {
 
 TEST_F(KillTest, SparesTheLocksOfTheLibrary) { KillMany(&AskForNames); }
 
+/// Their zone is locked by the C library while somebody asks for it.
+TEST_F(KillTest, SparesWhoAsksForTheTime) {
+  KillMany([](Victim& self) {
+    self.reached = true;
+    for (;;) {
+      QsDateTime::Now();
+    }
+  });
+  EXPECT_GT(QsDateTime::Now(), 0.0);
+}
+
+/// Stands in for the console: a pipe that takes little, and nobody reads before Drain().
+class BlockedConsole {
+ public:
+  BlockedConsole() : _before(dup(STDOUT_FILENO)) {
+    std::fflush(stdout);
+    EXPECT_EQ(pipe(_ends), 0);
+    fcntl(_ends[1], F_SETPIPE_SZ, 1);
+    dup2(_ends[1], STDOUT_FILENO);
+    close(_ends[1]);
+  }
+
+  ~BlockedConsole() {
+    std::fflush(stdout);
+    dup2(_before, STDOUT_FILENO);
+    close(_before);
+    if (_reader.joinable()) {
+      _reader.join();
+    }
+    close(_ends[0]);
+  }
+
+  BlockedConsole(const BlockedConsole&) = delete;
+  BlockedConsole& operator=(const BlockedConsole&) = delete;
+
+  bool IsFull() const {
+    int held = 0;
+    return ioctl(_ends[0], FIONREAD, &held) == 0 && held == fcntl(_ends[0], F_GETPIPE_SZ);
+  }
+
+  void Drain() {
+    _reader = std::thread([end = _ends[0]] {
+      char bytes[4096];
+      while (read(end, bytes, sizeof bytes) > 0) {
+      }
+    });
+  }
+
+ private:
+  int _before;
+  int _ends[2] = {-1, -1};
+  std::thread _reader;
+};
+
+TEST_F(KillTest, SparesWhoWritesToTheConsole) {
+  const LogCapture log;
+  SetEnabledLog(false, true);
+  const std::string line(100000, 'x');
+  Victim thread([&](Victim&) { DoLogMsg(line); });
+  BlockedConsole console;
+  thread.Create();
+  while (!console.IsFull()) {
+    std::this_thread::yield();
+  }
+  const unsigned int result = thread.Kill();
+  console.Drain();
+  DoLogMsg(line);  // waits for the stream's lock
+  EXPECT_EQ(result, 0U);
+}
+
 TEST_F(KillTest, SparesWhoHoldsItBack) {
   for (int round = 0; round < 100; ++round) {
     std::atomic<bool> wentOn{false};
@@ -411,6 +486,30 @@ TEST_F(KillTest, GivesUpAfterTwoSecondsAndSparesTheThread) {
   EXPECT_EQ(thread.WaitFor(-1), 0U);
   EXPECT_TRUE(thread.survived);
   EXPECT_FALSE(thread.InWorkerFunction());
+}
+
+TEST_F(KillTest, DoesNotReachAThreadThatBlocksEverySignal) {
+  std::atomic<bool> unblock{false};
+  Victim thread([&](Victim& self) {
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
+    self.reached = true;
+    while (!unblock) {
+      QsSleep(1);
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);  // the signal comes, too late
+    Compute(self);
+  });
+  thread.CreateAndReach();
+  EXPECT_EQ(thread.Kill(), kFailed);
+  unblock = true;
+  while (thread.steps == 0) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(thread.WaitFor(0), 258U);
+  EXPECT_EQ(thread.Kill(), 0U);
 }
 
 /// The signal that the library has taken: the last real-time one with a handler.
