@@ -2,6 +2,13 @@
 /// Checks of UTF-8 text, its byte-order mark, and narrowing of UTF-16 text that holds ASCII only.
 ///
 /// Null pointers are safe everywhere. Thread safety: all functions are free of shared state and safe from any thread.
+///
+/// \code
+/// QsStripUTF8BOM(text);
+/// if (!QsIsValidUTF8(text)) {
+///   ReadAsLatin1(text);
+/// }
+/// \endcode
 #ifndef QSBASE_TEXT_UTF8_H
 #define QSBASE_TEXT_UTF8_H
 
@@ -30,7 +37,8 @@ QSBASE_API bool QsIsUTF8StringUsAscii(const char* text, unsigned int length);
 QSBASE_API bool QsIsUTF8StringUsAscii(const std::string& text);
 
 /// Replaces `out` by the low bytes of `length` units of UTF-16; their higher bits are dropped without a check: 0x0141
-/// becomes 0x41. Returns 0; -2 for a null pointer, with `out` as it was.
+/// becomes 0x41. Returns 0; -2 for a null pointer, with `out` as it was. Throws std::bad_alloc or, for more than a
+/// string can hold, std::length_error; `out` is empty then.
 QSBASE_API int QsUTF16AsciiToUSAscii(const unsigned short* text, unsigned int length, std::string& out);
 
 /// False for the continuation bytes 0x80 to 0xBF, true for all others, also for those that no UTF-8 text has.
