@@ -10,6 +10,7 @@
 #include <QSbase/process.h>
 #include <QSbase/processos.h>
 #include <QSbase/sync/lock.h>
+#include <QSbase/text/qschar.h>
 #include <QSbase/thread/qsthreadimpl.h>
 
 #include <algorithm>
@@ -307,11 +308,13 @@ QsThread::~QsThread() {
   if (impl->thread.WasKilled()) {
     CleanUpAfterKill(*impl);
   }
-  const std::string name = impl->name;
-  impl.reset();
-  if (IsVerbose()) {
-    Quietly([&name] { QsLogMsg(kInfoLevel4Flags, "Thread '%s' deleted", name.c_str()); });
-  }
+  Quietly([&impl] {
+    const std::string name = impl->name;
+    impl.reset();
+    if (IsVerbose()) {
+      QsLogMsg(kInfoLevel4Flags, "Thread '%s' deleted", name.c_str());
+    }
+  });
 }
 
 // ---- QsThread: running ----------------------------------------------------------------------------------------------
@@ -475,11 +478,9 @@ constexpr std::array<PriorityName, 7> kPriorityNames = {{{QsThreadPriority::Idle
                                                          {QsThreadPriority::Highest, "Highest"},
                                                          {QsThreadPriority::TimeCritical, "TimeCritical"}}};
 
-char ToLower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 bool EqualWithoutCase(std::string_view left, std::string_view right) {
   return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](char a, char b) { return ToLower(a) == ToLower(b); });
+                    [](unsigned char a, unsigned char b) { return QsChar::ToLower(a) == QsChar::ToLower(b); });
 }
 
 /// The texts name the free function also where QsThread::GetPriority() failed.

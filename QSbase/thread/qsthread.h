@@ -149,7 +149,8 @@ class QSBASE_API QsThread : public QsThreadBase {
 
   /// Ends the thread from outside, wherever it is: nothing is unwound, AtTermination() and the manager are not called,
   /// what it had locked or allocated stays so. The last resort. Afterwards InWorkerFunction() stays true and
-  /// Terminated() false, WaitFor() gives 0. A thread may kill itself. One that has ended counts as killed.
+  /// Terminated() false, WaitFor() gives 0. A thread may kill itself: it ends at once, also inside a lock of this
+  /// library, which stays locked. One that has ended counts as killed.
   ///
   /// On Linux the thread ends in a signal handler. It is spared inside the locks of this library and dies when it
   /// leaves them; on Windows it is not, and leaves even those locked. A thread that blocks every signal cannot be

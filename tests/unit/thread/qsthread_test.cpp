@@ -33,7 +33,10 @@
 #ifdef _WIN32
 #include <QSbase/win32/windowsapi.h>
 #else
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -429,6 +432,17 @@ TEST(QsThread, ItsWorkerFunctionTakesNoNull) {
   EXPECT_THAT(Flags(log), ElementsAre(kError));
 }
 
+TEST(QsThread, IsDestroyedWithoutMemory) {
+  {
+    const TestThread thread({}, "a name that takes memory of its own");
+    failNextAllocation = true;
+  }
+  failNextAllocation = false;
+  std::map<int, std::string> list;
+  QsGetThreadList(list);
+  EXPECT_THAT(list, IsEmpty());
+}
+
 void ThrowingCallback(unsigned int, const char*) { throw ExBase("from the callback"); }
 
 /// A host whose log callback throws.
@@ -753,6 +767,18 @@ TEST(QsThread, IsNotWaitedForWithoutHandle) {
   EXPECT_EQ(thread.WaitFor(-1), kFailed);
   EXPECT_THAT(log.Texts(), ElementsAre("QsThread::WaitFor(%d) - not initialized"));
   EXPECT_THAT(Flags(log), ElementsAre(kError));
+}
+
+TEST(QsThread, IsNotWaitedForWhenItsBodyHasEnded) {
+  Gate gate;
+  TestThread thread([&](TestThread&) { gate.Pass(); });
+  thread.Create();
+  thread.Impl().inWorker = false;  // as if it had
+  EXPECT_EQ(thread.WaitFor(-1), 0U);
+  EXPECT_TRUE(thread.Impl().waitedFor);
+  EXPECT_EQ(thread.Impl().thread.Wait(0), kTimeout);
+  gate.Open();
+  EXPECT_EQ(thread.Impl().thread.Wait(-1), 0U);
 }
 
 TEST(QsThread, WaitingEndsWithTheTime) {
@@ -1169,6 +1195,39 @@ TEST(ThreadPriorities, NeedAThread) {
 }
 
 #ifndef _WIN32
+
+/// From now on the system does not tell the calling thread any priority. False where it cannot be made to.
+bool ForbidAskingForPriorities() {
+  sock_filter steps[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_getpriority, 0, 1),
+                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
+                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog filter{sizeof(steps) / sizeof(steps[0]), steps};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+TEST(ThreadPriorities, AreNotToldWhenTheSystemDoesNot) {
+  std::atomic<bool> isForbidden{false};
+  const LogCapture log;
+  TestThread thread([&](TestThread& self) {
+    isForbidden = ForbidAskingForPriorities();
+    if (!isForbidden) {
+      return;
+    }
+    QsThreadPriority priority = QsThreadPriority::Highest;
+    EXPECT_FALSE(QsGetThreadPriority(priority));
+    EXPECT_EQ(priority, QsThreadPriority::Highest);
+    EXPECT_EQ(static_cast<int>(self.GetPriority()), 0x7FFFFFFF);
+  });
+  thread.CreateAndWait();
+  if (!isForbidden) {
+    GTEST_SKIP() << "this kernel or container lets no thread forbid its own system calls";
+  }
+  const std::string error =
+      "QsGetThreadPriority() for thread " + Number(thread.ThreadId()) + " failed (" + QsErrorMessage(EPERM) + ")";
+  EXPECT_THAT(log.Texts(), ElementsAre(error, error));
+  EXPECT_THAT(Flags(log), ElementsAre(kError, kError));
+}
 
 TEST(ThreadPriorities, OfAnEndedThreadAreNot) {
   TestThread thread;
