@@ -9,6 +9,9 @@ struct QsMSG;
 
 namespace qsbase::detail {
 
+/// The id of the message that asks a thread to quit: the system's own on Windows.
+inline constexpr int kQuitMessage = 18;
+
 /// Made with a QsThreadMQ, opened by its thread before that enters its body, closed when the body has ended or was
 /// killed. Post() and Close() may be called from any thread.
 ///

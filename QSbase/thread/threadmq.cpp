@@ -6,12 +6,6 @@
 
 using qsbase::detail::MessageQueue;
 
-namespace {
-
-constexpr int kQuit = 18;
-
-}  // namespace
-
 QsThreadMQ::QsThreadMQ(const std::string& name, QsThreadManagerIntf* manager) : QsThread(name, manager) {
   _impl->queue = MessageQueue::Make();
   if (!_impl->queue) {
@@ -39,7 +33,7 @@ bool QsThreadMQ::PostMsg(int message, unsigned int wParam, long lParam) {
 
 void QsThreadMQ::TerminateAndQuit() {
   Terminate();
-  PostMsg(kQuit, 0, 0);
+  PostMsg(qsbase::detail::kQuitMessage, 0, 0);
 }
 
 QsThreadCheckedMQ::QsThreadCheckedMQ(const std::string& name, unsigned int maxQueueSize, QsThreadManagerIntf* manager)

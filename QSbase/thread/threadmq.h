@@ -94,7 +94,8 @@ class QSBASE_API QsThreadCheckedMQ : public QsThreadMQ {
 
   long GetMaxQueueSize() const;
 
-  /// How many messages were posted and not read yet. Those that the thread left unread when it ended stay counted.
+  /// How many messages were posted and not read yet. Those that the thread left unread when it ended stay counted. On
+  /// Windows what came past PostMsg() is counted down when it is read, but never up: the size may become negative.
   long GetQueueSize() const;
 
  private:

@@ -18,8 +18,6 @@ namespace {
 
 using Messages = std::deque<QsMSG>;
 
-constexpr int kQuit = 18;
-
 /// An emptied store that held more gives its memory back.
 constexpr std::size_t kKeptSize = 4096;
 
@@ -29,7 +27,7 @@ class Filter {
 
   bool Passes(const QsMSG& message) const {
     const unsigned int id = static_cast<unsigned int>(message.message);
-    return (_least == 0 && _most == 0) || (id >= _least && id <= _most) || message.message == kQuit;
+    return (_least == 0 && _most == 0) || (id >= _least && id <= _most) || message.message == kQuitMessage;
   }
 
  private:

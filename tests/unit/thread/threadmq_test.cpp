@@ -191,6 +191,26 @@ TEST(QsThreadMQ, PostMsgFailsBeforeCreate) {
   EXPECT_FALSE(thread.PostMsg(kFirst, 0, 0));
 }
 
+/// A thread without its state.
+template <class Base>
+class Stateless : public Base {
+ public:
+  template <class... Args>
+  explicit Stateless(Args... args) : Base("worker", args...) {
+    this->_impl.reset();
+  }
+  void Execute() override {}
+};
+
+TEST(QsThreadMQ, PostMsgFailsWithoutItsState) {
+  Stateless<QsThreadMQ> thread(nullptr);
+  EXPECT_FALSE(thread.PostMsg(kFirst, 0, 0));
+  EXPECT_THROW(thread.TerminateAndQuit(), ExPrecondition);
+  Stateless<QsThreadCheckedMQ> checked(1U, nullptr);
+  EXPECT_FALSE(checked.PostMsg(kFirst, 0, 0));
+  EXPECT_EQ(checked.GetQueueSize(), 0);
+}
+
 TEST(QsThreadMQ, TheQueueIsThereWhenCreateReturns) {
   for (int i = 0; i < 50; ++i) {
     std::vector<int> ids;
@@ -657,7 +677,20 @@ TEST(QsThreadCheckedMQ, PostersAndReaderAgreeOnTheSize) {
   EXPECT_EQ(thread.GetQueueSize(), 0);
 }
 
-#ifndef _WIN32  // where GetMsg() fails for no reason that a test can give
+#ifdef _WIN32
+
+TEST(QsThreadCheckedMQ, WhatTheHostPostsIsCountedDownOnly) {
+  Checked thread(1, [](Checked& self) {
+    QsMSG msg;
+    EXPECT_TRUE(self.GetMsg(msg, 0, 0));
+  });
+  thread.Create();
+  EXPECT_NE(PostThreadMessageA(static_cast<DWORD>(thread.ThreadId()), kFirst, 0, 0), 0);
+  thread.WaitFor(kNoLimit);
+  EXPECT_EQ(thread.GetQueueSize(), -1);
+}
+
+#else  // where GetMsg() fails for a reason that a test can give
 
 TEST(QsThreadCheckedMQ, AFailedGetMsgIsNotCounted) {
   Checked thread(10, &Nothing);
