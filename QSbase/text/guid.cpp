@@ -2,6 +2,7 @@
 
 #include <QSbase/errors.h>
 #include <QSbase/immortal.h>
+#include <QSbase/killguard.h>
 #include <QSbase/log/log.h>
 #include <QSbase/sync/criticalsection.h>
 #include <QSbase/text/chartables.h>
@@ -67,6 +68,7 @@ QsCriticalSection& CreationLock() {
 }
 
 bool CreateOneAtATime(unsigned char (&bytes)[kSize]) {
+  const KillGuard untouched;  // a static variable is locked while it is made
   const QsCriticalSectionAutoPtr guard(&CreationLock());
   return CreateGuidBytes(bytes);
 }

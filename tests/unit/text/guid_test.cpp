@@ -1,4 +1,5 @@
 #include <QSbase/errors.h>
+#include <QSbase/killguard.h>
 #include <QSbase/text/guid.h>
 
 #include <common/logcapture.h>
@@ -10,8 +11,10 @@
 #include <atomic>
 #include <cctype>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <random>
 #include <set>
 #include <string>
@@ -109,6 +112,43 @@ extern "C" ssize_t getrandom(void* buffer, size_t length, unsigned int flags) {
   }
   return syscall(SYS_getrandom, buffer, length, flags);
 }
+
+// ---- The first use, which makes the lock ----
+
+namespace {
+
+thread_local bool isFirstUse = false;
+int allocationsOfFirstUse = 0;
+bool firstUseMayBeKilled = false;
+
+}  // namespace
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (isFirstUse) {
+    ++allocationsOfFirstUse;
+    firstUseMayBeKilled = firstUseMayBeKilled || qsbase::detail::killState.holds == 0;
+  }
+  try {
+    return ::operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+namespace {
+
+bool CreateFirst() {
+  isFirstUse = true;
+  QsGUID guid;
+  guid.Create();
+  isFirstUse = false;
+  return guid.IsValid();
+}
+
+// Before main, so ahead of every test.
+const bool createdFirst = CreateFirst();
+
+}  // namespace
 
 #endif
 
@@ -272,6 +312,13 @@ TEST(QsGUID, WithoutASourceCreateLogsAndClears) {
 }
 
 #ifndef _WIN32
+// Else a kill in the middle of making the lock would let all others wait for it for good. Windows holds nothing back.
+TEST(QsGUID, KillsAreHeldBackWhileTheLockIsMade) {
+  EXPECT_TRUE(createdFirst);
+  EXPECT_EQ(1, allocationsOfFirstUse);
+  EXPECT_FALSE(firstUseMayBeKilled);
+}
+
 // The kernel's random source is a Linux matter.
 TEST(QsGUID, CreateGoesOnAfterSignalsAndShortReads) {
   for (const int bytes : {1, 5, 15, 16}) {
