@@ -144,20 +144,37 @@ void CloseQueue(const QsThreadImpl& impl) {
   }
 }
 
+/// What is left to do when the manager has been told.
+class StateEnd {
+ public:
+  explicit StateEnd(QsThreadImpl& impl) : _impl(impl) {}
+
+  ~StateEnd() {
+    CloseQueue(_impl);
+    _impl.inWorker = false;
+  }
+
+  StateEnd(const StateEnd&) = delete;
+  StateEnd& operator=(const StateEnd&) = delete;
+
+ private:
+  QsThreadImpl& _impl;
+};
+
 /// The state after the body, however that ends, but for a kill.
 class BodyEnd {
  public:
   explicit BodyEnd(QsThreadImpl& impl) : _impl(impl) {}
 
-  ~BodyEnd() {
+  /// Lets a manager through that ends the thread.
+  ~BodyEnd() noexcept(false) {
     const CancelGuard noCancellation;
+    const StateEnd end(_impl);
     _impl.terminated = true;
     if (_impl.manager != nullptr) {
       LoggingExceptions("Thread removed from Manager (", _impl.name,
                         [this] { _impl.manager->ThreadRemoved(_impl.threadId); });
     }
-    CloseQueue(_impl);
-    _impl.inWorker = false;
   }
 
   BodyEnd(const BodyEnd&) = delete;

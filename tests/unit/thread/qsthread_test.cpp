@@ -639,6 +639,23 @@ TEST(QsThread, LetsAThreadExitFromInside) {
   EXPECT_THAT(EventsOfOneEndedBy([] { pthread_exit(nullptr); }), ElementsAre("added", "removed in set"));
 }
 
+TEST(QsThread, LetsItsManagerExitTheThread) {
+  Events events;
+  TestManager manager;
+  manager.added = [](int) { pthread_exit(nullptr); };
+  manager.removed = [&](int) { events.Add("removed"); };
+  TestThread entered([&](TestThread&) { events.Add("body"); }, "w", &manager);
+  entered.CreateAndWait();
+  EXPECT_EQ(State(entered), "out set");
+  EXPECT_THAT(events.Get(), ElementsAre("removed"));
+
+  manager.added = [](int) {};
+  manager.removed = [](int) { pthread_exit(nullptr); };
+  TestThread left({}, "w", &manager);
+  left.CreateAndWait();
+  EXPECT_EQ(State(left), "out set");
+}
+
 TEST(QsThread, LetsTheHostCancelTheThread) {
   EXPECT_THAT(EventsOfOneEndedBy([] {
                 pthread_cancel(pthread_self());
