@@ -1,5 +1,6 @@
 #include <QSbase/sync/rwlock.h>
 
+#include <QSbase/cancelguard.h>
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/sync/rwlockimpl.h>
 
@@ -11,6 +12,7 @@ namespace qsbase::detail {
 void SpinLock::Wait(std::int32_t threadId) noexcept {
   constexpr int kYields = 200;
   const LastErrorGuard keepLastError;
+  const CancelGuard noCancellation;
   int tries = 0;
   do {
     if (++tries < kYields) {

@@ -1,5 +1,6 @@
 #include <QSbase/sync/eventos.h>
 
+#include <QSbase/cancelguard.h>
 #include <QSbase/sync/posix/futexevent.h>
 #include <QSbase/sync/posix/sharedfile.h>
 #include <QSbase/sync/posix/sharedrecord.h>
@@ -52,6 +53,7 @@ std::unique_ptr<EventOs> EventOs::Make(bool manualReset, bool initialState) noex
 
 std::unique_ptr<EventOs> EventOs::MakeNamed(bool manualReset, bool initialState, const char* name,
                                             bool everyone) noexcept try {
+  const CancelGuard noCancellation;
   auto record = std::make_unique<SharedRecord>(PlaceOf(name, everyone));
   if (!record->Join(manualReset, initialState)) {
     return nullptr;

@@ -10,6 +10,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <QSbase/cancelguard.h>
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/sync/lock.h>
 #include <QSbase/sync/posix/sharedfile.h>
@@ -107,6 +108,7 @@ GlobalMutexOs::GlobalMutexOs() noexcept = default;
 GlobalMutexOs::~GlobalMutexOs() { Release(); }
 
 GlobalMutexAttempt GlobalMutexOs::TryTake(const std::string& name) {
+  const CancelGuard noCancellation;
   static const bool handled = pthread_atfork(&Handle::HoldForFork, &Handle::GoOnAfterFork, &Handle::CloseInChild) == 0;
   (void)handled;  // without memory for it a child goes by the owner
   auto handle = std::make_unique<Handle>();
@@ -127,6 +129,7 @@ bool GlobalMutexOs::Release() noexcept {
   if (!_handle) {
     return true;
   }
+  const CancelGuard noCancellation;
   bool isReleased = true;
   {
     const std::lock_guard<Lock> guard(Handle::lock);

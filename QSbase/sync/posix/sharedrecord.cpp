@@ -1,5 +1,6 @@
 #include <QSbase/sync/posix/sharedrecord.h>
 
+#include <QSbase/cancelguard.h>
 #include <QSbase/killguard.h>
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/sync/posix/futexevent.h>
@@ -200,6 +201,7 @@ SharedRecord::~SharedRecord() {
     return;
   }
   const KillGuard guard;
+  const CancelGuard noCancellation;
   const LastErrorGuard keepLastError;
   munmap(_record, sizeof(EventRecord));
   close(_descriptor);

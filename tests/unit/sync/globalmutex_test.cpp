@@ -24,6 +24,7 @@
 #include <common/inheritedhandles.h>
 #else
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -431,6 +432,25 @@ TEST(GlobalMutex, AnExceptionWhileEnteringIsLogged) {
               ElementsAre("Entering global mutex " + Shown("folder"),
                           "GlobalMutex " + Shown("folder") + " cannot create mutex: " + QsErrorMessage(EISDIR),
                           "GlobalMutex::Enter " + Shown("folder") + " >>> std::exception: refused"));
+}
+
+// The destructor lets nothing out, so not the exception of a cancellation either.
+TEST(GlobalMutex, ACancelledThreadIsNotStoppedInside) {
+  bool isEntered = false;
+  bool isLeft = false;
+  std::thread thread([&] {
+    {
+      GlobalMutex mutex(Unique("cancelled"));
+      pthread_cancel(pthread_self());
+      isEntered = mutex.Enter();
+    }
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+    isLeft = true;
+  });
+  thread.join();
+  EXPECT_TRUE(isEntered);
+  EXPECT_TRUE(isLeft);
+  EXPECT_TRUE(GlobalMutex(Unique("cancelled")).Enter());
 }
 
 TEST(GlobalMutex, IsNotInheritedByPrograms) {

@@ -22,6 +22,7 @@
 
 #ifndef _WIN32
 #include <linux/seccomp.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -746,6 +747,22 @@ TEST(QsRWLock, LongSpinsEndInASleep) {
   });
   waiter.UntilAsleep();
   EXPECT_FALSE(waiter.HasEnded());
+  lock.spin.Release();
+  waiter.Join();
+  EXPECT_TRUE(waiter.HasEnded());
+}
+
+// Where it would sleep, the exception of a cancellation could not get out.
+TEST(QsRWLock, ACancelledThreadIsNotStoppedInALongSpin) {
+  QsRWLockImpl lock;
+  lock.spin.Acquire(1);
+  Waiter waiter([&] {
+    pthread_cancel(pthread_self());
+    lock.BeginRead();
+    lock.EndRead();
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  });
+  waiter.UntilAsleep();
   lock.spin.Release();
   waiter.Join();
   EXPECT_TRUE(waiter.HasEnded());

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -18,6 +19,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <thread>
 #include <utility>
 
 namespace {
@@ -121,6 +123,19 @@ TEST_F(SharedRecordTest, WithoutMemoryNothingStays) {
   EXPECT_TRUE(isMade);
   EXPECT_GT(failures, 0);
   EXPECT_EQ(NextDescriptor(), before);
+  EXPECT_FALSE(FileExists());
+}
+
+// What makes or leaves an event lets nothing out, so not the exception of a cancellation either.
+TEST_F(SharedRecordTest, ACancelledThreadIsNotStoppedInside) {
+  bool isMade = false;
+  std::thread thread([&] {
+    pthread_cancel(pthread_self());
+    isMade = EventOs::MakeNamed(true, true, name.c_str(), false) != nullptr;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, nullptr);
+  });
+  thread.join();
+  EXPECT_TRUE(isMade);
   EXPECT_FALSE(FileExists());
 }
 
