@@ -3,6 +3,7 @@
 
 #include <boost/regex.hpp>
 
+#include <algorithm>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include <iterator>
 #include <new>
 #include <stdexcept>
+#include <vector>
 
 namespace qsbase::detail {
 
@@ -151,9 +153,146 @@ class BoostExpression final : public NameExpression {
   Expression _expression;
 };
 
+// ---- What Boost must not be asked to compile ----
+
+// Boost's compiler calls itself for every "$", "\<" and "\>" that it meets before a character that a name must have,
+// until the stack of the thread ends. Those in front of such a character, or of the end of an alternative, are no
+// matter: a list of names with a "$" behind each stays a list.
+constexpr std::size_t kMaxWaitingEnds = 1000;
+
+bool IsWordCharacter(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
+
+bool WaitsForMore(std::string_view rest) {
+  if (rest.empty() || IsWordCharacter(rest.front())) {
+    return false;
+  }
+  const std::size_t end = std::min(rest.find_first_not_of(')'), rest.size());
+  return end == rest.size() || rest[end] != '|';
+}
+
+bool HasTooManyEnds(std::string_view text) {
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < text.size() && count <= kMaxWaitingEnds; ++i) {
+    const bool isEscape = text[i] == '\\' && i + 1 < text.size();
+    i += isEscape ? 1 : 0;
+    const bool isEnd = isEscape ? text[i] == '<' || text[i] == '>' : text[i] == '$';
+    count += isEnd && WaitsForMore(text.substr(i + 1)) ? 1 : 0;
+  }
+  return count > kMaxWaitingEnds;
+}
+
+// Boost measures a look-behind along every way through it, by calling itself: "(?<=(a|b)(a|b))" has four. It has this
+// many at most.
+constexpr std::size_t kMaxWays = 1000;
+
+// Counts the ways through the look-behind at the beginning of a text. Where the text does not show what is a group and
+// what is not, as in sets, quotations and comments, each "|" up to the end of the text is taken to double them.
+class LookBehindWays {
+ public:
+  explicit LookBehindWays(std::string_view text) : _text(text) { Walk(); }
+
+  bool AreTooMany() const { return _tooMany; }
+  /// Of what was counted.
+  std::size_t Length() const { return _at; }
+
+ private:
+  struct Group {
+    std::size_t alternatives = 0;  ///< The ways through those before the current one.
+    std::size_t current = 1;
+  };
+
+  void Walk() {
+    for (bool isOpen = true; isOpen && _at < _text.size() && !_tooMany; ++_at) {
+      isOpen = Step();
+    }
+  }
+
+  // False behind the end of the look-behind.
+  bool Step() {
+    switch (_text[_at]) {
+      case '(':
+        _groups.emplace_back();
+        return true;
+      case ')':
+        Close();
+        return !_groups.empty();
+      case '|':
+        _groups.back().alternatives += _groups.back().current;
+        _groups.back().current = 1;
+        Check(_groups.back().alternatives);
+        return true;
+      default:
+        if (!IsPlain()) {
+          CountRoughly();
+          return false;
+        }
+        _at += _text[_at] == '\\' ? 1 : 0;
+        return true;
+    }
+  }
+
+  void Close() {
+    const std::size_t ways = _groups.back().alternatives + _groups.back().current;
+    Check(ways);
+    _groups.pop_back();
+    if (!_groups.empty()) {
+      _groups.back().current *= ways;
+      Check(_groups.back().current);
+    }
+  }
+
+  bool IsPlain() const {
+    const char next = _at + 1 < _text.size() ? _text[_at + 1] : '\0';
+    switch (_text[_at]) {
+      case '[':
+      case '#':
+        return false;
+      case '\\':
+        return next != 'Q';
+      case '?':
+        return _text[_at - 1] != '(' || std::string_view(":=!<>").find(next) != std::string_view::npos;
+      default:
+        return true;
+    }
+  }
+
+  // With that, all that follows is counted.
+  void CountRoughly() {
+    constexpr std::ptrdiff_t most = 9;  // doublings within kMaxWays
+    _tooMany = std::count(_text.begin(), _text.end(), '|') > most;
+    _at = _text.size();
+  }
+
+  void Check(std::size_t ways) { _tooMany = _tooMany || ways > kMaxWays; }
+
+  std::string_view _text;
+  std::vector<Group> _groups;
+  std::size_t _at = 0;
+  bool _tooMany = false;
+};
+
+bool HasTooManyWays(std::string_view text) {
+  for (std::size_t at = text.find("(?<"); at != std::string_view::npos; at = text.find("(?<", at)) {
+    const char kind = at + 3 < text.size() ? text[at + 3] : '\0';
+    if (kind != '=' && kind != '!') {
+      at += 3;  // a name
+      continue;
+    }
+    const LookBehindWays ways(text.substr(at));
+    if (ways.AreTooMany()) {
+      return true;
+    }
+    at += ways.Length();
+  }
+  return false;
+}
+
 }  // namespace
 
 std::unique_ptr<const NameExpression> NameExpression::Compile(const char* expression) {
+  if (HasTooManyEnds(expression) || HasTooManyWays(expression)) {
+    return nullptr;
+  }
   const KillGuard guard;  // the tables of a locale are shared under a lock of Boost's
   try {
     return std::make_unique<BoostExpression>(expression);

@@ -17,7 +17,8 @@ class NameExpression {
  public:
   virtual ~NameExpression() = default;
 
-  /// Null when it is no valid expression. Throws std::bad_alloc.
+  /// Null when it is no valid expression, or one that would take the whole stack or endless time to compile: a thousand
+  /// "$", "\<" or "\>" in a row, or a look-behind with a thousand ways through it. Throws std::bad_alloc.
   static std::unique_ptr<const NameExpression> Compile(const char* expression);
 
   /// True when the expression is found anywhere in the name. A search that takes too many steps or too much memory

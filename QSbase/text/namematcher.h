@@ -52,7 +52,10 @@ QSBASE_API void PrepareWildcardString(const char* pattern, char* buffer, int siz
 ///
 /// Names may come from strangers: a wildcard pattern takes no more steps than the lengths of pattern and name
 /// multiplied, and an expression that needs too many steps or too much memory on a name does not match it. Expressions
-/// themselves are the host's; one that refers to itself many times may be slow to compile.
+/// themselves are the host's; one that refers to itself many times may be slow to compile. One that would take the
+/// whole stack to compile (a thousand "$", "\<" or "\>" in a row) or endless time (a look-behind with more than a
+/// thousand ways through it; more than nine "|" in or behind one that holds a set) is skipped like one that is not
+/// valid.
 ///
 /// The const members may be called by several threads at once, while none changes the object. Copies share the compiled
 /// patterns.

@@ -581,6 +581,49 @@ TEST(CNameMatcher, HostileExpressionsEnd) {
   }
 }
 
+std::string Repeated(std::string_view text, int count) {
+  std::string all;
+  for (int i = 0; i < count; ++i) {
+    all += text;
+  }
+  return all;
+}
+
+// Each of the first would take more stack than a thread has, each of the others longer than anybody waits.
+TEST(CNameMatcher, ExpressionsThatCannotBeCompiledAreSkipped) {
+  const std::string manyWays = Repeated("(a|b)", 100);
+  const std::vector<std::string> expressions = {Repeated("$", 1000000),
+                                                Repeated("\\<", 1000000),
+                                                Repeated("\\>", 1000000),
+                                                Repeated("(?:$)", 1000000),
+                                                Repeated("(?=a)\\b$", 1000000),
+                                                Join({"(?<=", Repeated("a|", 1000000), "b)"}),
+                                                Join({"(?<=", manyWays, ")a"}),
+                                                Join({"(?<!", manyWays, ")a"}),
+                                                Join({"(?<=((", Repeated("(a|b)", 50), manyWays, ")))a"}),
+                                                Join({"(?<=x)(?<n>a)(?<=", manyWays, ")a"}),
+                                                Join({"(?<=[)]", manyWays, ")a"}),
+                                                Join({"(?<=\\Q)\\E", manyWays, ")a"}),
+                                                Join({"(?<=(?#)", manyWays, ")a"}),
+                                                Join({"(?x)(?<=#)\n", manyWays, ")a"}),
+                                                Join({"[(?<=)](?<=", manyWays, ")a"})};
+  for (const std::string& expression : expressions) {
+    const CNameMatcher matcher(Join({"#", expression, ";*.txt"}).c_str(), true);
+    EXPECT_EQ(0, Match(matcher, "a.txt")) << expression.substr(0, 60);
+    EXPECT_EQ("*.txt", matcher.GetOriginalPattern(0)) << expression.substr(0, 60);
+  }
+}
+
+TEST(CNameMatcher, LongListsOfAlternativesAreCompiled) {
+  EXPECT_EQ(0, Match(Join({"#^(?:", Repeated("a$|(b$)|\\<c\\>|", 5000), "x$)"}).c_str(), true, "X"));
+  EXPECT_EQ(0, Match(Join({"#", Repeated("\\<a$b", 5000), "|x"}).c_str(), true, "x"));
+  EXPECT_EQ(0, Match(Join({"#", Repeated("\\$", 5000), "|x"}).c_str(), true, "x"));
+  EXPECT_EQ(0, Match(Join({"#(?<=", Repeated("a|", 500), "b)x"}).c_str(), true, "bx"));
+  EXPECT_EQ(0, Match(Join({"#(?<=a(?:b|c)\\|)(", Repeated("y|", 5000), "x)"}).c_str(), true, "ac|x"));
+  EXPECT_EQ(0, Match(Join({"#(?<n>a)(", Repeated("y|", 5000), "x)"}).c_str(), true, "ax"));
+  EXPECT_EQ(0, Match("#(?<=[a-c]|d)(e|f|g|h|i)", true, "di"));
+}
+
 TEST(CNameMatcher, ManyWildcardsTakeNoLongerThanTheirLength) {
   std::string patterns;
   for (int i = 0; i < 200; ++i) {
