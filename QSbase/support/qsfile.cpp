@@ -5,6 +5,7 @@
 #include <exception>
 #include <limits>
 
+#include <QSbase/cancelguard.h>
 #include <QSbase/support/fileos.h>
 
 using qsbase::detail::OsStreamFailed;
@@ -41,7 +42,10 @@ QsFile::QsFile() : _stream(nullptr) {}
 
 QsFile::QsFile(const char* name, const char* mode) : _stream(OpenStream(name, mode)) {}
 
-QsFile::~QsFile() { QsFile::Close(); }
+QsFile::~QsFile() {
+  const qsbase::detail::CancelGuard noCancellation;
+  QsFile::Close();
+}
 
 bool QsFile::Open(const char* name, const char* mode) {
   Close();

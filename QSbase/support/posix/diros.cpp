@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <QSbase/cancelguard.h>
 #include <QSbase/support/fileos.h>
 
 namespace qsbase::detail {
@@ -64,6 +65,7 @@ struct DirReader::Stream {
   Stream() = default;
   ~Stream() {
     if (handle != nullptr) {
+      const CancelGuard noCancellation;
       closedir(handle);
     }
   }

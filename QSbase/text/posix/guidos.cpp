@@ -1,5 +1,7 @@
 #include <QSbase/text/guidos.h>
 
+#include <QSbase/cancelguard.h>
+
 #include <cerrno>
 #include <cstddef>
 
@@ -10,6 +12,7 @@ namespace qsbase::detail {
 namespace {
 
 bool FillRandom(unsigned char* bytes, std::size_t count) noexcept {
+  const CancelGuard noCancellation;
   while (count > 0) {
     const ssize_t got = getrandom(bytes, count, 0);
     if (got < 0 && errno == EINTR) {

@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
+#include <pthread.h>
+#endif
+
 #include <cstdint>
 #include <cstdio>
 #include <limits>
@@ -409,5 +413,26 @@ TEST_F(QsFileTest, DestructorWritesOut) {
   }
   EXPECT_EQ(TempDir::Read(path), "x");
 }
+
+#ifndef _WIN32
+TEST_F(QsFileTest, ACancellationWaitsForTheDestructor) {
+  std::string path = _dir / "a";
+  const auto body = [](void* name) -> void* {
+    {
+      QsFile file(static_cast<std::string*>(name)->c_str(), "wb");
+      file.PutChar('x');
+      pthread_cancel(pthread_self());
+    }
+    pthread_testcancel();
+    return nullptr;
+  };
+  pthread_t thread{};
+  ASSERT_EQ(pthread_create(&thread, nullptr, body, &path), 0);
+  void* result = nullptr;
+  ASSERT_EQ(pthread_join(thread, &result), 0);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_EQ(TempDir::Read(path), "x");
+}
+#endif
 
 }  // namespace

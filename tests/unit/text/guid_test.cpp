@@ -29,6 +29,7 @@
 
 #include <objbase.h>
 #else
+#include <pthread.h>
 #include <sys/random.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -97,6 +98,7 @@ std::atomic<bool> interrupts{false};
 }  // namespace
 
 extern "C" ssize_t getrandom(void* buffer, size_t length, unsigned int flags) {
+  pthread_testcancel();  // as the system's does
   const Call call;
   if (sourceFails) {
     errno = ENOSYS;
@@ -333,6 +335,24 @@ TEST(QsGUID, CreateGoesOnAfterSignalsAndShortReads) {
     // All bytes are filled: 12 of them zero by chance, as left out ones would be, does not happen.
     EXPECT_LT(std::count(guid.GetData(), guid.GetData() + 16, 0), 8);
   }
+}
+#endif
+
+#ifndef _WIN32
+TEST(QsGUID, ACancellationWaitsUntilItIsCreated) {
+  QsGUID guid;
+  const auto body = [](void* created) -> void* {
+    pthread_cancel(pthread_self());
+    static_cast<QsGUID*>(created)->Create();
+    pthread_testcancel();
+    return nullptr;
+  };
+  pthread_t thread{};
+  ASSERT_EQ(pthread_create(&thread, nullptr, body, &guid), 0);
+  void* result = nullptr;
+  ASSERT_EQ(pthread_join(thread, &result), 0);
+  EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_TRUE(guid.IsValid());
 }
 #endif
 
