@@ -1,3 +1,4 @@
+#include <QSbase/immortal.h>
 #include <QSbase/killguard.h>
 #include <QSbase/text/nameexpression.h>
 
@@ -9,6 +10,7 @@
 #include <cstdint>
 #include <exception>
 #include <iterator>
+#include <locale>
 #include <new>
 #include <stdexcept>
 #include <vector>
@@ -19,10 +21,23 @@ namespace {
 
 // How case is ignored is the system's matter, and Boost.Regex has it by either name.
 #ifdef _WIN32
-using Traits = boost::w32_regex_traits<char>;
+using SystemTraits = boost::w32_regex_traits<char>;
+SystemTraits::locale_type CurrentLocale() { return boost::BOOST_REGEX_DETAIL_NS::w32_get_default_locale(); }
 #else
-using Traits = boost::cpp_regex_traits<char>;
+using SystemTraits = boost::cpp_regex_traits<char>;
+SystemTraits::locale_type CurrentLocale() { return std::locale(); }
 #endif
+
+// Those of the first locale are kept: Boost's own cache of them is gone when destructors run at the end of the process.
+SystemTraits CurrentTraits() {
+  static const Immortal<SystemTraits> first;
+  return first.value.getloc() == CurrentLocale() ? first.value : SystemTraits();
+}
+
+class Traits : public SystemTraits {
+ public:
+  Traits() : SystemTraits(CurrentTraits()) {}
+};
 
 using Expression = boost::basic_regex<char, Traits>;
 

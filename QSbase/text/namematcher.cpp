@@ -210,7 +210,12 @@ CNameMatcher::CNameMatcher(const char* patterns, bool anchored) {
 }
 
 CNameMatcher::CNameMatcher(const CNameMatcher& other) = default;
-CNameMatcher& CNameMatcher::operator=(const CNameMatcher& other) = default;
+CNameMatcher& CNameMatcher::operator=(const CNameMatcher& other) {
+  CNameMatcher copy(other);
+  _patterns.swap(copy._patterns);
+  _originalPatterns.swap(copy._originalPatterns);
+  return *this;
+}
 CNameMatcher::~CNameMatcher() = default;
 
 int CNameMatcher::CompilePatterns(const std::string& patterns, bool anchored) {

@@ -69,6 +69,7 @@ class QSBASE_API CNameMatcher {
   /// As CompilePatterns; no pattern for a null pointer, and when there is no memory.
   CNameMatcher(const char* patterns, bool anchored);
   CNameMatcher(const CNameMatcher& other);
+  /// Without memory this matcher stays as it was.
   CNameMatcher& operator=(const CNameMatcher& other);
   ~CNameMatcher();
 

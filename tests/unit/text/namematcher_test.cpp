@@ -7,6 +7,7 @@
 #include <boost/regex.hpp>
 
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <initializer_list>
@@ -326,6 +327,32 @@ TEST(CNameMatcher, KeepsTheTextsAsTheyWereGiven) {
   EXPECT_EQ("", matcher.GetOriginalPattern(0xFFFFFFFFu));
 }
 
+/// Made before all that the library makes, so destroyed behind it.
+class AtEnd {
+ public:
+  ~AtEnd() {
+    if (_isAsked && Match("*.txt;#^a(b|c)$", true, "AC") != 1) {
+      std::_Exit(1);
+    }
+  }
+  void Ask() { _isAsked = true; }
+
+ private:
+  bool _isAsked = false;
+};
+
+AtEnd atEnd;
+
+TEST(CNameMatcher, CompilesWhileTheProcessEnds) {
+  EXPECT_EXIT(
+      {
+        EXPECT_EQ(0, Match("#a", true, "a"));
+        atEnd.Ask();
+        std::exit(0);
+      },
+      testing::ExitedWithCode(0), "");
+}
+
 TEST(CNameMatcher, CompilingReplacesTheList) {
   CNameMatcher matcher("*.txt", true);
   EXPECT_EQ(0, matcher.CompilePatterns("*.log;*.doc", true));
@@ -408,6 +435,26 @@ TEST(CNameMatcher, WithoutMemoryItIsMadeWithoutPatterns) {
   EXPECT_EQ("", matcher->GetOriginalPatterns());
   EXPECT_EQ(0, matcher->CompilePatterns(patterns, true));
   EXPECT_EQ(0, Match(*matcher, "a.txt"));
+}
+
+TEST(CNameMatcher, WithoutMemoryAssignmentChangesNothing) {
+  const CNameMatcher other("#^b;a list that is not that short", true);
+  CNameMatcher matcher("*.txt", true);
+  bool hasThrown = false;
+  largestAllocation = 0;
+  try {
+    matcher = other;
+  } catch (const std::bad_alloc&) {
+    hasThrown = true;
+  }
+  largestAllocation = kNoLimit;
+  if (!hasThrown) {
+    GTEST_SKIP() << "the strings of this C++ runtime do not ask the program for memory";
+  }
+  EXPECT_EQ("*.txt", matcher.GetOriginalPatterns());
+  EXPECT_EQ("*.txt", matcher.GetOriginalPattern(0));
+  EXPECT_EQ(0, Match(matcher, "a.txt"));
+  EXPECT_EQ(-1, Match(matcher, "b"));
 }
 
 TEST(CNameMatcher, WithoutMemoryAnExpressionDoesNotMatch) {
