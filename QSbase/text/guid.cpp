@@ -62,9 +62,16 @@ bool Read(std::string_view text, bool withBraces, unsigned char* data) {
          ReadText(text.substr(1, kTextLength), data);
 }
 
+// Throws where a lock without a state would: the next call then makes a new one.
+struct UsableLock {
+  UsableLock() { const QsCriticalSectionAutoPtr guard(&section); }
+
+  QsCriticalSection section;
+};
+
 QsCriticalSection& CreationLock() {
-  static Immortal<QsCriticalSection> lock;
-  return lock.value;
+  static Immortal<UsableLock> lock;
+  return lock.value.section;
 }
 
 bool CreateOneAtATime(unsigned char (&bytes)[kSize]) {

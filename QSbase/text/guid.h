@@ -28,7 +28,7 @@ class QSBASE_API QsGUID {
   /// Makes a new one: 16 bytes of the kernel's random source with the version 4 in byte 6 and the variant in byte 8
   /// (RFC 4122); on Windows what CoCreateGuid puts into memory. When the system has none to give, the object is left
   /// not valid and the error "Could not create GUID" is logged. One call at a time asks the system.
-  /// \throws ExPrecondition when that lock has no state, the object then being not valid.
+  /// \throws ExPrecondition when there is no memory for that lock, the object then being not valid.
   void Create();
   /// Back to the state of a new object.
   void Clear() noexcept;
