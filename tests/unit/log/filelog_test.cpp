@@ -7,6 +7,7 @@
 
 #include <common/logcapture.h>
 #include <common/platform.h>
+#include <common/sanitized.h>
 #include <common/tempdir.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,15 +32,6 @@
 #include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#endif
-
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer) || __has_feature(address_sanitizer)
-#define QSBASE_TESTS_SANITIZED
-#endif
-#endif
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-#define QSBASE_TESTS_SANITIZED
 #endif
 
 namespace {
