@@ -1,12 +1,9 @@
 /// \file
 /// Holds back `pthread_cancel` on the calling thread over a scope that nothing may unwind: a cancellation passes as an
-/// exception which must not be swallowed, nor leave a destructor or a function that is noexcept.
+/// exception which must not be swallowed, nor leave a destructor or a function that is noexcept. On Linux in
+/// posix/cancelguard.cpp.
 #ifndef QSBASE_CANCELGUARD_H
 #define QSBASE_CANCELGUARD_H
-
-#ifndef _WIN32
-#include <pthread.h>
-#endif
 
 namespace qsbase::detail {
 
@@ -17,8 +14,8 @@ class CancelGuard {
   CancelGuard() noexcept {}
   ~CancelGuard() {}
 #else
-  CancelGuard() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &_before); }
-  ~CancelGuard() { pthread_setcancelstate(_before, nullptr); }
+  CancelGuard() noexcept;
+  ~CancelGuard();
 #endif
   CancelGuard(const CancelGuard&) = delete;
   CancelGuard& operator=(const CancelGuard&) = delete;

@@ -440,7 +440,8 @@ int StatusOfAChildForkedUnderAKill() {
       _exit(qsbase::detail::killState.asked == 0 ? 0 : 1);
     }
     int found = -1;
-    waitpid(child, &found, 0);
+    while (waitpid(child, &found, 0) == -1 && errno == EINTR) {  // the killer asks again and again
+    }
     status = found;
   });
   thread.CreateAndReach();
