@@ -730,6 +730,7 @@ TEST_F(FileLog, ACancellationWaitsUntilTheLineIsWritten) {
     pthread_cancel(pthread_self());
     Log("one");
     DoLogMsg("two");
+    qsbase::testing::StackIsAboutToGo();
     pthread_testcancel();
     return nullptr;
   };

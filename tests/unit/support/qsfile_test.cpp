@@ -11,6 +11,7 @@
 #include <type_traits>
 
 #include <common/platform.h>
+#include <common/sanitized.h>
 #include <common/tempdir.h>
 
 #include <QSbase/errors.h>
@@ -423,6 +424,7 @@ TEST_F(QsFileTest, ACancellationWaitsForTheDestructor) {
       file.PutChar('x');
       pthread_cancel(pthread_self());
     }
+    qsbase::testing::StackIsAboutToGo();
     pthread_testcancel();
     return nullptr;
   };

@@ -4,6 +4,7 @@
 
 #include <common/logcapture.h>
 #include <common/platform.h>
+#include <common/sanitized.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -344,6 +345,7 @@ TEST(QsGUID, ACancellationWaitsUntilItIsCreated) {
   const auto body = [](void* created) -> void* {
     pthread_cancel(pthread_self());
     static_cast<QsGUID*>(created)->Create();
+    qsbase::testing::StackIsAboutToGo();
     pthread_testcancel();
     return nullptr;
   };

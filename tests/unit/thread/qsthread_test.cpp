@@ -659,6 +659,7 @@ TEST(QsThread, LetsItsManagerExitTheThread) {
 TEST(QsThread, LetsTheHostCancelTheThread) {
   EXPECT_THAT(EventsOfOneEndedBy([] {
                 pthread_cancel(pthread_self());
+                qsbase::testing::StackIsAboutToGo();
                 pthread_testcancel();
               }),
               ElementsAre("added", "removed in set"));
@@ -680,6 +681,7 @@ TEST(QsThread, ACancellationInItsLastStepsIsTooLate) {
   TestManager manager;
   manager.removed = [&](int) {
     pthread_cancel(pthread_self());
+    qsbase::testing::StackIsAboutToGo();
     pthread_testcancel();
     events.Add("removed");
   };
