@@ -1123,7 +1123,19 @@ TEST(ThreadNames, AreTheSystemsToo) {
 
 // ---- priorities -----------------------------------------------------------------------------------------------------
 
-TEST(ThreadPriorities, HaveNamesInAnyCase) {
+/// They are told from the plain one, which the tests may not have been started with.
+class ThreadPriorities : public ::testing::Test {
+#ifndef _WIN32
+ protected:
+  void SetUp() override {
+    if (getpriority(PRIO_PROCESS, 0) != 0 && setpriority(PRIO_PROCESS, 0, 0) != 0) {
+      GTEST_SKIP() << "this process was started with a nice value, and may not take it back";
+    }
+  }
+#endif
+};
+
+TEST_F(ThreadPriorities, HaveNamesInAnyCase) {
   const std::vector<std::pair<QsThreadPriority, std::string>> names = {
       {QsThreadPriority::Idle, "Idle"},
       {QsThreadPriority::Lowest, "Lowest"},
@@ -1141,7 +1153,7 @@ TEST(ThreadPriorities, HaveNamesInAnyCase) {
   EXPECT_EQ(static_cast<int>(QsThread::QsThreadPriorityFromString("iDLE")), -15);
 }
 
-TEST(ThreadPriorities, OtherTextsAndValuesThrow) {
+TEST_F(ThreadPriorities, OtherTextsAndValuesThrow) {
   const auto fromString = [](const std::string& text) {
     return ErrorOf<ExBase>([&] { QsThread::QsThreadPriorityFromString(text); });
   };
@@ -1163,7 +1175,7 @@ QsThreadPriority Current() {
   return priority;
 }
 
-TEST(ThreadPriorities, CanBeLowered) {
+TEST_F(ThreadPriorities, CanBeLowered) {
   const LogCapture log;
   TestThread thread([](TestThread& self) {
     EXPECT_EQ(Current(), QsThreadPriority::Normal);
@@ -1181,7 +1193,7 @@ TEST(ThreadPriorities, CanBeLowered) {
   EXPECT_THAT(log.Texts(), IsEmpty());
 }
 
-TEST(ThreadPriorities, CanBeSetFromOutside) {
+TEST_F(ThreadPriorities, CanBeSetFromOutside) {
   const LogCapture log;
   Resident resident("w");
   EXPECT_EQ(resident.thread.GetPriority(), QsThreadPriority::Normal);
@@ -1191,7 +1203,7 @@ TEST(ThreadPriorities, CanBeSetFromOutside) {
   EXPECT_THAT(log.Texts(), IsEmpty());
 }
 
-TEST(ThreadPriorities, OfOtherValuesAreRefused) {
+TEST_F(ThreadPriorities, OfOtherValuesAreRefused) {
   const std::string failed = " failed (" + QsErrorMessage(kInvalidParameter) + ")";
   Resident resident("w");
   const LogCapture log;
@@ -1202,7 +1214,7 @@ TEST(ThreadPriorities, OfOtherValuesAreRefused) {
   EXPECT_THAT(Flags(log), ElementsAre(kError, kError));
 }
 
-TEST(ThreadPriorities, NeedAThread) {
+TEST_F(ThreadPriorities, NeedAThread) {
   const LogCapture log;
   TestThread thread({}, "%s");
   EXPECT_EQ(ErrorOf<ExPrecondition>([&] { thread.GetPriority(); }),
@@ -1225,7 +1237,7 @@ bool ForbidAskingForPriorities() {
   return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
-TEST(ThreadPriorities, AreNotToldWhenTheSystemDoesNot) {
+TEST_F(ThreadPriorities, AreNotToldWhenTheSystemDoesNot) {
   std::atomic<bool> isForbidden{false};
   const LogCapture log;
   TestThread thread([&](TestThread& self) {
@@ -1248,7 +1260,7 @@ TEST(ThreadPriorities, AreNotToldWhenTheSystemDoesNot) {
   EXPECT_THAT(Flags(log), ElementsAre(kError, kError));
 }
 
-TEST(ThreadPriorities, OfAnEndedThreadAreNot) {
+TEST_F(ThreadPriorities, OfAnEndedThreadAreNot) {
   TestThread thread;
   thread.CreateAndWait();
   const LogCapture log;
@@ -1261,18 +1273,17 @@ TEST(ThreadPriorities, OfAnEndedThreadAreNot) {
 
 int Nice(int threadId) { return getpriority(PRIO_PROCESS, static_cast<id_t>(threadId)); }
 
-TEST(ThreadPriorities, AreNiceValues) {
-  const int plain = Nice(getpid());  // 0, unless somebody runs the tests by nice
+TEST_F(ThreadPriorities, AreNiceValues) {
   Resident resident("w");
   const int id = resident.thread.ThreadId();
-  EXPECT_EQ(Nice(id), plain);
+  EXPECT_EQ(Nice(id), 0);
   resident.thread.Priority(QsThreadPriority::BelowNormal);
   EXPECT_EQ(Nice(id), 5);
   resident.thread.Priority(QsThreadPriority::Lowest);
   EXPECT_EQ(Nice(id), 10);
   resident.thread.Priority(QsThreadPriority::Idle);
   EXPECT_EQ(Nice(id), 19);
-  EXPECT_EQ(Nice(getpid()), plain);
+  EXPECT_EQ(Nice(getpid()), 0);
 }
 
 /// What is read back for a nice value, in a thread of its own.
@@ -1285,7 +1296,7 @@ QsThreadPriority PriorityOfNice(int nice) {
   return priority;
 }
 
-TEST(ThreadPriorities, AreReadAsTheNearest) {
+TEST_F(ThreadPriorities, AreReadAsTheNearest) {
   for (int nice = 0; nice <= 2; ++nice) {
     EXPECT_EQ(PriorityOfNice(nice), QsThreadPriority::Normal) << nice;
   }
@@ -1309,7 +1320,7 @@ bool MayRaise() {
 
 constexpr const char* kMayNotRaise = "only root may raise priorities";
 
-TEST(ThreadPriorities, AboveTheNormalAreReadAsTheNearest) {
+TEST_F(ThreadPriorities, AboveTheNormalAreReadAsTheNearest) {
   if (!MayRaise()) {
     GTEST_SKIP() << kMayNotRaise;
   }
@@ -1323,7 +1334,7 @@ TEST(ThreadPriorities, AboveTheNormalAreReadAsTheNearest) {
   EXPECT_EQ(PriorityOfNice(-20), QsThreadPriority::TimeCritical);
 }
 
-TEST(ThreadPriorities, CanBeRaisedByRoot) {
+TEST_F(ThreadPriorities, CanBeRaisedByRoot) {
   if (!MayRaise()) {
     GTEST_SKIP() << kMayNotRaise;
   }
@@ -1347,7 +1358,7 @@ void GiveUpTheRightToRaise() {
   }
 }
 
-TEST(ThreadPriorities, CannotBeRaisedWithoutTheRight) {
+TEST_F(ThreadPriorities, CannotBeRaisedWithoutTheRight) {
   const LogCapture log;
   TestThread thread([](TestThread& self) {
     GiveUpTheRightToRaise();
@@ -1363,7 +1374,7 @@ TEST(ThreadPriorities, CannotBeRaisedWithoutTheRight) {
 
 #else
 
-TEST(ThreadPriorities, CanBeRaised) {
+TEST_F(ThreadPriorities, CanBeRaised) {
   Resident resident("w");
   for (const QsThreadPriority priority :
        {QsThreadPriority::AboveNormal, QsThreadPriority::Highest, QsThreadPriority::TimeCritical}) {
