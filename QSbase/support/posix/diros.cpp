@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <QSbase/cancelguard.h>
+#include <QSbase/posix/uninterrupted.h>
 #include <QSbase/support/fileos.h>
 
 namespace qsbase::detail {
@@ -36,11 +37,7 @@ int OpenDirectory(const std::string& dir, LinkRule rule) {
   const std::string path = SystemPath(dir);
   const bool refuse = rule == LinkRule::Refuse;
   const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | (refuse ? O_NOFOLLOW : 0);
-  int descriptor = -1;
-  do {
-    descriptor = open(refuse ? WithoutTrailingSeparators(path).c_str() : path.c_str(), flags);
-  } while (descriptor == -1 && errno == EINTR);
-  return descriptor;
+  return Uninterrupted([&] { return open(refuse ? WithoutTrailingSeparators(path).c_str() : path.c_str(), flags); });
 }
 
 void Fill(const struct stat& status, DirEntry& entry) {

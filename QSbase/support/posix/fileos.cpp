@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <QSbase/lasterrorguard.h>
+#include <QSbase/posix/uninterrupted.h>
 
 namespace qsbase::detail {
 
@@ -25,16 +26,6 @@ std::string SystemPath(const std::string& path) {
 }
 
 std::string SystemDirectory(const std::string& path) { return path.empty() ? "." : SystemPath(path); }
-
-// Makes the call again while a signal interrupts it.
-template <class Call>
-auto Uninterrupted(Call call) {
-  auto result = call();
-  while (result == -1 && errno == EINTR) {
-    result = call();
-  }
-  return result;
-}
 
 int OpenDescriptor(const std::string& path, int flags, unsigned permissions = kDefaultPermissions) {
   const std::string native = SystemPath(path);

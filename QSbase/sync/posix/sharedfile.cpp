@@ -9,6 +9,8 @@
 
 #include <QSbase/codec/hash.h>
 #include <QSbase/lasterrorguard.h>
+#include <QSbase/posix/uninterrupted.h>
+#include <QSbase/text/chartables.h>
 
 namespace qsbase::detail {
 
@@ -24,7 +26,6 @@ bool TakesFilesOfEverybody(const char* folder) {
 
 // Every byte that is not safe in a file name in hexadecimal; so no two names become the same.
 std::string Escaped(const std::string& name) {
-  static constexpr char kDigits[] = "0123456789ABCDEF";
   std::string result;
   for (const char c : name) {
     const bool isSafe =
@@ -33,8 +34,8 @@ std::string Escaped(const std::string& name) {
       result += c;
       continue;
     }
-    const unsigned byte = static_cast<unsigned char>(c);
-    result.append({'%', kDigits[byte >> 4], kDigits[byte & 15]});
+    result += '%';
+    result.append(&kHexPairs[2U * static_cast<unsigned char>(c)], 2);
   }
   return result;
 }
@@ -44,15 +45,6 @@ std::string NamePart(const std::string& name) {
   if (result.size() > kMaxNamePart) {
     result = "~";  // no escaped name has that
     result += QsCalcMD5(name.data(), static_cast<unsigned>(name.size()));
-  }
-  return result;
-}
-
-template <class Call>
-int Uninterrupted(Call call) {
-  int result = call();
-  while (result == -1 && errno == EINTR) {
-    result = call();
   }
   return result;
 }

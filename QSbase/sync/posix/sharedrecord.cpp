@@ -3,6 +3,7 @@
 #include <QSbase/cancelguard.h>
 #include <QSbase/killguard.h>
 #include <QSbase/lasterrorguard.h>
+#include <QSbase/posix/uninterrupted.h>
 #include <QSbase/sync/posix/futexevent.h>
 #include <QSbase/sync/posix/sharedfile.h>
 
@@ -100,11 +101,12 @@ bool MayBeRecord(int descriptor) {
 bool WriteAll(int descriptor, const std::string& bytes) {
   std::size_t done = 0;
   while (done < bytes.size()) {
-    const ssize_t count = pwrite(descriptor, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
-    if (count == -1 && errno != EINTR) {
+    const ssize_t count = Uninterrupted(
+        [&] { return pwrite(descriptor, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done)); });
+    if (count == -1) {
       return false;
     }
-    done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    done += static_cast<std::size_t>(count);
   }
   return true;
 }

@@ -1,8 +1,8 @@
 #include <QSbase/text/guidos.h>
 
 #include <QSbase/cancelguard.h>
+#include <QSbase/posix/uninterrupted.h>
 
-#include <cerrno>
 #include <cstddef>
 
 #include <sys/random.h>
@@ -14,10 +14,7 @@ namespace {
 bool FillRandom(unsigned char* bytes, std::size_t count) noexcept {
   const CancelGuard noCancellation;
   while (count > 0) {
-    const ssize_t got = getrandom(bytes, count, 0);
-    if (got < 0 && errno == EINTR) {
-      continue;
-    }
+    const ssize_t got = Uninterrupted([&] { return getrandom(bytes, count, 0); });
     if (got <= 0) {
       return false;
     }
