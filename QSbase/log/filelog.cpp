@@ -6,6 +6,7 @@
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/log/logfileos.h>
 #include <QSbase/log/logstage.h>
+#include <QSbase/log/logwords.h>
 #include <QSbase/support/cleanup.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/paths.h>
@@ -25,13 +26,13 @@
 
 using qsbase::detail::CancelGuard;
 using qsbase::detail::KillGuard;
+using qsbase::detail::kLogError;
+using qsbase::detail::kLogInfo4;
 using qsbase::detail::LastErrorGuard;
 using qsbase::detail::Lock;
 
 namespace {
 
-constexpr unsigned int kErrorFlags = 0x40000000U;
-constexpr unsigned int kInfoLevel4Flags = 0x10000004U;
 constexpr std::uint32_t kDefaultMaxBackupFiles = 200;
 constexpr std::uint32_t kDefaultMaxFileSize = 0x500000;
 constexpr std::uint32_t kSmallestMaxFileSize = 102400;
@@ -326,7 +327,7 @@ bool CorrectConfig(FileLoggingConfig& config) {
 
 void Switch(std::atomic<bool>& output, bool on, const char* what) {
   if (output.exchange(on) != on) {
-    QsLogMsg(kInfoLevel4Flags, std::string("Set ") + what + " to " + (on ? "Enabled" : "Disabled"));
+    QsLogMsg(kLogInfo4, std::string("Set ") + what + " to " + (on ? "Enabled" : "Disabled"));
   }
 }
 
@@ -412,7 +413,7 @@ void InitLogConfig(const FileLoggingConfig& config, bool consoleLogging) {
   stage.Configure(inForce);
   stage.fileEnabled = inForce.enabled;
   if (invalid) {
-    QsLogMsg(kErrorFlags,
+    QsLogMsg(kLogError,
              "InitLog: FileLoggingConfig is invalid or not completely set up! -> FileLogging is now DISABLED!");
   }
 }

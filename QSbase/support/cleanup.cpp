@@ -6,6 +6,7 @@
 
 #include <QSbase/errors.h>
 #include <QSbase/log/log.h>
+#include <QSbase/log/logwords.h>
 #include <QSbase/process.h>
 #include <QSbase/support/dirwalk.h>
 #include <QSbase/support/filesupport.h>
@@ -144,9 +145,9 @@ unsigned CountFilesWithin(const std::string& dir, unsigned maxSeconds, const std
 namespace {
 
 using qsbase::detail::DirEntry;
-
-constexpr unsigned int kLogWarning = 0x20000000;
-constexpr unsigned int kLogInfo4 = 0x10000004;
+using qsbase::detail::kLogInfo4;
+using qsbase::detail::kLogWarning;
+using qsbase::detail::LastErrorText;
 
 void LogDetail(const std::string& text) {
   if (QsGetLogLevel() >= 4) {
@@ -202,7 +203,7 @@ bool DeleteOldest(const std::string& path, bool force) {
     LogDetail("QsCleanupDirectory deleted file '" + path + "'");
     return true;
   }
-  const std::string error = QsErrorMessage(QsGetLastError());
+  const std::string error = LastErrorText();
   QsLogMsg(kLogWarning, "QsCleanupDirectory could not delete file '" + path + "', error: '" + error + "'");
   return false;
 }

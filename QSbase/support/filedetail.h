@@ -5,18 +5,13 @@
 
 #include <string>
 
+#include <QSbase/log/logwords.h>
 #include <QSbase/support/fileos.h>
 
 namespace qsbase::detail {
 
-constexpr unsigned kLogError = 0x40000000;
-constexpr unsigned kLogWarning = 0x20000000;
-
 /// The file's topic in the texts of ExMemoryAllocation.
 constexpr const char* kFileTopic = "QSbase/support/filesupport";
-
-/// The system's text for the last error.
-std::string LastErrorText();
 
 /// Clears the read-only attribute of what the path names, if it is there and has it. Failure is ignored. A symbolic
 /// link looked at itself is never read-only.

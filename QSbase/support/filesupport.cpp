@@ -21,8 +21,6 @@
 
 namespace qsbase::detail {
 
-std::string LastErrorText() { return QsErrorMessage(QsGetLastError()); }
-
 void ClearReadOnlyIfSet(const std::string& path, LinkView view) {
   FileStatus status;
   if (OsGetStatus(path, view, status) && status.isReadOnly) {

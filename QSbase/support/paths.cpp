@@ -8,14 +8,16 @@
 
 #include <QSbase/errors.h>
 #include <QSbase/log/log.h>
+#include <QSbase/log/logwords.h>
 #include <QSbase/support/diros.h>
 #include <QSbase/support/fileos.h>
 #include <QSbase/text/qschar.h>
 #include <QSbase/text/qsstring.h>
 
+using qsbase::detail::kLogError;
+
 namespace {
 
-constexpr unsigned int kLogError = 0x40000000;
 constexpr std::size_t kMaxTranslatedLength = 2047;
 constexpr std::size_t kMaxCompatibleLength = 259;
 constexpr std::size_t kNone = std::string::npos;

@@ -1,17 +1,14 @@
 #include <QSbase/sync/event.h>
 
 #include <QSbase/log/log.h>
+#include <QSbase/log/logwords.h>
 #include <QSbase/sync/eventos.h>
 #include <QSbase/sync/lock.h>
 
 #include <mutex>
 #include <new>
 
-namespace {
-
-constexpr unsigned int kError = 0x40000000;
-
-}  // namespace
+using qsbase::detail::kLogError;
 
 /// `guard` is held by whoever changes or destroys the event, so that it outlives a setter whose signal has already
 /// released the thread that destroys it.
@@ -42,7 +39,7 @@ QsEvent::~QsEvent() {
 
 void QsEvent::SetEvent() {
   if (!IsInit()) {
-    QsLogMsg(kError, "QsEvent::SetEvent: impl is zero");
+    QsLogMsg(kLogError, "QsEvent::SetEvent: impl is zero");
     return;
   }
   const std::lock_guard<qsbase::detail::Lock> guard(_impl->guard);
@@ -51,7 +48,7 @@ void QsEvent::SetEvent() {
 
 void QsEvent::ResetEvent() {
   if (!IsInit()) {
-    QsLogMsg(kError, "QsEvent::ResetEvent: impl is zero");
+    QsLogMsg(kLogError, "QsEvent::ResetEvent: impl is zero");
     return;
   }
   const std::lock_guard<qsbase::detail::Lock> guard(_impl->guard);
@@ -60,7 +57,7 @@ void QsEvent::ResetEvent() {
 
 WaitResult QsEvent::WaitFor(int timeoutMs) {
   if (!IsInit()) {
-    QsLogMsg(kError, "QsEvent::WaitFor: impl is zero");
+    QsLogMsg(kLogError, "QsEvent::WaitFor: impl is zero");
     return WaitResult::Failed;
   }
   return _impl->event->Wait(timeoutMs);
@@ -78,7 +75,7 @@ struct QsNamedEvent::Impl {
   /// The event; null and an error that names the function, when there is none.
   QsEvent* EventFor(const char* function) const {
     if (!event) {
-      QsLogMsg(kError, std::string("QsNamedEvent::") + function + ": not initialised (name=" + name + ")");
+      QsLogMsg(kLogError, std::string("QsNamedEvent::") + function + ": not initialised (name=" + name + ")");
     }
     return event.get();
   }
@@ -86,7 +83,7 @@ struct QsNamedEvent::Impl {
 
 QsNamedEvent::QsNamedEvent(bool manualReset, bool initialState, const char* name, bool defaultSecurity) {
   if (name == nullptr || *name == '\0') {
-    QsLogMsg(kError, "Cannot create QsNamedEvent without a name");
+    QsLogMsg(kLogError, "Cannot create QsNamedEvent without a name");
     return;
   }
   _impl.reset(new (std::nothrow) Impl{nullptr, name});
@@ -96,7 +93,7 @@ QsNamedEvent::QsNamedEvent(bool manualReset, bool initialState, const char* name
   _impl->event.reset(new (std::nothrow) QsEvent(manualReset, initialState, name, defaultSecurity));
   if (!IsInit()) {
     _impl->event.reset();
-    QsLogMsg(kError, "Could not not initialise QsNamedEvent (name=" + _impl->name + ")");
+    QsLogMsg(kLogError, "Could not not initialise QsNamedEvent (name=" + _impl->name + ")");
   }
 }
 

@@ -7,6 +7,7 @@
 #include <QSbase/allocationerror.h>
 #include <QSbase/errors.h>
 #include <QSbase/log/log.h>
+#include <QSbase/log/logwords.h>
 #include <QSbase/sync/globalmutexos.h>
 #include <QSbase/text/qsstring.h>
 
@@ -14,6 +15,10 @@ using qsbase::detail::GlobalMutexAttempt;
 using qsbase::detail::GlobalMutexName;
 using qsbase::detail::GlobalMutexOs;
 using qsbase::detail::HasGlobalNamespace;
+using qsbase::detail::kLogError;
+using qsbase::detail::kLogInfo4;
+using qsbase::detail::kLogWarning;
+using qsbase::detail::LastErrorText;
 
 namespace qsbase::detail {
 
@@ -28,17 +33,13 @@ std::string GlobalMutexName(const std::string& name, bool hasGlobalNamespace) {
 
 namespace {
 
-constexpr unsigned int kError = 0x40000000;
-constexpr unsigned int kWarning = 0x20000000;
-constexpr unsigned int kInfo4 = 0x10000004;
-
 void LogRefusal(const std::string& name, const char* what) {
-  const std::string reason = QsErrorMessage(QsGetLastError());
-  QsLogMsg(kError, "GlobalMutex " + name + what + reason);
+  const std::string reason = LastErrorText();
+  QsLogMsg(kLogError, "GlobalMutex " + name + what + reason);
 }
 
 void LogException(const std::string& name, const std::string& text) {
-  QsLogMsg(kError, "GlobalMutex::Enter " + name + " >>> " + text);
+  QsLogMsg(kLogError, "GlobalMutex::Enter " + name + " >>> " + text);
 }
 
 }  // namespace
@@ -86,9 +87,9 @@ bool GlobalMutex::Enter() {
   if (!_impl) {
     throw ExPrecondition("GlobalMutex::Enter: _impl is NULL");
   }
-  QsLogMsg(kInfo4, "Entering global mutex " + _impl->name);
+  QsLogMsg(kLogInfo4, "Entering global mutex " + _impl->name);
   if (_impl->mutex.IsHeld()) {
-    QsLogMsg(kWarning, "GlobalMutex::Enter " + _impl->name + " already owner!");
+    QsLogMsg(kLogWarning, "GlobalMutex::Enter " + _impl->name + " already owner!");
     return true;
   }
   try {
@@ -105,7 +106,7 @@ bool GlobalMutex::Leave() {
   if (!_impl) {
     throw ExPrecondition("GlobalMutex::Leave: _impl is NULL");
   }
-  QsLogMsg(kInfo4, "Leaving global mutex " + _impl->name);
+  QsLogMsg(kLogInfo4, "Leaving global mutex " + _impl->name);
   if (_impl->mutex.Release()) {
     return true;
   }

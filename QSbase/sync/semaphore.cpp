@@ -1,6 +1,7 @@
 #include <QSbase/sync/semaphore.h>
 
 #include <QSbase/log/log.h>
+#include <QSbase/log/logwords.h>
 #include <QSbase/sync/lock.h>
 #include <QSbase/sync/semaphoreos.h>
 
@@ -39,7 +40,7 @@ bool QsSemaphore::Release(int count, int* previousCount) {
 
 WaitResult QsSemaphore::WaitFor(int timeoutMs) {
   if (!IsInit()) {
-    QsLogMsg(0x40000000, "QsSemaphore::WaitFor: impl is zero ");
+    QsLogMsg(qsbase::detail::kLogError, "QsSemaphore::WaitFor: impl is zero ");
     return WaitResult::Failed;
   }
   return _impl->semaphore->Wait(timeoutMs);

@@ -4,6 +4,7 @@
 #include <QSbase/immortal.h>
 #include <QSbase/killguard.h>
 #include <QSbase/log/log.h>
+#include <QSbase/log/logwords.h>
 #include <QSbase/sync/criticalsection.h>
 #include <QSbase/text/chartables.h>
 #include <QSbase/text/guidos.h>
@@ -88,7 +89,7 @@ void QsGUID::Create() {
   Clear();
   unsigned char bytes[kSize];
   if (!CreateOneAtATime(bytes)) {
-    QsLogMsg(0x40000000, "Could not create GUID");
+    QsLogMsg(kLogError, "Could not create GUID");
     return;
   }
   std::copy_n(bytes, kSize, _data);

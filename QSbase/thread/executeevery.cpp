@@ -3,11 +3,11 @@
 #include <chrono>
 
 #include <QSbase/log/log.h>
+#include <QSbase/log/logwords.h>
 #include <QSbase/thread/wallclock.h>
 
 namespace {
 
-constexpr unsigned int kInfo5 = 0x10000005;
 constexpr int kAnnouncingLevel = 5;
 
 // Not std::time, whose seconds have 32 bits on some targets.
@@ -63,7 +63,7 @@ bool ExecuteEvery::IsDue() {
 void ExecuteEvery::Run() {
   const Flag running(_isRunning);
   if (QsGetLogLevel() >= kAnnouncingLevel) {
-    QsLogMsg(kInfo5, "ExecuteEvery( " + _name + " ) is invoking callback...");
+    QsLogMsg(qsbase::detail::kLogInfo5, "ExecuteEvery( " + _name + " ) is invoking callback...");
   }
   _callback(this, _userData);
   _last = qsbase::detail::wallClock.load()();

@@ -7,6 +7,7 @@
 #include <QSbase/killguard.h>
 #include <QSbase/log/log.h>
 #include <QSbase/log/logfileos.h>
+#include <QSbase/log/logwords.h>
 #include <QSbase/process.h>
 #include <QSbase/processos.h>
 #include <QSbase/sync/lock.h>
@@ -24,19 +25,17 @@
 #include <vector>
 
 using qsbase::detail::CancelGuard;
+using qsbase::detail::kLogError;
+using qsbase::detail::kLogInfo1;
+using qsbase::detail::kLogInfo4;
+using qsbase::detail::kLogWarning;
+using qsbase::detail::LastErrorText;
 using qsbase::detail::Lock;
 using qsbase::detail::ThrowAllocationError;
 
 namespace {
 
-constexpr unsigned int kErrorFlags = 0x40000000U;
-constexpr unsigned int kWarningFlags = 0x20000000U;
-constexpr unsigned int kInfoLevel1Flags = 0x10000001U;
-constexpr unsigned int kInfoLevel4Flags = 0x10000004U;
-
 bool IsVerbose() { return QsGetLogLevel() >= 4; }
-
-std::string LastErrorText() { return QsErrorMessage(QsGetLastError()); }
 
 QsThreadImpl& Require(const std::shared_ptr<QsThreadImpl>& impl, const char* operation) {
   if (!impl) {
@@ -66,7 +65,7 @@ void Quietly(Step step) {
 }
 
 void LogCaught(const char* prefix, const std::string& name, const std::string& text) {
-  QsLogMsg(kErrorFlags, prefix + name + ") " + " >>> " + text);
+  QsLogMsg(kLogError, prefix + name + ") " + " >>> " + text);
 }
 
 /// Runs a step of a thread and logs what it throws.
@@ -113,7 +112,7 @@ void GuardRegistryAgainstForks() {
 }
 
 void LogNotInitialized(const std::string& name) {
-  QsLogMsg(kErrorFlags, "QsThread(%s) not initialized (QsThread::ThreadId)", name.c_str());
+  QsLogMsg(kLogError, "QsThread(%s) not initialized (QsThread::ThreadId)", name.c_str());
 }
 
 /// Calls \p visit with id and name of every thread, under the lock. Those without an id are logged as by ThreadId(),
@@ -217,7 +216,7 @@ void CleanUpAfterKill(QsThreadImpl& impl) {
 
 void qsbase::detail::WorkerFunction(void* context) {
   if (context == nullptr) {
-    Quietly([] { QsLogMsg(kErrorFlags, "WorkerFunction: invalid thread data"); });
+    Quietly([] { QsLogMsg(kLogError, "WorkerFunction: invalid thread data"); });
     return;
   }
   QsThreadImpl& impl = *static_cast<QsThreadImpl*>(context);
@@ -234,7 +233,7 @@ void qsbase::detail::WorkerFunction(void* context) {
 
 void qsbase::detail::AddThread(QsThread* thread, const std::shared_ptr<QsThreadImpl>& impl) {
   if (thread == nullptr) {
-    QsLogMsg(kErrorFlags, "AddThread: invalid thread");
+    QsLogMsg(kLogError, "AddThread: invalid thread");
     return;
   }
   GuardRegistryAgainstForks();
@@ -244,7 +243,7 @@ void qsbase::detail::AddThread(QsThread* thread, const std::shared_ptr<QsThreadI
 
 void qsbase::detail::RemoveThread(QsThread* thread) {
   if (thread == nullptr) {
-    QsLogMsg(kErrorFlags, "RemoveThread: invalid thread");
+    QsLogMsg(kLogError, "RemoveThread: invalid thread");
     return;
   }
   std::shared_ptr<QsThreadImpl> impl;  // dropped after the lock
@@ -285,7 +284,7 @@ QsThread::QsThread(const std::string& name, QsThreadManagerIntf* manager) : QsTh
     return;
   }
   try {
-    QsLogMsg(kInfoLevel4Flags, "QsThread '%s' created", name.c_str());
+    QsLogMsg(kLogInfo4, "QsThread '%s' created", name.c_str());
   } catch (...) {
     qsbase::detail::RemoveThread(this);
     throw;
@@ -299,11 +298,11 @@ const char* BeenOrNot(bool been) { return been ? "been" : "not been"; }
 
 void LogDestruction(const QsThreadImpl& impl) {
   if (IsVerbose()) {
-    Quietly([&impl] { QsLogMsg(kInfoLevel4Flags, "Deleting Thread '%s'", impl.name.c_str()); });
+    Quietly([&impl] { QsLogMsg(kLogInfo4, "Deleting Thread '%s'", impl.name.c_str()); });
   }
   if (impl.inWorker) {
     Quietly([&impl] {
-      QsLogMsg(kErrorFlags,
+      QsLogMsg(kLogError,
                "QsThread::~QsThread(%s): thread is still running (termination flag is %s / has %s waited for)",
                impl.name.c_str(), SetOrNot(impl.terminated), BeenOrNot(impl.waitedFor));
     });
@@ -317,7 +316,7 @@ QsThread::~QsThread() {
   qsbase::detail::RemoveThread(this);
   std::shared_ptr<QsThreadImpl> impl = std::move(_impl);
   if (!impl) {
-    Quietly([] { QsLogMsg(kErrorFlags, "QsThread::~QsThread: _impl is NULL!"); });
+    Quietly([] { QsLogMsg(kLogError, "QsThread::~QsThread: _impl is NULL!"); });
     return;
   }
   impl->owner = nullptr;
@@ -329,7 +328,7 @@ QsThread::~QsThread() {
     const std::string name = impl->name;
     impl.reset();
     if (IsVerbose()) {
-      QsLogMsg(kInfoLevel4Flags, "Thread '%s' deleted", name.c_str());
+      QsLogMsg(kLogInfo4, "Thread '%s' deleted", name.c_str());
     }
   });
 }
@@ -361,7 +360,7 @@ void StartThread(const std::shared_ptr<QsThreadImpl>& impl) {
   if (!impl->thread.Start({&qsbase::detail::WorkerFunction, release, impl.get()})) {
     const std::string reason = LastErrorText();
     ReleaseBodyShare(*impl);
-    QsLogMsg(kErrorFlags, "QsThread::InternalCreate(%s) %s", impl->name.c_str(), reason.c_str());
+    QsLogMsg(kLogError, "QsThread::InternalCreate(%s) %s", impl->name.c_str(), reason.c_str());
     throw ExBase("Error creating thread " + impl->name);
   }
 }
@@ -396,21 +395,21 @@ void QsThread::Create() {
   const std::shared_ptr<QsThreadImpl> impl = _impl;  // the body may destroy this object
   const StartClaim claim(*impl);
   if (!claim.IsGranted()) {
-    QsLogMsg(kErrorFlags, "QsThread::Create (%s) - QsThread already initialized", impl->name.c_str());
+    QsLogMsg(kLogError, "QsThread::Create (%s) - QsThread already initialized", impl->name.c_str());
     return;
   }
   if (impl->created) {
-    QsLogMsg(kWarningFlags, "QsThread::Create (%s) - QsThread already created", impl->name.c_str());
+    QsLogMsg(kLogWarning, "QsThread::Create (%s) - QsThread already created", impl->name.c_str());
   }
   if (IsVerbose()) {
-    QsLogMsg(kInfoLevel4Flags, "Creating Thread '" + impl->name + "'");
+    QsLogMsg(kLogInfo4, "Creating Thread '" + impl->name + "'");
   }
   impl->manager = GetThreadManager();
   StartThread(impl);
   impl->created = true;
   WaitUntilInBody(*impl);
   if (IsVerbose()) {
-    QsLogMsg(kInfoLevel4Flags, "Created Thread '" + impl->name + "' (" + std::to_string(impl->threadId) + ")");
+    QsLogMsg(kLogInfo4, "Created Thread '" + impl->name + "' (" + std::to_string(impl->threadId) + ")");
   }
 }
 
@@ -437,13 +436,13 @@ unsigned int QsThread::WaitFor(int timeoutMs) {
     return 0;
   }
   if (!impl->created) {
-    QsLogMsg(kErrorFlags, "QsThread::WaitFor(%s) called without prior thread creation", impl->name.c_str());
+    QsLogMsg(kLogError, "QsThread::WaitFor(%s) called without prior thread creation", impl->name.c_str());
     return 0;
   }
   // In this order: the body sets the one before it clears the other.
   const bool running = impl->starting || impl->inWorker;
   if (running && !impl->HasHandle()) {
-    QsLogMsg(kErrorFlags, "QsThread::WaitFor(%s) - not initialized", impl->name.c_str());
+    QsLogMsg(kLogError, "QsThread::WaitFor(%s) - not initialized", impl->name.c_str());
     return qsbase::detail::kWaitFailed;
   }
   const unsigned int result = running ? impl->thread.Wait(timeoutMs) : qsbase::detail::kWaitDone;
@@ -459,22 +458,22 @@ unsigned int QsThread::Kill() {
     return 0;
   }
   if (!impl->HasHandle()) {
-    QsLogMsg(kErrorFlags, "QsThread not initialized (QsThread::WaitFor (%s))", impl->name.c_str());
+    QsLogMsg(kLogError, "QsThread not initialized (QsThread::WaitFor (%s))", impl->name.c_str());
     return qsbase::detail::kWaitFailed;
   }
-  QsLogMsg(kWarningFlags, "Killing thread " + impl->name);
+  QsLogMsg(kLogWarning, "Killing thread " + impl->name);
   if (impl->thread.IsCurrent()) {
     CloseQueue(*impl);
     impl.reset();  // nothing is unwound
     _impl->thread.KillCurrent();
   }
   if (!impl->thread.Kill()) {
-    QsLogMsg(kInfoLevel1Flags, "Thread %s could not be killed: %s", impl->name.c_str(), LastErrorText().c_str());
+    QsLogMsg(kLogInfo1, "Thread %s could not be killed: %s", impl->name.c_str(), LastErrorText().c_str());
     return qsbase::detail::kWaitFailed;
   }
   impl->waitedFor = true;
   CleanUpAfterKill(*impl);
-  QsLogMsg(kInfoLevel1Flags, "Thread %s killed", impl->name.c_str());
+  QsLogMsg(kLogInfo1, "Thread %s killed", impl->name.c_str());
   return 0;
 }
 
@@ -502,7 +501,7 @@ bool EqualWithoutCase(std::string_view left, std::string_view right) {
 
 /// The texts name the free function also where QsThread::GetPriority() failed.
 void LogPriorityError(const char* operation, int threadId) {
-  QsLogMsg(kErrorFlags, "%s() for thread %d failed (%s)", operation, threadId, LastErrorText().c_str());
+  QsLogMsg(kLogError, "%s() for thread %d failed (%s)", operation, threadId, LastErrorText().c_str());
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <QSbase/allocationerror.h>
 #include <QSbase/errors.h>
 #include <QSbase/lasterrorguard.h>
+#include <QSbase/log/logwords.h>
 #include <QSbase/win32/windowsapi.h>
 
 namespace qsbase::detail {
@@ -12,8 +13,6 @@ namespace qsbase::detail {
 namespace {
 
 constexpr DWORD kPatienceMs = 100;
-
-std::string SystemText() { return QsErrorMessage(QsGetLastError()); }
 
 // A null access list grants everyone everything, so that processes of other users can open the mutex.
 std::unique_ptr<SECURITY_DESCRIPTOR> EveryonesDescriptor(const std::string& name) {
@@ -23,10 +22,10 @@ std::unique_ptr<SECURITY_DESCRIPTOR> EveryonesDescriptor(const std::string& name
     ThrowAllocationError("SECURITY_DESCRIPTOR", "QSbase/sync/win32/globalmutexos", kLine);
   }
   if (InitializeSecurityDescriptor(descriptor.get(), SECURITY_DESCRIPTOR_REVISION) == 0) {
-    throw ExBase("GlobalMutex " + name + " cannot initialize security descriptor: " + SystemText());
+    throw ExBase("GlobalMutex " + name + " cannot initialize security descriptor: " + LastErrorText());
   }
   if (SetSecurityDescriptorDacl(descriptor.get(), TRUE, nullptr, FALSE) == 0) {
-    throw ExBase("GlobalMutex " + name + " cannot set security descriptor dacl: " + SystemText());
+    throw ExBase("GlobalMutex " + name + " cannot set security descriptor dacl: " + LastErrorText());
   }
   return descriptor;
 }
