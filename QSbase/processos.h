@@ -36,6 +36,10 @@ inline int OsKnownThreadId() noexcept { return knownThreadId != 0 ? knownThreadI
 
 #endif
 
+/// Has \p before called by every thread that forks the process, just before, and \p after by the same thread just
+/// after, in the parent and in the child. Nothing to do where processes do not fork. Any thread.
+void OsAroundFork(void (*before)(), void (*after)()) noexcept;
+
 /// Free physical memory in bytes, 0 when unknown.
 std::uint64_t OsFreePhysicalMemory() noexcept;
 

@@ -7,6 +7,7 @@
 #include <QSbase/log/logfileos.h>
 #include <QSbase/log/logstage.h>
 #include <QSbase/log/logwords.h>
+#include <QSbase/processos.h>
 #include <QSbase/support/cleanup.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/paths.h>

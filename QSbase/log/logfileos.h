@@ -16,10 +16,6 @@ std::int64_t OsStreamFileSize(std::FILE* stream) noexcept;
 /// How many bytes the C library writes for a "\n" into a file that was opened as text. Any thread.
 std::size_t OsLineFeedLength() noexcept;
 
-/// Has \p before called by every thread that forks the process, just before, and \p after by the same thread just
-/// after, in the parent and in the child. Nothing to do where processes do not fork. Any thread.
-void OsAroundFork(void (*before)(), void (*after)()) noexcept;
-
 }  // namespace qsbase::detail
 
 #endif

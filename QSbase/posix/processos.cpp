@@ -108,6 +108,8 @@ int OsThreadId() noexcept {
   return knownThreadId;
 }
 
+void OsAroundFork(void (*before)(), void (*after)()) noexcept { pthread_atfork(before, after, after); }
+
 std::uint64_t OsFreePhysicalMemory() noexcept {
   const CancelGuard noCancellation;
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen("/proc/meminfo", "re"), &std::fclose);

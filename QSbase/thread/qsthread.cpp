@@ -6,7 +6,6 @@
 #include <QSbase/immortal.h>
 #include <QSbase/killguard.h>
 #include <QSbase/log/log.h>
-#include <QSbase/log/logfileos.h>
 #include <QSbase/log/logwords.h>
 #include <QSbase/process.h>
 #include <QSbase/processos.h>

@@ -24,6 +24,8 @@ int OsProcessId() noexcept { return static_cast<int>(GetCurrentProcessId()); }
 
 int OsThreadId() noexcept { return static_cast<int>(GetCurrentThreadId()); }
 
+void OsAroundFork(void (* /*before*/)(), void (* /*after*/)()) noexcept {}
+
 std::uint64_t OsFreePhysicalMemory() noexcept {
   MEMORYSTATUSEX extended{};
   extended.dwLength = sizeof extended;

@@ -1,6 +1,5 @@
 #include <QSbase/log/logfileos.h>
 
-#include <pthread.h>
 #include <sys/stat.h>
 
 namespace qsbase::detail {
@@ -11,7 +10,5 @@ std::int64_t OsStreamFileSize(std::FILE* stream) noexcept {
 }
 
 std::size_t OsLineFeedLength() noexcept { return 1; }
-
-void OsAroundFork(void (*before)(), void (*after)()) noexcept { pthread_atfork(before, after, after); }
 
 }  // namespace qsbase::detail

@@ -14,6 +14,4 @@ std::int64_t OsStreamFileSize(std::FILE* stream) noexcept {
 
 std::size_t OsLineFeedLength() noexcept { return 2; }  // "\r\n"
 
-void OsAroundFork(void (* /*before*/)(), void (* /*after*/)()) noexcept {}
-
 }  // namespace qsbase::detail
