@@ -3,8 +3,6 @@
 #include <QSbase/sync/win32/handlewait.h>
 #include <QSbase/win32/windowsapi.h>
 
-#include <new>
-
 namespace qsbase::detail {
 
 namespace {
@@ -21,18 +19,6 @@ class HandleEvent : public EventOs {
  private:
   HANDLE _handle;
 };
-
-// Owns the handle from here on; null has none.
-std::unique_ptr<EventOs> Adopt(HANDLE handle) {
-  if (handle == nullptr) {
-    return nullptr;
-  }
-  std::unique_ptr<EventOs> event(new (std::nothrow) HandleEvent(handle));
-  if (!event) {
-    CloseHandle(handle);
-  }
-  return event;
-}
 
 /// Anyone may open the object, and child processes inherit the handle.
 class EveryonesSecurity {
@@ -54,14 +40,16 @@ class EveryonesSecurity {
 }  // namespace
 
 std::unique_ptr<EventOs> EventOs::Make(bool manualReset, bool initialState) noexcept {
-  return Adopt(CreateEventA(nullptr, manualReset ? TRUE : FALSE, initialState ? TRUE : FALSE, nullptr));
+  return AdoptHandle<HandleEvent>(
+      CreateEventA(nullptr, manualReset ? TRUE : FALSE, initialState ? TRUE : FALSE, nullptr));
 }
 
 std::unique_ptr<EventOs> EventOs::MakeNamed(bool manualReset, bool initialState, const char* name,
                                             bool everyone) noexcept {
   EveryonesSecurity security;
   SECURITY_ATTRIBUTES* const attributes = everyone ? security.Attributes() : nullptr;
-  return Adopt(CreateEventA(attributes, manualReset ? TRUE : FALSE, initialState ? TRUE : FALSE, name));
+  return AdoptHandle<HandleEvent>(
+      CreateEventA(attributes, manualReset ? TRUE : FALSE, initialState ? TRUE : FALSE, name));
 }
 
 }  // namespace qsbase::detail

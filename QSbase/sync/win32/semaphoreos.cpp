@@ -3,8 +3,6 @@
 #include <QSbase/sync/win32/handlewait.h>
 #include <QSbase/win32/windowsapi.h>
 
-#include <new>
-
 namespace qsbase::detail {
 
 namespace {
@@ -32,15 +30,7 @@ class HandleSemaphore : public SemaphoreOs {
 }  // namespace
 
 std::unique_ptr<SemaphoreOs> SemaphoreOs::Make(int initialCount, int maximumCount) noexcept {
-  const HANDLE handle = CreateSemaphoreA(nullptr, initialCount, maximumCount, nullptr);
-  if (handle == nullptr) {
-    return nullptr;
-  }
-  std::unique_ptr<SemaphoreOs> semaphore(new (std::nothrow) HandleSemaphore(handle));
-  if (!semaphore) {
-    CloseHandle(handle);
-  }
-  return semaphore;
+  return AdoptHandle<HandleSemaphore>(CreateSemaphoreA(nullptr, initialCount, maximumCount, nullptr));
 }
 
 }  // namespace qsbase::detail

@@ -177,13 +177,7 @@ void ThreadQueue::ShrinkTaken() noexcept {
 
 }  // namespace
 
-std::shared_ptr<MessageQueue> MessageQueue::Make() noexcept {
-  try {
-    return std::make_shared<ThreadQueue>();
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
+std::shared_ptr<MessageQueue> MessageQueue::Make() { return std::make_shared<ThreadQueue>(); }
 
 bool MessageQueue::Get(QsMSG& message, int filterMin, int filterMax) {
   return ownQueue != nullptr && ownQueue->Next({{filterMin, filterMax}, true}, message, true);
