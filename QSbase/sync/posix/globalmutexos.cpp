@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <QSbase/cancelguard.h>
+#include <QSbase/killguard.h>
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/sync/lock.h>
 #include <QSbase/sync/posix/sharedfile.h>
@@ -109,6 +110,7 @@ GlobalMutexOs::~GlobalMutexOs() { Release(); }
 
 GlobalMutexAttempt GlobalMutexOs::TryTake(const std::string& name) {
   const CancelGuard noCancellation;
+  const KillGuard untouched;  // a static variable is locked while it is made
   static const bool handled = pthread_atfork(&Handle::HoldForFork, &Handle::GoOnAfterFork, &Handle::CloseInChild) == 0;
   (void)handled;  // without memory for it a child goes by the owner
   auto handle = std::make_unique<Handle>();
