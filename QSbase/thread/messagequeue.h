@@ -19,8 +19,8 @@ inline constexpr int kQuitMessage = 18;
 /// only threads that opened a queue have one, and it takes any number of messages that memory holds.
 class MessageQueue {
  public:
-  /// \throws std::bad_alloc
-  static std::shared_ptr<MessageQueue> Make();
+  /// Null when memory is short.
+  static std::shared_ptr<MessageQueue> Make() noexcept;
   MessageQueue() = default;
   virtual ~MessageQueue() = default;
   MessageQueue(const MessageQueue&) = delete;

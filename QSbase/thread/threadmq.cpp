@@ -4,14 +4,11 @@
 #include <QSbase/thread/messagequeue.h>
 #include <QSbase/thread/qsthreadimpl.h>
 
-#include <new>
-
 using qsbase::detail::MessageQueue;
 
 QsThreadMQ::QsThreadMQ(const std::string& name, QsThreadManagerIntf* manager) : QsThread(name, manager) {
-  try {
-    _impl->queue = MessageQueue::Make();
-  } catch (const std::bad_alloc&) {
+  _impl->queue = MessageQueue::Make();
+  if (!_impl->queue) {
     // Kept: the text names this place, wherever it stands.
     qsbase::detail::ThrowAllocationError("QsThreadMQ::QsThreadMQ QsThreadMQImpl",
                                          ".\\QSbase/thread/qsthreadimpl_common", 342);

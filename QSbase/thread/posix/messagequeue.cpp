@@ -177,7 +177,13 @@ void ThreadQueue::ShrinkTaken() noexcept {
 
 }  // namespace
 
-std::shared_ptr<MessageQueue> MessageQueue::Make() { return std::make_shared<ThreadQueue>(); }
+std::shared_ptr<MessageQueue> MessageQueue::Make() noexcept {
+  try {
+    return std::make_shared<ThreadQueue>();
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 
 bool MessageQueue::Get(QsMSG& message, int filterMin, int filterMax) {
   return ownQueue != nullptr && ownQueue->Next({{filterMin, filterMax}, true}, message, true);

@@ -4,6 +4,7 @@
 #include <QSbase/win32/windowsapi.h>
 
 #include <atomic>
+#include <new>
 
 namespace qsbase::detail {
 
@@ -40,7 +41,13 @@ QsMSG ToQsMSG(const MSG& message) {
 
 }  // namespace
 
-std::shared_ptr<MessageQueue> MessageQueue::Make() { return std::make_shared<ThreadQueue>(); }
+std::shared_ptr<MessageQueue> MessageQueue::Make() noexcept {
+  try {
+    return std::make_shared<ThreadQueue>();
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 
 bool MessageQueue::Get(QsMSG& message, int filterMin, int filterMax) {
   constexpr BOOL kFailure = -1;  // 0 is the quit message, a message like others here
