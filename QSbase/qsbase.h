@@ -13,9 +13,11 @@
 #include <QSbase/log/log.h>
 #include <QSbase/net/http.h>
 #include <QSbase/process.h>
+#include <QSbase/support/bufferedfile.h>
 #include <QSbase/support/cleanup.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/findfile.h>
+#include <QSbase/support/mapfile.h>
 #include <QSbase/support/paths.h>
 #include <QSbase/support/qsfile.h>
 #include <QSbase/support/uniquename.h>

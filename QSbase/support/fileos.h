@@ -147,6 +147,9 @@ class OsFile {
   /// Sets the position for the next Read or Write, in bytes from the start.
   bool Seek(std::uint64_t position);
 
+  /// The same relative to `origin` (SEEK_SET, SEEK_CUR, SEEK_END; any other fails).
+  bool Seek(std::int64_t offset, int origin);
+
   /// Reads until size bytes are there or the file ends. Returns how many; -1 on an error.
   std::ptrdiff_t Read(void* buffer, std::size_t size);
 

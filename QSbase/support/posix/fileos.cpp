@@ -12,6 +12,7 @@
 
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/posix/uninterrupted.h>
+#include <QSbase/support/posix/openregular.h>
 
 namespace qsbase::detail {
 
@@ -71,17 +72,6 @@ bool IsRegular(int descriptor) {
   return false;
 }
 
-int OpenRegular(const std::string& path, int flags) {
-  // Without O_NONBLOCK a pipe would wait for its other end; for a regular file it means nothing.
-  const int descriptor = OpenDescriptor(path, flags | O_NONBLOCK);
-  if (descriptor != -1 && !IsRegular(descriptor)) {
-    const LastErrorGuard keep;
-    close(descriptor);
-    return -1;
-  }
-  return descriptor;
-}
-
 // The mode with "e" (close on exec) behind its first letter: behind a comma it would be part of a character set.
 std::string StreamMode(const char* mode) {
   std::string result(mode);
@@ -139,6 +129,17 @@ std::int64_t Bytes(std::uint64_t blocks, std::uint64_t blockSize) {
 }
 
 }  // namespace
+
+int OpenRegular(const std::string& path, int flags) {
+  // Without O_NONBLOCK a pipe would wait for its other end; for a regular file it means nothing.
+  const int descriptor = OpenDescriptor(path, flags | O_NONBLOCK);
+  if (descriptor != -1 && !IsRegular(descriptor)) {
+    const LastErrorGuard keep;
+    close(descriptor);
+    return -1;
+  }
+  return descriptor;
+}
 
 std::string NativePath(const std::string& path) {
   std::string native = path;
@@ -296,8 +297,14 @@ bool OsFile::IsSameAs(const OsFile& other) const {
   return true;
 }
 
-bool OsFile::Seek(std::uint64_t position) {
-  return lseek(static_cast<int>(_handle), static_cast<off_t>(position), SEEK_SET) != -1;
+bool OsFile::Seek(std::uint64_t position) { return Seek(static_cast<std::int64_t>(position), SEEK_SET); }
+
+bool OsFile::Seek(std::int64_t offset, int origin) {
+  if (origin != SEEK_SET && origin != SEEK_CUR && origin != SEEK_END) {  // the kernel knows more
+    errno = EINVAL;
+    return false;
+  }
+  return lseek(static_cast<int>(_handle), offset, origin) != -1;
 }
 
 std::ptrdiff_t OsFile::Read(void* buffer, std::size_t size) {

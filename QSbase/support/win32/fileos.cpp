@@ -10,6 +10,7 @@
 
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/support/win32/filedata.h>
+#include <QSbase/support/win32/openregular.h>
 #include <QSbase/win32/windowsapi.h>
 
 namespace qsbase::detail {
@@ -28,20 +29,10 @@ std::string SystemPath(const std::string& path) {
 
 HANDLE ToHandle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
 
-std::intptr_t Open(const std::string& path, DWORD access, DWORD creation, DWORD attributes = FILE_ATTRIBUTE_NORMAL) {
+std::intptr_t Open(const std::string& path, DWORD access, DWORD creation, DWORD attributes = FILE_ATTRIBUTE_NORMAL,
+                   DWORD share = kShared) {
   return reinterpret_cast<std::intptr_t>(
-      CreateFileA(SystemPath(path).c_str(), access, kShared, nullptr, creation, attributes, nullptr));
-}
-
-// Devices and pipes are given back: their size says nothing and reading them may wait. Directories do not open at all.
-std::intptr_t OpenRegular(const std::string& path, DWORD access, DWORD creation) {
-  const std::intptr_t handle = Open(path, access, creation);
-  if (handle != -1 && GetFileType(ToHandle(handle)) != FILE_TYPE_DISK) {
-    CloseHandle(ToHandle(handle));
-    SetLastError(ERROR_NOT_SUPPORTED);
-    return -1;
-  }
-  return handle;
+      CreateFileA(SystemPath(path).c_str(), access, share, nullptr, creation, attributes, nullptr));
 }
 
 bool ToNative(const FileTime& time, FILETIME& native) {
@@ -198,6 +189,17 @@ std::int64_t Clamped(ULONGLONG bytes) {
 
 }  // namespace
 
+// Devices and pipes are given back: their size says nothing and reading them may wait. Directories do not open at all.
+std::intptr_t OpenRegular(const std::string& path, DWORD access, DWORD share, DWORD creation, DWORD attributes) {
+  const std::intptr_t handle = Open(path, access, creation, attributes, share);
+  if (handle != -1 && GetFileType(ToHandle(handle)) != FILE_TYPE_DISK) {
+    CloseHandle(ToHandle(handle));
+    SetLastError(ERROR_NOT_SUPPORTED);
+    return -1;
+  }
+  return handle;
+}
+
 std::string NativePath(const std::string& path) { return path; }
 
 std::FILE* OsOpenStream(const std::string& path, const char* mode) {
@@ -351,7 +353,7 @@ OsFile::~OsFile() {
 
 bool OsFile::OpenRead(const std::string& path) {
   Close();
-  _handle = OpenRegular(path, GENERIC_READ, OPEN_EXISTING);
+  _handle = OpenRegular(path, GENERIC_READ, kShared, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL);
   return _handle != -1;
 }
 
@@ -365,7 +367,7 @@ bool OsFile::OpenWrite(const std::string& path, Writing writing) {
       _handle = Open(path, FILE_GENERIC_WRITE & ~static_cast<DWORD>(FILE_WRITE_DATA), OPEN_ALWAYS);
       break;
     case Writing::Keep:
-      _handle = OpenRegular(path, GENERIC_WRITE, OPEN_ALWAYS);
+      _handle = OpenRegular(path, GENERIC_WRITE, kShared, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL);
       break;
   }
   return _handle != -1;
@@ -399,10 +401,13 @@ bool OsFile::IsSameAs(const OsFile& other) const {
   return true;
 }
 
-bool OsFile::Seek(std::uint64_t position) {
+bool OsFile::Seek(std::uint64_t position) { return Seek(static_cast<std::int64_t>(position), SEEK_SET); }
+
+bool OsFile::Seek(std::int64_t offset, int origin) {
+  static_assert(SEEK_SET == FILE_BEGIN && SEEK_CUR == FILE_CURRENT && SEEK_END == FILE_END);
   LARGE_INTEGER distance;
-  distance.QuadPart = static_cast<LONGLONG>(position);
-  return SetFilePointerEx(ToHandle(_handle), distance, nullptr, FILE_BEGIN) != 0;
+  distance.QuadPart = offset;
+  return SetFilePointerEx(ToHandle(_handle), distance, nullptr, static_cast<DWORD>(origin)) != 0;
 }
 
 std::ptrdiff_t OsFile::Read(void* buffer, std::size_t size) {
