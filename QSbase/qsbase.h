@@ -12,6 +12,7 @@
 #include <QSbase/log/filelog.h>
 #include <QSbase/log/log.h>
 #include <QSbase/net/http.h>
+#include <QSbase/net/url.h>
 #include <QSbase/process.h>
 #include <QSbase/support/bufferedfile.h>
 #include <QSbase/support/cleanup.h>

@@ -1,0 +1,50 @@
+// The check of a URL against one expression.
+#include <QSbase/net/url.h>
+
+#include <QSbase/immortal.h>
+#include <QSbase/killguard.h>
+
+#include <boost/regex.hpp>
+
+#include <exception>
+#include <locale>
+
+using namespace qsbase::detail;
+
+namespace {
+
+// Fixed traits and the classic locale: the same letters and digits for every process on every target.
+using Expression = boost::basic_regex<char, boost::regex_traits<char, boost::cpp_regex_traits<char>>>;
+
+constexpr char kExpression[] =
+    R"(^(?:https?://(?:(?:(?:(?:(?:[a-z@\d](?:(?:[a-z@\d]|-)*[a-z@\d])?)\.)*(?:[a-z@\d](?:(?:[a-z@\d]|-)*[a-z@\d])?)))"
+    R"(|(?:(?:\d+)(?:\.(?:\d+)){3}))(?::(?:\d+))?))"
+    R"((?:/(?:(?:(?:(?:[a-z\d$\-_.+!*'(),]|(?:%[a-f\d]{2}))|[;:@&=])*))"
+    R"((?:/(?:(?:(?:[a-z\d$\-_.+!*'(),]|(?:%[a-f\d]{2}))|[;:@&=])*))*))"
+    R"((?:\?(?:(?:(?:[a-z\d$\-_.+!*'(),]|(?:%[a-f\d]{2}))|[;:@&=])*))?)?)$)";
+static_assert(sizeof kExpression == 346 + 1);
+
+struct Compiled {
+  Compiled() {
+    expression.imbue(std::locale::classic());
+    expression.assign(kExpression, boost::regex_constants::perl | boost::regex_constants::icase);
+  }
+
+  Expression expression;
+};
+
+const Expression& UrlExpression() {
+  const KillGuard guard;  // a static variable is locked while it is made
+  static const Immortal<Compiled> compiled;
+  return compiled.value.expression;
+}
+
+}  // namespace
+
+bool QsIsValidURL(const std::string& url) {
+  try {
+    return boost::regex_match(url.data(), url.data() + url.size(), UrlExpression());
+  } catch (const std::exception&) {
+    return false;
+  }
+}
