@@ -96,7 +96,8 @@ QSBASE_API int QsGetLastError();
 /// Sets the calling thread's last-error code to \p code.
 QSBASE_API void QsSetLastError(int code);
 
-/// The system's text for \p code, without a line break at its end.
+/// The system's text for \p code, without a line break at its end. On Linux the codes of DNSQuery() and of sockets,
+/// 9001 and above, have texts, too.
 /// A code without a text gives "<unknown error: 0x" + the code in lower-case hexadecimal + ">", so -1 gives
 /// "<unknown error: 0xffffffff>". Leaves the last-error code alone.
 QSBASE_API std::string QsErrorMessage(int code);

@@ -11,6 +11,7 @@
 #include <QSbase/export.h>
 #include <QSbase/log/filelog.h>
 #include <QSbase/log/log.h>
+#include <QSbase/net/hostinfo.h>
 #include <QSbase/net/http.h>
 #include <QSbase/net/url.h>
 #include <QSbase/process.h>
