@@ -13,6 +13,7 @@
 #include <QSbase/log/log.h>
 #include <QSbase/net/hostinfo.h>
 #include <QSbase/net/http.h>
+#include <QSbase/net/socket.h>
 #include <QSbase/net/url.h>
 #include <QSbase/process.h>
 #include <QSbase/support/bufferedfile.h>
