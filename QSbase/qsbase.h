@@ -12,6 +12,7 @@
 #include <QSbase/log/filelog.h>
 #include <QSbase/log/log.h>
 #include <QSbase/net/hostinfo.h>
+#include <QSbase/net/ftp.h>
 #include <QSbase/net/http.h>
 #include <QSbase/net/socket.h>
 #include <QSbase/net/url.h>

@@ -4,11 +4,11 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <type_traits>
 #include <vector>
 
 #include <curl/curl.h>
 
+#include <QSbase/net/easyoption.h>
 #include <QSbase/net/httptransfer.h>
 #include <QSbase/net/sigpipeguard.h>
 #include <QSbase/support/paths.h>
@@ -150,15 +150,9 @@ class Transfer {
   }
 
  private:
-  // libcurl reads its variable arguments as the option's documented type: long, curl_off_t or a pointer.
   template <typename Value>
   CURLcode Set(CURLoption option, Value value) {
-    static_assert(std::is_pointer_v<Value> || std::is_same_v<Value, long> || std::is_same_v<Value, curl_off_t>);
-    const CURLcode code = curl_easy_setopt(_handle.easy, option, value);
-    if (_setup == CURLE_OK) {
-      _setup = code;
-    }
-    return code;
+    return SetEasyOption(_handle.easy, option, value, _setup);
   }
 
   void SetTarget() {

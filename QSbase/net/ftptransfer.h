@@ -1,0 +1,27 @@
+/// \file
+/// The parts of an FTP transfer that need no server. Internal.
+#ifndef QSBASE_NET_FTPTRANSFER_H
+#define QSBASE_NET_FTPTRANSFER_H
+
+#include <atomic>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace qsbase::detail {
+
+/// A transfer in which nothing moves for so many seconds fails. Tests set it, between transfers.
+extern constinit std::atomic<long> ftpStallSeconds;
+
+/// libcurl's read function; stream is a std::FILE*. A stream that fails, or is null, aborts the transfer: a file that
+/// was read in part must not pass for a whole one.
+std::size_t ReadStream(char* buffer, std::size_t size, std::size_t count, void* stream) noexcept;
+
+/// The names of a listing whose lines end in CR LF or in LF, as libcurl and the server please. Empty lines are no
+/// names.
+void SplitListing(std::string_view listing, std::vector<std::string>& names);
+
+}  // namespace qsbase::detail
+
+#endif
