@@ -273,12 +273,16 @@ std::string BuildFTPString(const QsFTPServer& server) {
   std::string url = "ftp://";
   if (!server.user.empty()) {
     url += UrlEncode(server.user.c_str());
-    url += server.password.empty() ? "" : ":" + UrlEncode(server.password.c_str());
-    url += "@";
+    if (!server.password.empty()) {
+      url.append(":").append(UrlEncode(server.password.c_str()));
+    }
+    url += '@';
   }
   url += server.host;
-  url += server.port.empty() ? "" : ":" + server.port;
-  return url + "/" + Directory(server.directory);
+  if (!server.port.empty()) {
+    url.append(":").append(server.port);
+  }
+  return url.append("/").append(Directory(server.directory));
 }
 
 bool QsFTPUpload(const QsInetFTPUpload& job, std::string& errorText) {
