@@ -14,6 +14,7 @@
 #include <QSbase/net/hostinfo.h>
 #include <QSbase/net/ftp.h>
 #include <QSbase/net/http.h>
+#include <QSbase/net/libraryloader.h>
 #include <QSbase/net/socket.h>
 #include <QSbase/net/url.h>
 #include <QSbase/process.h>
@@ -21,10 +22,12 @@
 #include <QSbase/support/cleanup.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/findfile.h>
+#include <QSbase/support/libxmlsupport.h>
 #include <QSbase/support/mapfile.h>
 #include <QSbase/support/paths.h>
 #include <QSbase/support/qsfile.h>
 #include <QSbase/support/uniquename.h>
+#include <QSbase/support/zlibsupport.h>
 #include <QSbase/sync/criticalsection.h>
 #include <QSbase/sync/event.h>
 #include <QSbase/sync/globalmutex.h>

@@ -1,0 +1,97 @@
+#include <QSbase/support/xmlsource.h>
+
+#include <cstddef>
+#include <limits>
+#include <unordered_map>
+#include <vector>
+
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+#include <libxml/tree.h>
+
+namespace qsbase::detail {
+
+namespace {
+
+constexpr std::size_t kMostEntityText = XML_MAX_TEXT_LENGTH;
+constexpr std::size_t kTooMuch = kMostEntityText + 1;
+/// As deep as libxml2 follows entities in entities.
+constexpr int kDeepestEntity = 40;
+
+constexpr std::size_t SaturatedSum(std::size_t left, std::size_t right) {
+  return left > kMostEntityText || right > kMostEntityText - left ? kTooMuch : left + right;
+}
+
+/// Calls visit(reference) for every reference to an entity in these nodes, their siblings and all that is below.
+template <typename Visit>
+void ForEachReference(const xmlNode* first, Visit visit) {
+  std::vector<const xmlNode*> lists{first};
+  while (!lists.empty()) {
+    const xmlNode* node = lists.back();
+    lists.pop_back();
+    for (; node != nullptr; node = node->next) {
+      if (node->type == XML_ENTITY_REF_NODE) {
+        visit(node);
+      } else if (node->type == XML_ELEMENT_NODE) {
+        lists.push_back(node->children);
+        for (const xmlAttr* attribute = node->properties; attribute != nullptr; attribute = attribute->next) {
+          lists.push_back(attribute->children);
+        }
+      }
+    }
+  }
+}
+
+/// How much text a document's references to entities stand for, and those in the entities. The parser has limits for
+/// that, but only for what it replaces itself, and here it replaces nothing.
+class EntityText {
+ public:
+  /// Of all references in the list of nodes, kTooMuch at most.
+  std::size_t SizeOf(const xmlNode* first, int depth) {
+    std::size_t size = 0;
+    ForEachReference(first, [&](const xmlNode* reference) {
+      size = SaturatedSum(size, SizeOf(xmlGetDocEntity(reference->doc, reference->name), depth));
+    });
+    return size;
+  }
+
+ private:
+  std::size_t SizeOf(const xmlEntity* entity, int depth) {
+    if (entity == nullptr) {
+      return 0;
+    }
+    // Too much until it is known: an entity in itself has no end.
+    const auto [known, isNew] = _sizes.try_emplace(entity, kTooMuch);
+    if (!isNew || depth == kDeepestEntity) {
+      return known->second;
+    }
+    const auto length = static_cast<std::size_t>(entity->length > 0 ? entity->length : 1);
+    const std::size_t size = SaturatedSum(length, SizeOf(entity->children, depth + 1));
+    return _sizes[entity] = size;
+  }
+
+  std::unordered_map<const xmlEntity*, std::size_t> _sizes;
+};
+
+bool HasEntities(const xmlDoc& document) {
+  return document.intSubset != nullptr && document.intSubset->entities != nullptr;
+}
+
+}  // namespace
+
+xmlDoc* ParseUntrustedXml(const std::string& xml) {
+  if (xml.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    return nullptr;
+  }
+  constexpr int kOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+  xmlDoc* document = xmlReadMemory(xml.data(), static_cast<int>(xml.size()), nullptr, nullptr, kOptions);
+  XmlDocAutoPtr guard(document);
+  if (document != nullptr && HasEntities(*document) && EntityText().SizeOf(document->children, 0) > kMostEntityText) {
+    guard.Free();
+  }
+  xmlDoc* const result = document;
+  document = nullptr;
+  return result;
+}
+
+}  // namespace qsbase::detail
