@@ -1,0 +1,266 @@
+#include <QSbase/support/zipio.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <new>
+#include <optional>
+
+#include <QSbase/lasterrorguard.h>
+#include <QSbase/support/fileos.h>
+
+namespace qsbase::detail {
+
+namespace {
+
+// minizip reads the archive's records byte by byte, in turn those at the end and those before the entries: each of the
+// two has its window into the file.
+constexpr std::size_t kWindow = 16384;
+
+// The absolute position that minizip means; nothing if that would be before the start.
+std::optional<std::uint64_t> Target(std::uint64_t position, std::uint64_t size, ZPOS64_T offset, int origin) {
+  const std::uint64_t base = origin == ZLIB_FILEFUNC_SEEK_CUR ? position : origin == ZLIB_FILEFUNC_SEEK_END ? size : 0;
+  constexpr std::uint64_t kMax = INT64_MAX;
+  return offset <= kMax - std::min(base, kMax) ? std::optional<std::uint64_t>(base + offset) : std::nullopt;
+}
+
+}  // namespace
+
+class UnzipArchive::Input {
+ public:
+  bool Open(const std::string& path) {
+    FileStatus status;
+    if (!_file.OpenRead(path) || !_file.Describe(status)) {
+      return false;
+    }
+    _size = static_cast<std::uint64_t>(status.size);
+    return true;
+  }
+
+  std::size_t Read(char* out, std::size_t size) {
+    if (size >= kWindow) {
+      return ReadFile(out, size);
+    }
+    std::size_t done = 0;
+    while (done < size) {
+      const Window* const window = FindWindow();
+      if (window == nullptr) {
+        break;
+      }
+      const std::size_t skipped = static_cast<std::size_t>(_position - window->start);
+      const std::size_t count = std::min(size - done, window->size - skipped);
+      std::memcpy(out + done, window->bytes.data() + skipped, count);
+      done += count;
+      _position += count;
+    }
+    return done;
+  }
+
+  ZPOS64_T Tell() const { return _position; }
+
+  bool Seek(ZPOS64_T offset, int origin) {
+    const std::optional<std::uint64_t> target = Target(_position, _size, offset, origin);
+    _position = target.value_or(_position);
+    return target.has_value();
+  }
+
+  bool IsFailed() const { return _failed; }
+
+  bool Close() { return _file.Close(); }
+
+  static zlib_filefunc64_def Functions(Input& input) {
+    zlib_filefunc64_def functions{};
+    functions.zopen64_file = [](voidpf opaque, const void* path, int) -> voidpf {
+      return static_cast<Input*>(opaque)->Open(*static_cast<const std::string*>(path)) ? opaque : nullptr;
+    };
+    functions.zread_file = [](voidpf, voidpf stream, void* buffer, uLong size) {
+      return static_cast<uLong>(static_cast<Input*>(stream)->Read(static_cast<char*>(buffer), size));
+    };
+    functions.zwrite_file = [](voidpf, voidpf, const void*, uLong) { return uLong{0}; };
+    functions.ztell64_file = [](voidpf, voidpf stream) { return static_cast<Input*>(stream)->Tell(); };
+    functions.zseek64_file = [](voidpf, voidpf stream, ZPOS64_T offset, int origin) {
+      return static_cast<Input*>(stream)->Seek(offset, origin) ? 0L : -1L;
+    };
+    functions.zclose_file = [](voidpf, voidpf stream) { return static_cast<Input*>(stream)->Close() ? 0 : EOF; };
+    functions.zerror_file = [](voidpf, voidpf stream) { return static_cast<Input*>(stream)->IsFailed() ? 1 : 0; };
+    functions.opaque = &input;
+    return functions;
+  }
+
+ private:
+  struct Window {
+    std::uint64_t start = 0;
+    std::size_t size = 0;
+    std::array<char, kWindow> bytes;
+
+    bool Holds(std::uint64_t position) const { return position >= start && position - start < size; }
+  };
+
+  // The window that holds the current position; null at the end of the file and if it cannot be read.
+  const Window* FindWindow() {
+    if (!_windows[_recent].Holds(_position)) {
+      _recent = 1 - _recent;
+    }
+    Window& window = _windows[_recent];
+    if (!window.Holds(_position)) {
+      window.start = _position;
+      window.size = ReadFile(window.bytes.data(), kWindow);
+      _position = window.start;
+    }
+    return window.size == 0 ? nullptr : &window;
+  }
+
+  std::size_t ReadFile(char* out, std::size_t size) {
+    if (_position != _filePosition && !_file.Seek(_position)) {
+      _failed = true;
+      return 0;
+    }
+    const std::ptrdiff_t count = _file.Read(out, size);
+    _failed = count < 0;
+    _filePosition = _failed ? kUnknown : _position + static_cast<std::uint64_t>(count);
+    _position = _failed ? _position : _filePosition;
+    return _failed ? 0 : static_cast<std::size_t>(count);
+  }
+
+  static constexpr std::uint64_t kUnknown = UINT64_MAX;
+
+  OsFile _file;
+  std::uint64_t _size = 0;
+  std::uint64_t _position = 0;      // minizip's
+  std::uint64_t _filePosition = 0;  // the system's
+  bool _failed = false;
+  std::array<Window, 2> _windows;
+  std::size_t _recent = 0;
+};
+
+UnzipArchive::UnzipArchive() = default;
+
+UnzipArchive::~UnzipArchive() {
+  const LastErrorGuard keep;
+  Close();
+}
+
+bool UnzipArchive::Open(const std::string& path) {
+  _input.reset(new (std::nothrow) Input);
+  if (!_input) {
+    return false;
+  }
+  zlib_filefunc64_def functions = Input::Functions(*_input);
+  _handle = unzOpen2_64(&path, &functions);
+  if (_handle == nullptr) {
+    const LastErrorGuard keep;
+    _input.reset();
+  }
+  return _handle != nullptr;
+}
+
+int UnzipArchive::Close() {
+  const int result = _handle == nullptr ? UNZ_OK : unzClose(_handle);
+  _handle = nullptr;
+  _input.reset();
+  return result;
+}
+
+class ZipArchive::Output {
+ public:
+  ~Output() { Close(); }
+
+  bool Open(const std::string& path, int mode) {
+    _stream = OsOpenStream(path, (mode & ZLIB_FILEFUNC_MODE_CREATE) != 0 ? "wb" : "r+b");
+    return _stream != nullptr;
+  }
+
+  std::size_t Read(void* buffer, std::size_t size) { return std::fread(buffer, 1, size, _stream); }
+
+  std::size_t Write(const void* bytes, std::size_t size) {
+    const std::size_t count = std::fwrite(bytes, 1, size, _stream);
+    _failed = _failed || count != size;
+    return count;
+  }
+
+  ZPOS64_T Tell() const { return static_cast<ZPOS64_T>(OsTell(_stream)); }
+
+  // What the stream holds back is written now, and may fail.
+  bool Seek(ZPOS64_T offset, int origin) {
+    constexpr ZPOS64_T kMax = INT64_MAX;
+    const int whence = origin == ZLIB_FILEFUNC_SEEK_CUR   ? SEEK_CUR
+                       : origin == ZLIB_FILEFUNC_SEEK_END ? SEEK_END
+                                                          : SEEK_SET;
+    const bool done = offset <= kMax && OsSeek(_stream, static_cast<std::int64_t>(offset), whence);
+    _failed = _failed || !done;
+    return done;
+  }
+
+  bool Close() {
+    std::FILE* const stream = _stream;
+    _stream = nullptr;
+    if (stream != nullptr && std::fclose(stream) != 0) {
+      _failed = true;
+    }
+    return !_failed;
+  }
+
+  bool IsFailed() const { return _failed || (_stream != nullptr && std::ferror(_stream) != 0); }
+
+  static zlib_filefunc64_def Functions(Output& output) {
+    zlib_filefunc64_def functions{};
+    functions.zopen64_file = [](voidpf opaque, const void* path, int mode) -> voidpf {
+      return static_cast<Output*>(opaque)->Open(*static_cast<const std::string*>(path), mode) ? opaque : nullptr;
+    };
+    functions.zread_file = [](voidpf, voidpf stream, void* buffer, uLong size) {
+      return static_cast<uLong>(static_cast<Output*>(stream)->Read(buffer, size));
+    };
+    functions.zwrite_file = [](voidpf, voidpf stream, const void* bytes, uLong size) {
+      return static_cast<uLong>(static_cast<Output*>(stream)->Write(bytes, size));
+    };
+    functions.ztell64_file = [](voidpf, voidpf stream) { return static_cast<Output*>(stream)->Tell(); };
+    functions.zseek64_file = [](voidpf, voidpf stream, ZPOS64_T offset, int origin) {
+      return static_cast<Output*>(stream)->Seek(offset, origin) ? 0L : -1L;
+    };
+    functions.zclose_file = [](voidpf, voidpf stream) { return static_cast<Output*>(stream)->Close() ? 0 : EOF; };
+    functions.zerror_file = [](voidpf, voidpf stream) { return static_cast<Output*>(stream)->IsFailed() ? 1 : 0; };
+    functions.opaque = &output;
+    return functions;
+  }
+
+ private:
+  std::FILE* _stream = nullptr;
+  bool _failed = false;
+};
+
+ZipArchive::ZipArchive() = default;
+
+ZipArchive::~ZipArchive() {
+  const LastErrorGuard keep;
+  Close();
+}
+
+bool ZipArchive::Open(const std::string& path, Writing writing) {
+  _output.reset(new (std::nothrow) Output);
+  if (!_output) {
+    return false;
+  }
+  zlib_filefunc64_def functions = Output::Functions(*_output);
+  const int status = writing == Writing::Append ? APPEND_STATUS_ADDINZIP : APPEND_STATUS_CREATE;
+  _handle = zipOpen2_64(&path, status, nullptr, &functions);
+  if (_handle == nullptr) {
+    const LastErrorGuard keep;
+    _output.reset();
+  }
+  return _handle != nullptr;
+}
+
+bool ZipArchive::Close() {
+  if (_handle == nullptr) {
+    return true;
+  }
+  const bool closed = zipClose(_handle, "") == ZIP_OK && !_output->IsFailed();
+  _handle = nullptr;
+  _output.reset();
+  return closed;
+}
+
+}  // namespace qsbase::detail

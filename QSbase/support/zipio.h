@@ -1,0 +1,64 @@
+/// \file
+/// Opening and closing of archives (internal). minizip reads and writes through the library's own file layer, so that
+/// paths are those of every other file operation and positions have 64 bits on every target. An object is used by one
+/// thread at a time; its handle goes where minizip's does.
+#ifndef QSBASE_SUPPORT_ZIPIO_H
+#define QSBASE_SUPPORT_ZIPIO_H
+
+#include <memory>
+#include <string>
+
+#include <minizip/unzip.h>
+#include <minizip/zip.h>
+
+namespace qsbase::detail {
+
+/// An archive to read.
+class UnzipArchive {
+ public:
+  UnzipArchive();
+  ~UnzipArchive();
+  UnzipArchive(const UnzipArchive&) = delete;
+  UnzipArchive& operator=(const UnzipArchive&) = delete;
+
+  /// Opens a regular file that is an archive; once. False if it cannot be, or there is no memory.
+  bool Open(const std::string& path);
+
+  unzFile Handle() const { return _handle; }
+
+  /// Closes what was opened; minizip's result.
+  int Close();
+
+ private:
+  class Input;
+  std::unique_ptr<Input> _input;
+  unzFile _handle = nullptr;
+};
+
+/// An archive to write.
+class ZipArchive {
+ public:
+  ZipArchive();
+  ~ZipArchive();
+  ZipArchive(const ZipArchive&) = delete;
+  ZipArchive& operator=(const ZipArchive&) = delete;
+
+  enum class Writing { Anew, Append };
+
+  /// Opens an archive; once. What cannot be appended to stays as it is.
+  bool Open(const std::string& path, Writing writing);
+
+  zipFile Handle() const { return _handle; }
+
+  /// Writes the archive's own records and closes it. False if they, or anything before, could not be written.
+  bool Close();
+
+ private:
+  class Output;
+  std::unique_ptr<Output> _output;
+  zipFile _handle = nullptr;
+};
+
+}  // namespace qsbase::detail
+
+#endif

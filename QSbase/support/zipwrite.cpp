@@ -1,0 +1,104 @@
+// Writing of archives.
+#include <QSbase/support/zlibsupport.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include <QSbase/support/filesupport.h>
+#include <QSbase/support/paths.h>
+#include <QSbase/support/zipio.h>
+#include <QSbase/text/utf8.h>
+
+using namespace qsbase::detail;
+
+namespace {
+
+constexpr std::size_t kLongestName = 65535;
+
+// An entry whose data might get 4 GiB has to say so before they are written.
+constexpr std::uint64_t kZip64Size = std::uint64_t{0xFFFFFFFF} - (std::uint64_t{1} << 24);
+
+// A DOS date knows the years 1980 to 2107. What is no time at all becomes the first of them, too.
+QsDateTime DosTime(const QsDateTime& time) {
+  const QsDateTime first(1980, 1, 1, 0, 0, 0, 0);
+  const QsDateTime last(2107, 12, 31, 23, 59, 59, 0);
+  return time >= first ? std::min<double>(time, last) : static_cast<double>(first);
+}
+
+zip_fileinfo FileInfo(const QsDateTime& time) {
+  int year = 0;
+  int month = 0;
+  int day = 0;
+  int hour = 0;
+  int minute = 0;
+  int second = 0;
+  const QsDateTime dosTime = DosTime(time);
+  dosTime.GetDatePart(&year, &month, &day);
+  dosTime.GetTimePart(&hour, &minute, &second, nullptr);
+  zip_fileinfo info{};
+  info.tmz_date.tm_year = static_cast<uInt>(year - 1900);
+  info.tmz_date.tm_mon = static_cast<uInt>(month - 1);
+  info.tmz_date.tm_mday = static_cast<uInt>(day);
+  info.tmz_date.tm_hour = static_cast<uInt>(hour);
+  info.tmz_date.tm_min = static_cast<uInt>(minute);
+  info.tmz_date.tm_sec = static_cast<uInt>(second);
+  return info;
+}
+
+// Bit 11: the name is UTF-8. An ASCII name needs no mark.
+uLong NameFlags(const char* name) {
+  constexpr uLong kUtf8 = 1U << 11;
+  const std::string text = name == nullptr ? "" : name;
+  return !QsIsUTF8StringUsAscii(text) && QsIsValidUTF8(text) ? kUtf8 : 0;
+}
+
+bool OpenEntry(zipFile zip, const char* name, const QsDateTime& time, std::uint64_t size) {
+  const zip_fileinfo info = FileInfo(time);
+  const int zip64 = size >= kZip64Size ? 1 : 0;
+  return zipOpenNewFileInZip4_64(zip, name, &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED, Z_DEFAULT_COMPRESSION,
+                                 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, 0, NameFlags(name),
+                                 zip64) == ZIP_OK;
+}
+
+bool WriteContent(zipFile zip, const std::string& content) {
+  constexpr std::size_t kPiece = std::size_t{1} << 30;
+  for (std::size_t done = 0; done < content.size();) {
+    const std::size_t count = std::min(content.size() - done, kPiece);
+    if (zipWriteInFileInZip(zip, content.data() + done, static_cast<unsigned>(count)) < 0) {
+      return false;
+    }
+    done += count;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool QsWrite2Zip(void** archive, const std::string& content, const QsDateTime& time, const char* nameInZip) {
+  if (archive == nullptr || *archive == nullptr || (nameInZip != nullptr && std::strlen(nameInZip) > kLongestName) ||
+      !OpenEntry(*archive, nameInZip, time, content.size())) {
+    return false;
+  }
+  const bool written = WriteContent(*archive, content);
+  // The last of the data is written here.
+  return zipCloseFileInZip(*archive) == ZIP_OK && written;
+}
+
+bool QsWrite2Zip(const char* zipPath, const std::string& content, const QsDateTime& time, bool append,
+                 const char* nameInZip) {
+  if (zipPath == nullptr || *zipPath == '\0') {
+    return false;
+  }
+  const std::string path = QsTranslateFilename(zipPath);
+  const bool isThere = append && QsGetFileSize64(path.c_str()) >= 1;
+  ZipArchive archive;
+  if (!archive.Open(path, isThere ? ZipArchive::Writing::Append : ZipArchive::Writing::Anew)) {
+    return false;
+  }
+  void* handle = archive.Handle();
+  const bool written = QsWrite2Zip(&handle, content, time, nameInZip);
+  return archive.Close() && written;
+}
