@@ -15,9 +15,11 @@
 #include <QSbase/net/ftp.h>
 #include <QSbase/net/http.h>
 #include <QSbase/net/libraryloader.h>
+#include <QSbase/net/multipart.h>
 #include <QSbase/net/socket.h>
 #include <QSbase/net/url.h>
 #include <QSbase/process.h>
+#include <QSbase/startup.h>
 #include <QSbase/support/bufferedfile.h>
 #include <QSbase/support/cleanup.h>
 #include <QSbase/support/filesupport.h>
@@ -25,7 +27,9 @@
 #include <QSbase/support/libxmlsupport.h>
 #include <QSbase/support/mapfile.h>
 #include <QSbase/support/paths.h>
+#include <QSbase/support/perfmon.h>
 #include <QSbase/support/qsfile.h>
+#include <QSbase/support/sysinfo.h>
 #include <QSbase/support/uniquename.h>
 #include <QSbase/support/zlibsupport.h>
 #include <QSbase/sync/criticalsection.h>
