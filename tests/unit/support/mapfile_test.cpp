@@ -270,14 +270,12 @@ TEST_F(MapFileTest, AnEmptyFileFailsAtTheMapping) {
   EXPECT_THAT(log.Texts(), IsEmpty());
 }
 
-TEST_F(MapFileTest, AReadOnlyFileIsMappedForReadingOnly) {
-  if (!qsbase::testing::ReadOnlyRefusesWriting(_dir / "try")) {
-    GTEST_SKIP() << "root may write to read-only files";
-  }
+TEST_F(MapFileTest, AReadOnlyFileIsMappedForReading) {
+  const bool refused = qsbase::testing::ReadOnlyRefusesWriting(_dir / "try");  // root may write it
   const std::string path = _dir.Write("a", "content");
   qsbase::testing::SetReadOnly(path, true);
   QsMapFile file;
-  EXPECT_THROW(file.Open(path, false), ExBase);
+  EXPECT_EQ(TextOf([&] { file.Open(path, false); }).empty(), !refused);
   file.Open(path, true);
   EXPECT_EQ(Mapped(file), "content");
 }
