@@ -39,6 +39,7 @@ namespace {
 using qsbase::detail::LastSocketError;
 using qsbase::testing::AddressOf;
 using qsbase::testing::BreakOffAtClose;
+using qsbase::testing::CloseBehindItsBack;
 using qsbase::testing::EndSending;
 using qsbase::testing::IsInheritedSocket;
 using qsbase::testing::kOnWindows;
@@ -55,6 +56,9 @@ constexpr int kLoopback = 0x7F000001;
 const std::string kNoHost = std::string(64, 'a') + ".invalid";
 
 constexpr int kRefused = 10061;
+constexpr int kNotASocket = kOnWindows ? 10038 : 10009;
+
+constexpr const char* kBreaksAreLost = "Wine gives the end of the stream for a connection that the peer broke off";
 
 /// Both ends of a connection.
 struct Pair {
@@ -248,8 +252,8 @@ TEST_F(SocketTest, ListensWithAnyBacklog) {
 
 TEST_F(SocketTest, ListenGivesTheReasonAsAWinsockNumber) {
   Pair pair;
-  // A connection cannot listen; the systems say so in different words.
-  EXPECT_EQ(pair.client.Listen(1), kOnWindows ? 10056 : 10022);
+  CloseBehindItsBack(pair.listener.GetSocket());
+  EXPECT_EQ(pair.listener.Listen(1), kNotASocket);
 }
 
 TEST_F(SocketTest, AcceptGivesTheConnectionAndItsPeer) {
@@ -361,16 +365,30 @@ TEST_F(SocketTest, WriteHandsANullBufferToTheSystem) {
 }
 
 TEST_F(SocketTest, AFailedReadIsLogged) {
+  QsSocket socket;
+  ASSERT_EQ(socket.Bind(kHost, 0), 0);
+  LogCapture log;
+  char buffer[4];
+  EXPECT_EQ(socket.Read(buffer, 4), -1);
+  EXPECT_EQ(LastSocketError(), 10057);
+  ASSERT_EQ(log.Messages().size(), 1U);
+  EXPECT_EQ(log.Messages()[0].flags, 0x40000000U);
+  EXPECT_EQ(log.Messages()[0].text, "read from socket failed (Socket is not connected)");
+  EXPECT_NE(socket.GetSocket(), -1) << "it stays open";
+  EXPECT_EQ(socket.ReadBytes(buffer, 4), -1);
+}
+
+TEST_F(SocketTest, ABrokenConnectionFailsToBeRead) {
+  if (qsbase::testing::IsWine()) {
+    GTEST_SKIP() << kBreaksAreLost;
+  }
   Pair pair;
   pair.BreakOff();
   LogCapture log;
   char buffer[4];
   EXPECT_EQ(pair.server.Read(buffer, 4), -1);
   EXPECT_EQ(LastSocketError(), 10054);
-  ASSERT_EQ(log.Messages().size(), 1U);
-  EXPECT_EQ(log.Messages()[0].flags, 0x40000000U);
-  EXPECT_EQ(log.Messages()[0].text, "read from socket failed (Connection reset by peer)");
-  EXPECT_NE(pair.server.GetSocket(), -1) << "it stays open";
+  EXPECT_EQ(log.Texts(), std::vector<std::string>{"read from socket failed (Connection reset by peer)"});
 }
 
 // The first write after the break gives the reset, the ones behind it what raises SIGPIPE where it is not held back;
@@ -414,6 +432,9 @@ TEST_F(SocketTest, ReadBytesEndsWithTheStream) {
 
 // The piece that has come is told by nobody: kept.
 TEST_F(SocketTest, ReadBytesGivesAFailureAtOnce) {
+  if (qsbase::testing::IsWine()) {
+    GTEST_SKIP() << kBreaksAreLost;
+  }
   Pair pair;
   ASSERT_EQ(pair.client.Write("ab", 2), 2);
   LogCapture log;
@@ -500,7 +521,7 @@ TEST_F(SocketTest, WaitForDataWithoutLimitWaits) {
 
 TEST_F(SocketTest, WaitForDataFailsOnASocketThatIsGone) {
   Pair pair;
-  qsbase::testing::CloseBehindItsBack(pair.server.GetSocket());
+  CloseBehindItsBack(pair.server.GetSocket());
   EXPECT_EQ(pair.server.WaitForData(60), -1);
   EXPECT_EQ(pair.server.GetRemoteIP(), 0);
 }
