@@ -65,7 +65,7 @@ bool QsUrlCanonicalize(std::string_view url, char* out, unsigned int& size, unsi
 
 /// With kUrlEscapeSpacesOnly escapes blanks. Otherwise bytes below 32 and above 126, any of blank "&<>[\]^`{|} and what
 /// the flags add; kUrlDontEscapeExtraInfo then counts as given. That flag has no effect beside kUrlEscapeSegmentOnly.
-/// \throws ExBase "QsUrlEscape: unimplemented flags: <eight hex digits>x\n" for any other flag.
+/// \throws ExBase "QsUrlEscape: unimplemented flags: <decimal, eight digits at least>x\n" for any other flag.
 bool QsUrlEscape(std::string_view text, unsigned int& size, char* out, unsigned int flags);
 
 /// "%" and two hex digits become that byte; with kUrlDontEscapeExtraInfo in front of the first "#" or "?" only. With
