@@ -4,6 +4,7 @@
 #include <QSbase/log/log.h>
 #include <QSbase/log/logwords.h>
 #include <QSbase/net/dnsqueryos.h>
+#include <QSbase/net/hostinfodetail.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -16,7 +17,6 @@ using qsbase::detail::DnsRecord;
 
 namespace {
 
-constexpr std::size_t kSlots = 20;  // the last is always 0
 constexpr int kDetail = 3;
 constexpr unsigned int kLogInfo3 = 0x10000003;
 constexpr unsigned int kLogError3 = qsbase::detail::kLogError | 3U;
@@ -43,21 +43,6 @@ void LogAddress(const char* name, std::uint32_t networkOrder) {
   QsLogMsg(kLogInfo3, "DNS: A record for %s: %s", name, IPAddress2String(hostOrder).c_str());
 }
 
-/// Gives the number of addresses.
-std::size_t TakeAddresses(const char* name, const std::vector<DnsRecord>& records, int* addresses) {
-  std::size_t count = 0;
-  for (const DnsRecord& record : records) {
-    if (EndsList(record) || count == kSlots - 1) {
-      break;
-    }
-    if (record.type == qsbase::detail::kDnsAddress && record.inAnswer) {
-      addresses[count++] = static_cast<int>(record.address);
-      LogAddress(name, record.address);
-    }
-  }
-  return count;
-}
-
 void LogFailure(const char* name, int code) {
   const bool expected = code == qsbase::detail::kDnsNoSuchName || code == qsbase::detail::kDnsNoRecords;
   if (!expected) {
@@ -72,18 +57,36 @@ void LookUp(const char* name, int* addresses) {
   const int code = qsbase::detail::OsDnsQuery(name, records);
   if (code != 0) {
     LogFailure(name, code);
-  } else if (TakeAddresses(name, records, addresses) == 0 && IsDetailed()) {
+  } else if (qsbase::detail::TakeDnsAddresses(name, records, addresses) == 0 && IsDetailed()) {
     QsLogMsg(kLogInfo3, "DNS: No records found for %s", name);
   }
 }
 
 }  // namespace
 
+namespace qsbase::detail {
+
+std::size_t TakeDnsAddresses(const char* name, const std::vector<DnsRecord>& records, int* addresses) {
+  std::size_t count = 0;
+  for (const DnsRecord& record : records) {
+    if (EndsList(record) || count == kDnsSlots - 1) {
+      break;
+    }
+    if (record.type == kDnsAddress && record.inAnswer) {
+      addresses[count++] = static_cast<int>(record.address);
+      LogAddress(name, record.address);
+    }
+  }
+  return count;
+}
+
+}  // namespace qsbase::detail
+
 int* DNSQuery(const char* name) {
   if (name == nullptr) {
     return nullptr;
   }
-  std::unique_ptr<int[]> addresses(new (std::nothrow) int[kSlots]());
+  std::unique_ptr<int[]> addresses(new (std::nothrow) int[qsbase::detail::kDnsSlots]());
   if (addresses == nullptr) {
     return nullptr;
   }

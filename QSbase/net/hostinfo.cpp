@@ -3,6 +3,7 @@
 #include <QSbase/errors.h>
 #include <QSbase/log/log.h>
 #include <QSbase/log/logwords.h>
+#include <QSbase/net/hostinfodetail.h>
 #include <QSbase/net/hostinfoos.h>
 #include <QSbase/net/socketerror.h>
 #include <QSbase/text/qsstring.h>
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <utility>
 
 using qsbase::detail::Adapter;
 
@@ -91,6 +93,21 @@ std::string NameOrAnon(std::string name) { return name.empty() ? kUnknownName : 
 
 }  // namespace
 
+namespace qsbase::detail {
+
+std::vector<QsAdapterInfoEx> ListedAdapters(std::vector<Adapter> adapters) {
+  std::vector<QsAdapterInfoEx> listed;
+  for (Adapter& adapter : adapters) {
+    if (IsListed(adapter)) {
+      listed.push_back(
+          {std::move(adapter.name), std::move(adapter.addresses), HardwareAddressText(adapter.hardwareAddress)});
+    }
+  }
+  return listed;
+}
+
+}  // namespace qsbase::detail
+
 std::string QsGetHostName() {
   std::string name;
   if (qsbase::detail::OsHostName(name)) {
@@ -114,12 +131,7 @@ bool QsGetAdapterInfoEx(std::vector<QsAdapterInfoEx>& adapters) {
   if (!qsbase::detail::OsAdapters(all)) {
     return false;
   }
-  for (Adapter& adapter : all) {
-    if (IsListed(adapter)) {
-      adapters.push_back(
-          {std::move(adapter.name), std::move(adapter.addresses), HardwareAddressText(adapter.hardwareAddress)});
-    }
-  }
+  adapters = qsbase::detail::ListedAdapters(std::move(all));
   return true;
 }
 

@@ -201,6 +201,22 @@ TEST(QsErrorMessage, CodesThatTheSystemLeavesOutHaveNoText) {
   EXPECT_EQ(QsErrorMessage(58), Fallback("3a"));
   EXPECT_EQ(QsErrorMessage(134), Fallback("86"));
 }
+
+TEST(QsErrorMessage, HasTheTextsOfLookUpsAndSockets) {
+  EXPECT_EQ(QsErrorMessage(9001), "DNS server unable to interpret format.");
+  EXPECT_EQ(QsErrorMessage(9002), "DNS server failure.");
+  EXPECT_EQ(QsErrorMessage(9003), "DNS name does not exist.");
+  EXPECT_EQ(QsErrorMessage(9004), "DNS request not supported by name server.");
+  EXPECT_EQ(QsErrorMessage(9005), "DNS operation refused.");
+  EXPECT_EQ(QsErrorMessage(9006), Fallback("232e"));
+  EXPECT_EQ(QsErrorMessage(9501), "No records found for given DNS query.");
+  EXPECT_EQ(QsErrorMessage(9502), "Bad DNS packet.");
+  EXPECT_EQ(QsErrorMessage(9560), "DNS name contains an invalid character.");
+  EXPECT_EQ(QsErrorMessage(10004), "Interrupted system call");
+  EXPECT_EQ(QsErrorMessage(10061), "Connection refused");
+  EXPECT_EQ(QsErrorMessage(11004), "No host data of that type was found");
+  EXPECT_EQ(QsErrorMessage(10005), Fallback("2715"));
+}
 #endif
 
 TEST(QsErrorMessage, EndsWithoutALineBreak) {
