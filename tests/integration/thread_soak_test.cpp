@@ -1,5 +1,4 @@
 // Many threads with message queues, made and ended again and again: every message arrives, and nothing piles up.
-#include <QSbase/process.h>
 #include <QSbase/thread/threadmq.h>
 
 #include <gmock/gmock.h>
@@ -7,26 +6,18 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
 
-#ifdef _WIN32
-#include <QSbase/win32/windowsapi.h>
-
-#include <psapi.h>
-#else
-#include <malloc.h>
-#include <unistd.h>
-#endif
+#include <integration/common/holdings.h>
 
 namespace {
+
+using qsbase::testing::Held;
+using qsbase::testing::Holdings;
 
 constexpr int kQuit = 18;
 constexpr int kNoLimit = -1;
@@ -48,65 +39,6 @@ constexpr long kMessages = 1000;
 
 // What is allocated on first use, and caches, are full by then.
 constexpr int kWarmUpRounds = kRounds / 5;
-
-/// What the process holds. In bytes: the heap in use, the memory that is there, the addresses taken.
-struct Holdings {
-  std::int64_t threads = 0;
-  std::int64_t handles = 0;
-  std::int64_t heap = 0;
-  std::int64_t resident = 0;
-  std::int64_t addresses = 0;
-};
-
-std::ostream& operator<<(std::ostream& out, const Holdings& held) {
-  return out << held.threads << " threads, " << held.handles << " handles, heap " << held.heap << ", resident "
-             << held.resident << ", addresses " << held.addresses;
-}
-
-#ifdef _WIN32
-
-Holdings Held() {
-  Holdings held;
-  DWORD handles = 0;
-  GetProcessHandleCount(GetCurrentProcess(), &handles);
-  held.handles = handles;  // of the threads, too
-  PROCESS_MEMORY_COUNTERS_EX memory{};
-  K32GetProcessMemoryInfo(GetCurrentProcess(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory), sizeof memory);
-  held.resident = static_cast<std::int64_t>(memory.WorkingSetSize);
-  held.addresses = static_cast<std::int64_t>(memory.PrivateUsage);
-  return held;
-}
-
-#else
-
-std::int64_t EntriesOf(const char* folder) {
-  return std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator());
-}
-
-/// What was joined stays in the system's list for a moment; how many threads are left when those are gone, unless that
-/// takes strangely long.
-std::int64_t ThreadsLeft() {
-  static const std::int64_t atFirst = EntriesOf("/proc/self/task");
-  std::int64_t threads = 0;
-  for (int i = 0; i < 1000 && (threads = EntriesOf("/proc/self/task")) > atFirst; ++i) {
-    QsSleep(10);
-  }
-  return threads;
-}
-
-Holdings Held() {
-  Holdings held;
-  held.threads = ThreadsLeft();
-  held.handles = EntriesOf("/proc/self/fd");
-  const struct mallinfo2 heap = mallinfo2();
-  held.heap = static_cast<std::int64_t>(heap.uordblks + heap.hblkhd);
-  std::ifstream("/proc/self/statm") >> held.addresses >> held.resident;  // in pages
-  held.addresses *= getpagesize();
-  held.resident *= getpagesize();
-  return held;
-}
-
-#endif
 
 /// Counts what comes in the right order until it is to quit.
 class Counter : public QsThreadMQ {
