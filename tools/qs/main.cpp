@@ -12,12 +12,14 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "coders.h"
 #include "consoleos.h"
 #include "demo.h"
 #include "fetch.h"
 #include "interrupt.h"
+#include "url.h"
 
 namespace {
 
@@ -35,6 +37,7 @@ struct Options {
   qs::CodeOptions encode;
   qs::CodeOptions decode;
   qs::HashOptions hash;
+  std::vector<std::string> urls;
   bool verbose = false;
   bool hmac = false;
   unsigned int memoryLimit = kDefaultMemory;
@@ -184,6 +187,16 @@ void AddHash(CLI::App& app, Options& options) {
   command->add_option("FILE", options.hash.inputs, "Inputs, \"-\" for standard input (default)");
 }
 
+void AddUrl(CLI::App& app, Options& options) {
+  CLI::App* command =
+      app.add_subcommand("url", "Show the parts and the normal form of URLs, and whether they are valid");
+  command->add_option("TEXT", options.urls, "URLs; what they lack is not shown")->required();
+  command->footer(
+      "Valid are http and https URLs of the strict form: no \"~\", no \"#\", no password, a \"/\" before the \"?\".\n"
+      "Others may well work. The normal form is for comparing URLs, not for fetching.\n"
+      "Exit codes: 0 all are valid, 1 one is not, 2 bad usage.");
+}
+
 // What the parser cannot check by itself.
 std::string UsageProblem(const CLI::App& app, const Options& options) {
   if (!app.got_subcommand("encode")) {
@@ -234,6 +247,9 @@ int RunCommand(const CLI::App& app, Options& options) {
   if (app.got_subcommand("decode")) {
     return qs::RunDecode(options.decode);
   }
+  if (app.got_subcommand("url")) {
+    return qs::RunUrl(options.urls);
+  }
   if (options.hash.inputs.empty()) {
     options.hash.inputs = {"-"};
   }
@@ -251,6 +267,7 @@ int ParseAndRun(int argc, char** argv) {
   AddEncode(app, options);
   AddDecode(app, options);
   AddHash(app, options);
+  AddUrl(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -4,6 +4,7 @@
 #include <QSbase/export.h>
 #include <QSbase/log/log.h>
 #include <QSbase/net/http.h>
+#include <QSbase/net/url.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/paths.h>
 #include <QSbase/text/qsstring.h>
@@ -146,8 +147,19 @@ QsInetHttpRequest RequestFor(const std::string& url, const TransferOptions& opti
   return request;
 }
 
-bool HasHttpScheme(const std::string& url) {
-  return url.find("://") == std::string::npos || StartsWithNoCase(url, "http://") || StartsWithNoCase(url, "https://");
+// The URLs that libcurl would take for something else than HTTP or HTTPS are refused. No stricter than that: many that
+// servers answer are not of a strict form. What has no scheme is HTTP to libcurl; "host:8080/x" and
+// "user:password@host" seem to have one, but no "/" follows their ":".
+bool IsForHttp(const std::string& url) {
+  QsUrlComponents parts{};
+  QsInternetCrackUrl(url.c_str(), parts);
+  const std::string scheme = QsString::ToLower(parts.schemeName);
+  if (scheme == "http" || scheme == "https") {
+    return true;
+  }
+  const std::size_t mark = url.find_first_of("/?#");
+  const bool hasScheme = mark != std::string::npos && mark > 0 && url.compare(mark - 1, 2, ":/") == 0;
+  return !hasScheme && scheme != "mailto";
 }
 
 }  // namespace
@@ -186,7 +198,7 @@ bool Download::Restart() {
 }
 
 std::string Download::Run(const std::string& url, const TransferOptions& options, Progress& progress) {
-  if (!HasHttpScheme(url)) {
+  if (!IsForHttp(url)) {
     return "only http and https URLs are fetched";
   }
   if (!Open()) {
@@ -251,6 +263,7 @@ std::string Download::RunOnce(const std::string& url, const TransferOptions& opt
   return {};
 }
 
+// Not by QsInternetCrackUrl: it would leave the beginning of a password that holds a ":" or ";".
 std::string DisplayUrl(const std::string& url) {
   std::string shown = url;
   const std::size_t scheme = shown.find("://");
@@ -267,14 +280,10 @@ std::string DisplayUrl(const std::string& url) {
 }
 
 std::string UrlFileName(const std::string& url) {
-  const std::size_t scheme = url.find("://");
-  std::string path = url.substr(scheme == std::string::npos ? 0 : scheme + 3);
-  path.resize(std::min(path.find_first_of("?#"), path.size()));
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) {
-    return {};
-  }
-  return PercentDecode(path.substr(slash + 1));
+  std::string path = url.substr(0, url.find_first_of("?#"));
+  const std::size_t scheme = path.find("://");
+  path.erase(0, scheme == std::string::npos ? 0 : scheme + 3);
+  return UrlDecode(QsExtractFileNameFromUrl(path).c_str());
 }
 
 }  // namespace qs

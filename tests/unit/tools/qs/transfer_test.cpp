@@ -31,6 +31,9 @@ TEST(Urls, FileNames) {
   EXPECT_EQ(qs::UrlFileName("http://h?q=/a.txt"), "");
   EXPECT_EQ(qs::UrlFileName("h/a.txt"), "a.txt");
   EXPECT_EQ(qs::UrlFileName("http://h/..%2F..%2Fx"), "../../x") << "still to be made safe";
+  EXPECT_EQ(qs::UrlFileName("http://h/a;b.txt"), "a;b.txt");
+  EXPECT_EQ(qs::UrlFileName("h/a.txt?from=http://x/y.txt"), "a.txt") << "a scheme stands in front of the query";
+  EXPECT_EQ(qs::UrlFileName(""), "");
 }
 
 TEST(Urls, PasswordsAreNotShown) {
@@ -39,6 +42,7 @@ TEST(Urls, PasswordsAreNotShown) {
   EXPECT_EQ(qs::DisplayUrl("http://u@h:80/"), "http://u@h:80/");
   EXPECT_EQ(qs::DisplayUrl("http://h:80/a:b@c"), "http://h:80/a:b@c");
   EXPECT_EQ(qs::DisplayUrl("http://h/\x1b[2J"), "http://h/?[2J");
+  EXPECT_EQ(qs::DisplayUrl("http://u:a:b;c@h/"), "http://u:***@h/") << "no piece of it";
 }
 
 TEST(TemporaryStream, GivesBackWhatWasWritten) {
