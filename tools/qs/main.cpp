@@ -18,6 +18,7 @@
 #include "consoleos.h"
 #include "demo.h"
 #include "fetch.h"
+#include "host.h"
 #include "interrupt.h"
 #include "url.h"
 
@@ -38,6 +39,7 @@ struct Options {
   qs::CodeOptions decode;
   qs::HashOptions hash;
   std::vector<std::string> urls;
+  qs::HostOptions host;
   bool verbose = false;
   bool hmac = false;
   unsigned int memoryLimit = kDefaultMemory;
@@ -187,6 +189,13 @@ void AddHash(CLI::App& app, Options& options) {
   command->add_option("FILE", options.hash.inputs, "Inputs, \"-\" for standard input (default)");
 }
 
+void AddHost(CLI::App& app, Options& options) {
+  CLI::App* command =
+      app.add_subcommand("host", "Show names, user and network adapters of this machine, or the addresses of a name");
+  command->add_option("NAME", options.host.name, "Look up the IPv4 addresses of this host");
+  command->footer("Exit codes: 0 all is well, 1 the name has no address or the system does not tell, 2 bad usage.");
+}
+
 void AddUrl(CLI::App& app, Options& options) {
   CLI::App* command =
       app.add_subcommand("url", "Show the parts and the normal form of URLs, and whether they are valid");
@@ -247,6 +256,9 @@ int RunCommand(const CLI::App& app, Options& options) {
   if (app.got_subcommand("decode")) {
     return qs::RunDecode(options.decode);
   }
+  if (app.got_subcommand("host")) {
+    return qs::RunHost(options.host);
+  }
   if (app.got_subcommand("url")) {
     return qs::RunUrl(options.urls);
   }
@@ -267,6 +279,7 @@ int ParseAndRun(int argc, char** argv) {
   AddEncode(app, options);
   AddDecode(app, options);
   AddHash(app, options);
+  AddHost(app, options);
   AddUrl(app, options);
   try {
     app.parse(argc, argv);
