@@ -53,11 +53,37 @@ bool Prepare(CURL* handle) {
   return first == CURLE_OK;
 }
 
+// What curl_easy_perform does, save that libcurl is asked again soon while it has nothing to wait for. It has nothing
+// for a moment when a server answers at once over a standing connection, and would sleep for a second then.
+CURLcode Drive(CURLM* multi, CURL* handle) {
+  constexpr int longestWait = 1000;
+  constexpr int shortWait = 1;
+  CURLMcode code = curl_multi_add_handle(multi, handle);
+  int running = 1;
+  while (code == CURLM_OK && running != 0) {
+    code = curl_multi_perform(multi, &running);
+    int active = 0;
+    if (code == CURLM_OK && running != 0) {
+      code = curl_multi_wait(multi, nullptr, 0, longestWait, &active);  // returns at once when there is no socket
+    }
+    if (code == CURLM_OK && running != 0 && active == 0) {
+      code = curl_multi_poll(multi, nullptr, 0, shortWait, nullptr);
+    }
+  }
+  CURLcode result = code == CURLM_OK ? CURLE_OK : CURLE_OUT_OF_MEMORY;
+  int left = 0;
+  for (const CURLMsg* message; (message = curl_multi_info_read(multi, &left)) != nullptr;) {
+    result = message->msg == CURLMSG_DONE && code == CURLM_OK ? message->data.result : result;
+  }
+  curl_multi_remove_handle(multi, handle);
+  return result;
+}
+
 // One transfer. What it lends to the handle (error buffer, sinks, stream) is taken back at its end, since the handle
 // lives on and may speak to the server at any later call.
 class Transfer {
  public:
-  explicit Transfer(CURL* handle) : _handle(handle) {
+  Transfer(CURL* handle, CURLM* multi) : _handle(handle), _multi(multi) {
     _reply.growthStep = headerGrowth;
     _body.growthStep = defaultBodyGrowth;
     Set(CURLOPT_ERRORBUFFER, static_cast<char*>(_errorBuffer));
@@ -88,7 +114,7 @@ class Transfer {
   bool Perform(const std::string& url) {
     Set(CURLOPT_URL, url.c_str());
     if (_result == CURLE_OK) {
-      _result = curl_easy_perform(_handle);
+      _result = Drive(_multi, _handle);
     }
     _done = _result == CURLE_OK;
     return _done;
@@ -107,6 +133,7 @@ class Transfer {
  private:
   const SigpipeGuard _sigpipe;
   CURL* const _handle;
+  CURLM* const _multi;
   TransferSink _reply;
   TransferSink _body;
   char _errorBuffer[CURL_ERROR_SIZE] = {};
@@ -127,7 +154,7 @@ void LogUpload(const std::string& file, bool done, const std::string& errorText)
 QsFTPQueueCallback::~QsFTPQueueCallback() = default;
 
 QsFTP::QsFTP(const QsFTPServer& server, QsFTPQueueCallback* callback)
-    : _handle(nullptr), _url(BuildFTPString(server)), _callback(callback) {
+    : _handle(nullptr), _url(BuildFTPString(server)), _callback(callback), _connections(nullptr) {
   InitCurl();
 }
 
@@ -137,7 +164,8 @@ QsFTP::QsFTP(const QsFTP& other)
       _log(other._log),
       _callback(other._callback),
       _downloads(other._downloads),
-      _uploads(other._uploads) {
+      _uploads(other._uploads),
+      _connections(nullptr) {
   InitCurl();
 }
 
@@ -145,6 +173,7 @@ QsFTP& QsFTP::operator=(const QsFTP& other) {
   if (this != &other) {
     QsFTP copy(other);
     std::swap(_handle, copy._handle);
+    std::swap(_connections, copy._connections);
     _url.swap(copy._url);
     _log.swap(copy._log);
     _callback = copy._callback;
@@ -158,8 +187,10 @@ QsFTP::~QsFTP() { ClearCurl(); }
 
 void QsFTP::InitCurl() {
   _handle = curl_easy_init();
-  if (IsCurlInit() && !Prepare(_handle)) {
+  _connections = curl_multi_init();
+  if (_handle == nullptr || _connections == nullptr || !Prepare(_handle)) {
     curl_easy_cleanup(std::exchange(_handle, nullptr));
+    curl_multi_cleanup(std::exchange(_connections, nullptr));
   }
 }
 
@@ -177,6 +208,7 @@ void QsFTP::ClearCurl() noexcept {
   SetEasyOption(_handle, CURLOPT_HEADERFUNCTION, &ReceiveHeader, first);
   SetEasyOption(_handle, CURLOPT_HEADERDATA, static_cast<void*>(&reply), first);
   curl_easy_cleanup(std::exchange(_handle, nullptr));
+  curl_multi_cleanup(std::exchange(_connections, nullptr));
   try {
     _log += reply.Bytes();
   } catch (const std::bad_alloc&) {
@@ -196,7 +228,7 @@ bool QsFTP::Upload(const QueueItem& item, std::string& errorText) {
   const std::string file = ExtractFileName(item.localFile);
   bool done = false;
   {
-    Transfer transfer(_handle);
+    Transfer transfer(_handle, _connections);
     transfer.Set(CURLOPT_UPLOAD, 1L);
     transfer.Set(CURLOPT_FTP_CREATE_MISSING_DIRS, 1L);
     transfer.Set(CURLOPT_READDATA, static_cast<void*>(stream.get()));
@@ -213,7 +245,7 @@ bool QsFTP::List(const std::string& dir, std::vector<std::string>& lines, std::s
   if (_url.empty() || !IsCurlInit()) {
     return false;
   }
-  Transfer transfer(_handle);
+  Transfer transfer(_handle, _connections);
   transfer.Set(CURLOPT_DIRLISTONLY, 1L);
   const bool done = transfer.Perform(_url + Directory(dir));
   _log += transfer.Reply();

@@ -112,7 +112,7 @@ class QSBASE_API QsFTP {
   /// with a dot, often) and whether it calls an empty directory an error is the server's business.
   ///
   /// An object that has uploaded lists no more (kept: what a transfer tells libcurl to do stays told): List is refused
-  /// with libcurl's "Uploading to a URL without a file name!". Use another QsFTP, or QsFTPList.
+  /// with libcurl's "Uploading to a URL without a file name". Use another QsFTP, or QsFTPList.
   ///
   /// \param dir        directory below the server's; it is escaped, its "/" too. Empty means the server's directory.
   /// \param lines      replaced by one name per entry, also by those that came before a failure (the last of them may
@@ -152,6 +152,7 @@ class QSBASE_API QsFTP {
   QsFTPQueueCallback* _callback;
   std::vector<QueueItem> _downloads;
   std::vector<QueueItem> _uploads;
+  void* _connections;  // libcurl's multi handle, which holds the connection between transfers
 };
 
 /// The server's URL: "ftp://", user and password escaped ("user:password@", without a password "user@", without a user
