@@ -1,6 +1,7 @@
 // The origin of `qs demo` on the wire: by the library's own transfers, and by bytes of our own where those cannot ask.
 
 #include <QSbase/net/http.h>
+#include <QSbase/net/socket.h>
 #include <gtest/gtest.h>
 
 #ifdef _WIN32
@@ -36,13 +37,20 @@ constexpr int kNoMoreSending = SHUT_WR;
 void Close(Socket socket) { close(socket); }
 #endif
 
+struct NetworkSession {
+  NetworkSession() {
+    InitQsSocket(1);
+    InitQsInetHttp(1);
+  }
+  ~NetworkSession() {
+    InitQsInetHttp(2);
+    InitQsSocket(2);
+  }
+};
+
 class OriginTest : public testing::Test {
  protected:
-  void SetUp() override {
-    InitQsInetHttp(1);
-    ASSERT_EQ(_origin.Start(), "");
-  }
-  void TearDown() override { InitQsInetHttp(2); }
+  void SetUp() override { ASSERT_EQ(_origin.Start(), ""); }
 
   QsInetHttpResponse Get(const std::string& url, unsigned int from = 0) {
     QsInetHttpRequest request;
@@ -77,6 +85,7 @@ class OriginTest : public testing::Test {
 
   static bool Has(const std::string& text, const std::string& what) { return text.find(what) != std::string::npos; }
 
+  const NetworkSession _session;
   const TempDir _dir;
   qs::Origin _origin{{{"a.txt", _dir.Write("a.txt", "0123456789")},
                       {"Übersicht 100%.txt", _dir.Write("b", std::string("\0\r\n\x1a", 4))},

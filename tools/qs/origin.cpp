@@ -5,19 +5,23 @@
 #include <QSbase/text/qschar.h>
 #include <QSbase/text/qsstring.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <utility>
 
+#include "loopbackos.h"
 #include "text.h"
 
 namespace qs {
 namespace {
 
-constexpr int kPollMilliseconds = 50;
-constexpr int kPeerMilliseconds = 5000;
+constexpr const char* kLoopback = "127.0.0.1";
+constexpr int kBacklog = 16;
+constexpr int kPeerSeconds = 5;
 constexpr std::size_t kMaxRequest = 16384;
 
 std::string PercentEncode(const std::string& name) {
@@ -89,6 +93,23 @@ RangeKind ParseRange(std::string_view value, std::size_t size, ByteRange& range)
   return RangeKind::Served;
 }
 
+// As Read(), and -1 for a peer that says nothing.
+int ReadInTime(QsSocket& connection, char* buffer, int size) {
+  return connection.WaitForData(kPeerSeconds) == 1 ? connection.Read(buffer, size) : -1;
+}
+
+// Until the peer is gone or does not read.
+void Send(QsSocket& connection, std::string_view data) {
+  constexpr std::size_t kMost = std::numeric_limits<int>::max();
+  while (!data.empty()) {
+    const int sent = connection.Write(data.data(), static_cast<int>(std::min(data.size(), kMost)));
+    if (sent <= 0) {
+      return;
+    }
+    data.remove_prefix(static_cast<std::size_t>(sent));
+  }
+}
+
 std::string Response(const char* status, const std::string& headers, const std::string& body, bool withBody) {
   return "HTTP/1.1 " + std::string(status) + "\r\n" + headers + "Content-Length: " + std::to_string(body.size()) +
          "\r\nConnection: close\r\n\r\n" + (withBody ? body : "");
@@ -101,16 +122,16 @@ Origin::Origin(std::map<std::string, std::string> files) : _files(std::move(file
 Origin::~Origin() {
   _stop = true;
   if (_thread.joinable()) {
+    QsSocket().Connect(kLoopback, _port, 0);  // it need not wait for its time to end
     _thread.join();
   }
-  CloseSocket(_listener);
 }
 
 std::string Origin::Start() {
-  _listener = ListenOnLoopback(_port);
-  if (_listener == kNoSocket) {
+  if (_listener.Bind(kLoopback, 0) != 0 || _listener.Listen(kBacklog) != 0) {
     return "cannot listen on 127.0.0.1 (" + QsErrorMessage(QsGetLastError()) + ")";
   }
+  _port = PortOf(_listener.GetSocket());
   _thread = std::thread([this] { Serve(); });
   return {};
 }
@@ -121,26 +142,25 @@ std::string Origin::UrlOf(const std::string& name) const {
 
 void Origin::Serve() {
   while (!_stop) {
-    const SocketHandle connection = AcceptWithin(_listener, kPollMilliseconds);
-    if (connection != kNoSocket) {
+    QsSocket connection;
+    if (_listener.WaitForData(1) == 1 && _listener.Accept(connection) == 0) {
       Answer(connection);
-      CloseSocket(connection);
     }
   }
 }
 
-void Origin::Answer(SocketHandle connection) const {
+void Origin::Answer(QsSocket& connection) const {
+  LimitWrites(connection.GetSocket(), kPeerSeconds * 1000);
   std::string request;
   std::array<char, 2048> block{};
   while (request.find("\r\n\r\n") == std::string::npos) {
-    const int count = ReceiveWithin(connection, block.data(), block.size(), kPeerMilliseconds);
+    const int count = ReadInTime(connection, block.data(), static_cast<int>(block.size()));
     if (count <= 0 || request.size() > kMaxRequest) {
       return;
     }
     request.append(block.data(), static_cast<std::size_t>(count));
   }
-  const std::string response = ResponseTo(request);
-  SendAll(connection, response.data(), response.size(), kPeerMilliseconds);
+  Send(connection, ResponseTo(request));
 }
 
 std::string Origin::ResponseTo(std::string_view request) const {

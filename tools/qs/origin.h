@@ -3,18 +3,18 @@
 #ifndef QS_ORIGIN_H
 #define QS_ORIGIN_H
 
+#include <QSbase/net/socket.h>
+
 #include <atomic>
 #include <map>
 #include <string>
 #include <string_view>
 #include <thread>
 
-#include "loopbackos.h"
-
 namespace qs {
 
 /// Answers GET and HEAD, whole or one byte range (RFC 9110), one request a connection. Nothing but the given files can
-/// be reached.
+/// be reached. While it lives the sockets of the library are started (InitQsSocket).
 class Origin {
  public:
   /// \param files the path of each file by the name that it is served under.
@@ -32,11 +32,11 @@ class Origin {
 
  private:
   void Serve();
-  void Answer(SocketHandle connection) const;
+  void Answer(QsSocket& connection) const;
   std::string ResponseTo(std::string_view request) const;
 
   std::map<std::string, std::string> _files;
-  SocketHandle _listener = kNoSocket;
+  QsSocket _listener;
   unsigned short _port = 0;
   std::atomic<bool> _stop{false};
   std::thread _thread;
