@@ -11,7 +11,6 @@
 #include <string_view>
 #include <utility>
 
-#include <libxml/HTMLtree.h>
 #include <libxml/encoding.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
@@ -24,12 +23,14 @@
 #include <QSbase/log/logwords.h>
 #include <QSbase/net/libraryloader.h>
 #include <QSbase/support/filesupport.h>
+#include <QSbase/support/quietxml.h>
 #include <QSbase/support/xmlsource.h>
 #include <QSbase/text/qsstring.h>
 
 namespace {
 
 using qsbase::detail::kLogError;
+using qsbase::detail::QuietXml;
 
 const char* AsChars(const xmlChar* text) { return reinterpret_cast<const char*>(text); }
 const xmlChar* AsXmlChars(const char* text) { return reinterpret_cast<const xmlChar*>(text); }
@@ -96,6 +97,7 @@ const char* FirstText(const xmlNode* node) {
 
 /// False without memory. `document` may be null.
 bool Dump(xmlDoc* document, xmlNode* node, bool format, std::string& text) {
+  const QuietXml quiet;
   const Buffer buffer(xmlBufferCreate());
   if (buffer == nullptr || xmlNodeDump(buffer.get(), document, node, 0, format ? 1 : 0) < 0) {
     return false;
@@ -118,6 +120,7 @@ std::string_view WithoutDeclaration(std::string_view xml) {
 
 /// False when libxml2 gives nothing.
 bool DumpDocument(xmlDoc* document, bool format, bool withDeclaration, std::string& text) {
+  const QuietXml quiet;
   xmlChar* memory = nullptr;
   int size = 0;
   xmlDocDumpFormatMemory(document, &memory, &size, format ? 1 : 0);
@@ -183,16 +186,12 @@ bool Convert(const char* caller, Converter convert, const unsigned char* text, u
 
 // ---- XPath ----
 
-/// Keeps libxml2 from writing a mistake in an expression to the console. What it is given differs between versions.
-constexpr auto kIgnoreError = [](void*, auto*) {};
-
 XPathContext MakeContext(xmlDoc* document, const char* prefix, const char* namespaceUri) {
   XPathContext context(xmlXPathNewContext(document));
   if (context == nullptr) {
     return nullptr;
   }
   context->node = reinterpret_cast<xmlNode*>(document);
-  context->error = kIgnoreError;
   if (!IsEmpty(prefix) && !IsEmpty(namespaceUri) &&
       xmlXPathRegisterNs(context.get(), AsXmlChars(prefix), AsXmlChars(namespaceUri)) != 0) {
     return nullptr;
@@ -202,6 +201,7 @@ XPathContext MakeContext(xmlDoc* document, const char* prefix, const char* names
 
 /// The nodes, which become the caller's; null for none.
 xmlNodeSet* FindNodes(xmlDoc* document, const char* expression, const char* prefix, const char* namespaceUri) {
+  const QuietXml quiet;
   const XPathContext context = MakeContext(document, prefix, namespaceUri);
   if (context == nullptr) {
     return nullptr;

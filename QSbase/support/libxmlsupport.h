@@ -106,8 +106,9 @@ class QSBASE_API XmlCharAutoPtr {
 /// reference stands for is not looked into. Null when there is none, and for a null or empty \p name.
 QSBASE_API xmlNode* QsXmlGetSubNodeByName(xmlNode* node, const char* name, bool recursive);
 
-/// The text (or CDATA) with which the content of \p node begins: its first child, in UTF-8, every CR, LF and TAB turned
-/// into a blank; empty when it is of blanks only, not trimmed otherwise. \p defaultText when the first child is none.
+/// The text with which the content of \p node begins: its first child, in UTF-8, every CR, LF and TAB turned into a
+/// blank; empty when it is of blanks only, not trimmed otherwise. \p defaultText when the first child is no text (a
+/// CDATA section is none).
 QSBASE_API std::string QsXmlNodeGetText(xmlNode* node, const std::string& defaultText);
 
 /// The same text as it is stored, blank or not.
@@ -152,9 +153,9 @@ QSBASE_API std::string QsConvertIsolat1ToUTF8(const char* text);
 QSBASE_API bool QsXmlNodeToXmlFormatString(xmlNode* node, std::string& text, bool format);
 
 /// The XML of a document in the encoding that it names, on indented lines. Without \p withDeclaration what precedes the
-/// line behind "<?xml ...?>" is left out, if it has that (HTML has not; in UTF-16 it is not recognised). Empty on
-/// failure, with an error in the log: "QsXmlDocDumpFormatXML: input XML document is NULL" or
-/// "QsXmlDocDumpFormatXML: Could not dump XML document" (no memory, or an encoding that nobody knows).
+/// line behind "<?xml ...?>" is left out, if it has that in bytes of ASCII (UTF-16 has not). Empty on failure, with an
+/// error in the log: "QsXmlDocDumpFormatXML: input XML document is NULL" or "QsXmlDocDumpFormatXML: Could not dump XML
+/// document" (no memory, or an encoding that nobody knows).
 QSBASE_API std::string QsXmlDocDumpFormatXML(xmlDoc* doc, bool withDeclaration);
 
 /// The same without indentation, and without any log line.
@@ -185,8 +186,9 @@ QSBASE_API std::string QsEncodeEntities(const std::string& text, bool plain);
 QSBASE_API std::string GetXPathStringFromDoc(xmlDoc* doc, const std::string& expression);
 
 /// The same on a text. Nothing outside of it is read, neither files nor the network, and entities stay references
-/// (in the value of an attribute they are replaced). Empty, too, for a text that is not well-formed, is nested deeper
-/// than 256 elements, holds a text above 10,000,000 bytes, or whose entities stand for more than that.
+/// (in the value of an attribute they are replaced). Empty, too, for a text that is not well-formed, goes beyond
+/// libxml2's limits (256 nested elements, 10,000,000 bytes in the value of an attribute), or whose references to
+/// entities stand for more than 10,000,000 bytes.
 QSBASE_API std::string GetXPathStringFromString(const std::string& xml, const std::string& expression);
 
 /// The same on a regular file, by the rules of filesupport.h for its name; empty when it cannot be read.

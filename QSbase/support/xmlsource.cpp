@@ -3,11 +3,14 @@
 #include <cstddef>
 #include <limits>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 #include <libxml/tree.h>
+
+#include <QSbase/support/quietxml.h>
 
 namespace qsbase::detail {
 
@@ -77,21 +80,37 @@ bool HasEntities(const xmlDoc& document) {
   return document.intSubset != nullptr && document.intSubset->entities != nullptr;
 }
 
+/// The document, which becomes the caller's; null if it is not well-formed.
+xmlDoc* Parse(const std::string& xml) {
+  const QuietXml quiet;
+  xmlParserCtxt* const context = xmlCreateMemoryParserCtxt(xml.data(), static_cast<int>(xml.size()));
+  if (context == nullptr) {
+    return nullptr;
+  }
+  xmlCtxtUseOptions(context, XML_PARSE_NONET);
+  context->options = XML_PARSE_NONET;  // whatever the program's defaults are
+  context->replaceEntities = context->loadsubset = context->validate = 0;
+  xmlParseDocument(context);
+  xmlDoc* document = std::exchange(context->myDoc, nullptr);
+  if (context->wellFormed == 0) {
+    XmlDocAutoPtr(document).Free();
+  }
+  xmlFreeParserCtxt(context);
+  return document;
+}
+
 }  // namespace
 
 xmlDoc* ParseUntrustedXml(const std::string& xml) {
   if (xml.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
     return nullptr;
   }
-  constexpr int kOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
-  xmlDoc* document = xmlReadMemory(xml.data(), static_cast<int>(xml.size()), nullptr, nullptr, kOptions);
+  xmlDoc* document = Parse(xml);
   XmlDocAutoPtr guard(document);
   if (document != nullptr && HasEntities(*document) && EntityText().SizeOf(document->children, 0) > kMostEntityText) {
     guard.Free();
   }
-  xmlDoc* const result = document;
-  document = nullptr;
-  return result;
+  return std::exchange(document, nullptr);
 }
 
 }  // namespace qsbase::detail
