@@ -184,12 +184,12 @@ ProtocolTable::~ProtocolTable() = default;
 
 void ProtocolTable::Reserved() {}
 
-int ProtocolTable::GetPort(const std::string& name) {
+int ProtocolTable::GetPort(const std::string& name) const {
   const auto found = _ports.find(QsString::ToLower(name));
   return found == _ports.end() ? -1 : found->second;
 }
 
-std::string ProtocolTable::GetProtocol(int port) {
+std::string ProtocolTable::GetProtocol(int port) const {
   try {
     const auto found =
         std::find_if(_ports.begin(), _ports.end(), [port](const auto& entry) { return entry.second == port; });

@@ -150,8 +150,8 @@ QSBASE_API std::string QsExtractFileNameFromUrl(const std::string& url);
 /// What stands in front of the last "/", with that "/" when `withSlash`; empty when there is no "/".
 QSBASE_API std::string QsExtractUrlPath(const std::string& url, bool withSlash);
 
-/// Scheme names and their default ports: "http" 80, "https" 443, "ftp" 21. Its operations may be called from several
-/// threads at once.
+/// Scheme names and their default ports: "http" 80, "https" 443, "ftp" 21. Constant operations may be called from
+/// several threads at once.
 class QSBASE_API ProtocolTable {
  public:
   /// Fills the table.
@@ -166,10 +166,10 @@ class QSBASE_API ProtocolTable {
   virtual void Reserved();
 
   /// The port of a scheme, case ignored; -1 when the table lacks it.
-  virtual int GetPort(const std::string& name);
+  virtual int GetPort(const std::string& name) const;
 
   /// The first name, in alphabetical order, with this port; empty when there is none and when memory is short.
-  virtual std::string GetProtocol(int port);
+  virtual std::string GetProtocol(int port) const;
 
  private:
   std::map<std::string, int> _ports;

@@ -1079,7 +1079,7 @@ TEST(QsExtract, PathIsWhatStandsBeforeIt) {
 // ---- ProtocolTable ----
 
 TEST(ProtocolTable, KnowsPortsAndNames) {
-  ProtocolTable table;
+  const ProtocolTable table;
   EXPECT_EQ(table.GetPort("http"), 80);
   EXPECT_EQ(table.GetPort("HTTPS"), 443);
   EXPECT_EQ(table.GetPort("Ftp"), 21);
@@ -1099,7 +1099,7 @@ TEST(ProtocolTable, CanBeDerivedFromAndCopied) {
     Derived(const Derived&) = delete;
     Derived& operator=(const Derived&) = delete;
     ~Derived() override { _gone = true; }
-    int GetPort(const std::string& name) override { return name == "nntp" ? 119 : ProtocolTable::GetPort(name); }
+    int GetPort(const std::string& name) const override { return name == "nntp" ? 119 : ProtocolTable::GetPort(name); }
 
    private:
     bool& _gone;
