@@ -137,8 +137,8 @@ QSBASE_API std::string NormalizeUrl(const std::string& url);
 ///
 /// The form is one regular expression, made at the first call. The call takes time proportional to the length: some
 /// microseconds for a usual URL, 0.1 s for a path of 1 MiB, some tenths of a second for a host of 1 MiB. It throws
-/// nothing: when Boost.Regex does, as it does when its own limit of memory ends a match, the URL is not valid. That takes
-/// a host of more than ten thousand labels, where the standard allows for 127.
+/// nothing: when Boost.Regex does, as it does when its own limit of memory ends a match, the URL is not valid. That
+/// takes a host of more than ten thousand labels, where the standard allows for 127.
 QSBASE_API bool QsIsValidURL(const std::string& url);
 
 /// Cuts a path behind each "/" and returns the number of pieces, which keep their "/". One leading "/" is dropped
