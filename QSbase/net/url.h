@@ -39,23 +39,21 @@ struct QSBASE_API QsUrlComponents {
 /// hostName, port, siteUrl and urlPath in any case (some to nothing); userName, password and extraInfo when the URL has
 /// what introduces them: "@", ":" and "@", ";" or "?".
 ///
-/// - Scheme: two or more letters and digits in front of a ":". Its code is "ftp" 21, "gopher" -1, "http" 80, "https"
-///   443, "file" -2, "news" -3, "mailto" -4, else 0. Case is ignored, and so is what a shortened name lacks: "ht" is
-///   80, the first in this order that begins so (kept).
+/// - Scheme: two or more letters and digits in front of a ":". Its code is "ftp" 21, "gopher" -1, "http" 80,
+///   "https" 443, "file" -2, "news" -3, "mailto" -4, else 0. Case is ignored, and a name may be shortened: "ht" is 80,
+///   the first in this order that begins so (kept).
 /// - Up to three "/" behind the ":" are skipped. The host section goes on to the next "/", to the ";" or "?" that
-/// begins
-///   extraInfo, or to the end.
-/// - User: what stands in front of the section's last "@", up to the last ":" there; the password follows that ":".
-/// - Host: up to the section's last ":"; so an IPv6 address is whole only in front of a port: "[::1]:80" (kept). Port:
-/// the
-///   number behind that ":", read as `atoi` does ("1x" is 1, nothing is 0, beyond 32 bits stops at the limit); without
-///   a ":" the scheme's code if that is at least 1, else 0. At last DecodeNumberFormatHostname has its turn.
+///   introduces extraInfo, or to the end.
+/// - User: up to the last ":" in front of the section's last "@"; the password is what follows that ":".
+/// - Host: up to the section's last ":", so that an IPv6 address is whole in front of a port only (kept). The port is
+///   the number behind that ":", read as `atoi` does: "1x" is 1, nothing is 0, beyond 32 bits it stops at the limit.
+///   Without a ":" it is the scheme's code if that is at least 1, else 0.
+/// - DecodeNumberFormatHostname has its turn with the host at last; siteUrl keeps it as written.
 /// - extraInfo: behind the first ";" or "?" of the URL.
-/// - urlPath: from the host section's end to where extraInfo begins. Without an extraInfo, or with an empty one, up to
-///   the first line feed or the end, the ";" or "?" included (kept: "http://h/a?" has the path "/a?").
-/// - Without a scheme the whole text counts as the path, by the last rule, and siteUrl is set to nothing; one of
-/// letters
-///   and digits only fills nothing.
+/// - urlPath: from the host section's end to the ";" or "?". With nothing behind that, or without one, up to the first
+///   line feed or the end, the ";" or "?" included (kept: "http://h/a?" has the path "/a?").
+/// - Without a scheme the path begins with the text, and siteUrl is set to nothing. A text of letters and digits only
+///   fills nothing.
 ///
 /// \code
 /// QsUrlComponents parts{};
@@ -78,13 +76,10 @@ QSBASE_API std::string UrlDecode(const char* text);
 /// bytes.
 ///
 /// - With a ".": nothing to do unless a digit follows the last one. Otherwise one to four numbers, each as `strtoul`
-/// reads
-///   it in base 0: decimal, octal behind "0", hexadecimal behind "0x", no digits at all being 0, and beyond 32 bits
-///   4294967295. As many come back: "0x7f.1" gives "127.1". When there are more, or anything else is between them, the
-///   host stays.
-/// - Without a ".": nothing to do unless it begins with a digit. Otherwise one number, whatever follows it (kept:
-/// "3com"
-///   gives "0.0.0.3"), comes back as its four bytes, the highest first: "2130706433" gives "127.0.0.1".
+///   reads it in base 0: decimal, octal behind "0", hexadecimal behind "0x", 0 without digits, 4294967295 beyond
+///   32 bits. As many come back: "0x7f.1" gives "127.1". With more of them, or anything else between, it stays.
+/// - Without a ".": nothing to do unless it begins with a digit. Otherwise one such number, whatever follows it (kept:
+///   "3com" gives "0.0.0.3"), comes back as its four bytes, the highest first: "2130706433" gives "127.0.0.1".
 ///
 /// False, and the host as it was, when there is a number to write and `size` is below 16 or too small for the text; and
 /// for a null pointer.
@@ -93,27 +88,27 @@ QSBASE_API bool DecodeNumberFormatHostname(char* host, unsigned int size);
 /// Removes "." and ".." segments from a zero-terminated path, in place, and lets it begin with one "/". What follows
 /// the first "?" is left alone. Does nothing for a null pointer, an empty path and a `size` of 0.
 ///
-/// When the result has `size` characters or more, the first `size` of them are written and *no* terminating zero
-/// (kept). A caller reads the result with that bound, as `std::string(path, strnlen(path, size))` does, and puts a zero
-/// behind it before it is a path again. `size` may exceed the length of the path by one at least, to have room for the
-/// "/".
+/// The result may be longer than the path by the "/". When it has `size` characters or more, the first `size` of them
+/// are written and *no* terminating zero (kept): read it with that bound, as `std::string(path, strnlen(path, size))`
+/// does, and do not hand it in again as it is.
 ///
-/// In this order, and each once (kept): "//" becomes "/" and "/./" becomes "/", neither searched again, so "a///b"
+/// In this order, and each once (kept): "//" becomes "/" and "/./" becomes "/", neither searched again, so that "a///b"
 /// keeps two; leading "/", then leading "./", then leading "../" go; then each "/.." at the end or in front of a "/"
-/// goes together with the segment before it, up to the first "/.." that begins a longer name, where it ends. \code char
-/// path[64] = "a/b/../c?x=/../"; CompressUrlPath(path, sizeof(path));  // "/a/c?x=/../" \endcode
+/// goes together with the segment before it. The first "/.." that begins a longer name ends that.
+/// \code
+/// char path[64] = "a/b/../c?x=/../";
+/// CompressUrlPath(path, sizeof path);  // "/a/c?x=/../"
+/// \endcode
 QSBASE_API void CompressUrlPath(char* path, unsigned int size);
 
 /// The canonical text of a URL, for comparing: URLs with the same one are taken for the same. It is lower case as a
 /// whole, path and query included, and is not meant to be fetched.
 ///
 /// 1. What follows the first "#" goes, and so does white space at both ends. Nothing left: an empty text.
-/// 2. In front of the first "?": UrlDecode; "%3f" becomes "?"; behind scheme, "://" and a host name without port or
-/// user
-///    one "." at the host's end goes, and so do "./" and "../" segments of the path, the latter with the segment before
-///    them; then control characters, bytes from 127 on and any of blank "&<>[\]^`{|} are escaped, up to the first "#"
-///    or
-///    "?" that was escaped before.
+/// 2. In front of the first "?": UrlDecode, and "%3f" becomes "?". Then, behind scheme, "://" and a host name without
+///    port or user, one "." at the host's end goes, and so do "./" and "../" segments of the path, the latter with the
+///    segment before them. Then control characters, bytes from 127 on and any of blank "&<>[\]^`{|} are escaped, up to
+///    a "#" or "?" that came out of the decoding.
 /// 3. "?" and the query follow as they are, unless the query is empty.
 /// 4. QsString::ToLower.
 ///
@@ -126,13 +121,12 @@ QSBASE_API void CompressUrlPath(char* path, unsigned int size);
 QSBASE_API std::string NormalizeUrl(const std::string& url);
 
 /// Whether this is an http or https URL of the strict form (RFC 1738, roughly), case ignored:
-/// - host: labels of letters, digits, "-" and (kept) "@", joined by "."; a "-" neither begins nor ends a label; then
-/// ":"
-///   and a number if need be;
+/// - a host: labels of letters, digits, "-" and (kept) "@", joined by "."; a "-" neither begins nor ends a label;
+/// - ":" and a number, if need be;
 /// - then nothing, or "/" and a path, and behind that "?" and a query if need be, both of letters, digits, any of
 ///   $-_.+!*'(),;:@&= and escapes, the path of "/" too.
 ///
-/// So "~", "#", a password, an IPv6 address and a "?" without "/" before it make it false, though URLs in use have
+/// So "~", "#", a password, an IPv6 address and a "?" without "/" before it make it false, though URLs that work have
 /// them.
 ///
 /// The form is one regular expression, made at the first call. The call takes time proportional to the length: some
@@ -142,7 +136,9 @@ QSBASE_API std::string NormalizeUrl(const std::string& url);
 QSBASE_API bool QsIsValidURL(const std::string& url);
 
 /// Cuts a path behind each "/" and returns the number of pieces, which keep their "/". One leading "/" is dropped
-/// first. `path` may be an element of `pieces`. \code SplitPartialUrl("/a/b/c.txt", pieces);  // 3: "a/", "b/", "c.txt"
+/// first. `path` may be an element of `pieces`.
+/// \code
+/// SplitPartialUrl("/a/b/c.txt", pieces);  // 3: "a/", "b/", "c.txt"
 /// \endcode
 QSBASE_API int SplitPartialUrl(const std::string& path, std::vector<std::string>& pieces);
 
