@@ -70,9 +70,10 @@ class Input {
   std::FILE* _stream = nullptr;
 };
 
+}  // namespace
+
 std::string Shown(const std::string& path) { return path == "-" ? "standard input" : "'" + Printable(path) + "'"; }
 
-// \returns what went wrong, empty for success.
 std::string ReadAll(const std::string& path, std::string& content) {
   Input input(path);
   if (!input.Open()) {
@@ -99,6 +100,8 @@ int WriteAll(const std::string& path, const std::string& content) {
   }
   return kExitGood;
 }
+
+namespace {
 
 // ---- encode
 

@@ -34,6 +34,13 @@ int RunDecode(const CodeOptions& options);
 /// One line an input, as md5sum has it.
 int RunHash(const HashOptions& options);
 
+/// How messages name an input: its path in quotes, or "standard input" for "-".
+std::string Shown(const std::string& path);
+/// Appends a file's bytes, or those of standard input for "-". \returns what went wrong, empty for success.
+std::string ReadAll(const std::string& path, std::string& content);
+/// Replaces a file in one step, or writes the bytes to standard output for "-". \returns the program's exit code.
+int WriteAll(const std::string& path, const std::string& content);
+
 }  // namespace qs
 
 #endif

@@ -3,6 +3,7 @@
 #include <QSbase/errors.h>
 #include <QSbase/export.h>
 #include <QSbase/net/http.h>
+#include <QSbase/startup.h>
 #include <QSbase/support/filesupport.h>
 
 #include <CLI/CLI.hpp>
@@ -20,7 +21,9 @@
 #include "fetch.h"
 #include "host.h"
 #include "interrupt.h"
+#include "sysinfo.h"
 #include "url.h"
+#include "xpath.h"
 
 namespace {
 
@@ -40,18 +43,19 @@ struct Options {
   qs::HashOptions hash;
   std::vector<std::string> urls;
   qs::HostOptions host;
+  qs::XPathOptions xpath;
   bool verbose = false;
   bool hmac = false;
   unsigned int memoryLimit = kDefaultMemory;
 };
 
-// Starts and stops what transfers need.
-class HttpSession {
+// Starts and stops the library for transfers. Before the log: what the sockets say of themselves is of no interest.
+class Session {
  public:
-  HttpSession() { InitQsInetHttp(1); }
-  ~HttpSession() { InitQsInetHttp(2); }
-  HttpSession(const HttpSession&) = delete;
-  HttpSession& operator=(const HttpSession&) = delete;
+  Session() { InitBase(1); }
+  ~Session() { InitBase(2); }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
 };
 
 std::string VersionText() {
@@ -206,6 +210,17 @@ void AddUrl(CLI::App& app, Options& options) {
       "Exit codes: 0 all are valid, 1 one is not, 2 bad usage.");
 }
 
+void AddXPath(CLI::App& app, Options& options) {
+  CLI::App* command = app.add_subcommand("xpath", "Print what an XPath expression finds in an XML file");
+  command->add_option("EXPR", options.xpath.expression, "XPath 1.0, such as //title or /a/b/@c")->required();
+  command->add_option("FILE", options.xpath.input, "XML, \"-\" for standard input (default)");
+  command->footer(
+      "Attributes are printed as their values, other nodes as XML, one after the other, in UTF-8. Nothing else is "
+      "read\n"
+      "for the file: neither external entities nor the network.\n"
+      "Exit codes: 0 something was found, 1 nothing was found or the file is no XML, 2 bad usage.");
+}
+
 // What the parser cannot check by itself.
 std::string UsageProblem(const CLI::App& app, const Options& options) {
   if (!app.got_subcommand("encode")) {
@@ -238,16 +253,16 @@ int RunCommand(const CLI::App& app, Options& options) {
     options.fetch.quiet = options.log.quiet;
     options.fetch.memoryLimit = std::uint64_t{options.memoryLimit} << 20;
     qs::CatchInterrupts();
+    const Session session;
     if (const std::string problem = qs::StartLog(options.log); !problem.empty()) {
       qs::PrintError(problem);
       return qs::kExitFailed;
     }
-    const HttpSession session;
     return qs::RunFetch(options.fetch);
   }
   if (app.got_subcommand("demo")) {
     qs::CatchInterrupts();
-    const HttpSession session;
+    const Session session;
     return qs::RunDemo(options.demo);
   }
   if (app.got_subcommand("encode")) {
@@ -258,6 +273,12 @@ int RunCommand(const CLI::App& app, Options& options) {
   }
   if (app.got_subcommand("host")) {
     return qs::RunHost(options.host);
+  }
+  if (app.got_subcommand("sysinfo")) {
+    return qs::RunSysinfo();
+  }
+  if (app.got_subcommand("xpath")) {
+    return qs::RunXPath(options.xpath);
   }
   if (app.got_subcommand("url")) {
     return qs::RunUrl(options.urls);
@@ -280,7 +301,9 @@ int ParseAndRun(int argc, char** argv) {
   AddDecode(app, options);
   AddHash(app, options);
   AddHost(app, options);
+  app.add_subcommand("sysinfo", "Show the system, its processors, memory and file systems");
   AddUrl(app, options);
+  AddXPath(app, options);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

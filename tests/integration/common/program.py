@@ -6,7 +6,7 @@ import pathlib
 import re
 import shlex
 
-BINARY_OUTPUT = ("encode", "decode", "hash")
+BINARY_OUTPUT = ("encode", "decode", "hash", "xpath")
 
 
 class Program:
