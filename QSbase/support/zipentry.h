@@ -13,6 +13,8 @@
 #include <minizip/unzip.h>
 #include <zlib.h>
 
+#include <QSbase/support/zipio.h>
+
 namespace qsbase::detail {
 
 /// Names of so many bytes, or more, are never extracted.
@@ -20,11 +22,21 @@ inline constexpr std::size_t kEntryNameSize = 4096;
 
 struct ZipEntry {
   unz_file_info64 info{};
-  std::string name;  ///< of a longer one the first kEntryNameSize bytes
+  std::string name;            ///< of a longer one the first kEntryNameSize bytes
+  std::string extra;           ///< of a longer extra field the beginning
+  std::uint64_t position = 0;  ///< of its local record in the file; known for an OpenedArchive of the library's own
 };
 
-/// Reads the record of the archive's current entry; minizip's result.
-int ReadEntry(unzFile archive, ZipEntry& entry);
+/// An archive that a host or the library has opened.
+struct OpenedArchive {
+  unzFile handle = nullptr;
+  const UnzipArchive* own = nullptr;  ///< null for a host's
+};
+
+/// Reads the record of the archive's current entry; minizip's result. Sizes and positions of 4 GiB and more (zip64) are
+/// those of the extra field: minizip does not see them where `long` has 64 bits, and of a host's archive it then reads
+/// only what begins within the first 4 GiB.
+int ReadEntry(const OpenedArchive& archive, ZipEntry& entry);
 
 /// Makes the entry of that name the current one. False if there is none; the current entry then stays. With case; on
 /// Windows ASCII letters match in either case.
@@ -47,7 +59,7 @@ bool HasLinkBelow(const std::string& folder, std::string_view path);
 /// checked: no more bytes than stated are given out, and fewer or more are an error.
 class EntryReader {
  public:
-  EntryReader(unzFile archive, const unz_file_info64& info);
+  EntryReader(const OpenedArchive& archive, const ZipEntry& entry);
   ~EntryReader();
   EntryReader(const EntryReader&) = delete;
   EntryReader& operator=(const EntryReader&) = delete;
@@ -63,19 +75,23 @@ class EntryReader {
 
  private:
   bool IsDeflated() const { return _info.compression_method == Z_DEFLATED; }
-  bool Fill();
-  int Inflate();
+  bool OpenOwn();
+  std::size_t ReadRaw(unsigned char* out, std::size_t size);
+  bool Inflate(unsigned char* out, std::size_t size);
+  bool InflateStep();
   bool EndsHere();
 
-  unzFile _archive;
+  const OpenedArchive& _archive;
   const unz_file_info64& _info;
+  std::uint64_t _position;  // of the library's own archive: what comes next of the file
+  std::uint64_t _rawLeft;
   std::uint64_t _left;
-  bool _open = false;
+  bool _hostOpen = false;
   bool _inflating = false;
   bool _ended = false;
   uLong _crc = 0;
   z_stream _stream{};
-  std::array<unsigned char, 16384> _input;
+  std::array<unsigned char, 65536> _input;
 };
 
 }  // namespace qsbase::detail

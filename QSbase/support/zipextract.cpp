@@ -250,14 +250,14 @@ bool PrepareTarget(const EntryTarget& target) {
   return true;
 }
 
-int Extract(unzFile archive, const char* nameInZip, const EntryTarget& target) {
-  if (archive == nullptr) {
+int Extract(const OpenedArchive& archive, const char* nameInZip, const EntryTarget& target) {
+  if (archive.handle == nullptr) {
     return -12;
   }
   if (nameInZip != nullptr && *nameInZip == '\0') {
     return -11;
   }
-  if (nameInZip != nullptr && !LocateEntry(archive, nameInZip)) {
+  if (nameInZip != nullptr && !LocateEntry(archive.handle, nameInZip)) {
     return -1;
   }
   if (!PrepareTarget(target)) {
@@ -279,14 +279,14 @@ int ExtractFromPath(const char* zipPath, const char* nameInZip, const EntryTarge
   if (!OpenArchive(archive, path)) {
     return -103;
   }
-  const int result = Extract(archive.Handle(), nameInZip, target);
+  const int result = Extract({archive.Handle(), &archive}, nameInZip, target);
   CloseArchive(archive, path);
   return result;
 }
 
 }  // namespace
 
-int ExtractEntry(unzFile archive, const ZipEntry& entry, const EntryTarget& target) {
+int ExtractEntry(const OpenedArchive& archive, const ZipEntry& entry, const EntryTarget& target) {
   constexpr uLong kEncrypted = 1U << 0 | 1U << 7;
   constexpr uLong kStored = 0;
   const unz_file_info64& info = entry.info;
@@ -299,7 +299,7 @@ int ExtractEntry(unzFile archive, const ZipEntry& entry, const EntryTarget& targ
   if (target.path == nullptr && target.buffer == nullptr) {
     return StateSize(info.uncompressed_size, target);
   }
-  EntryReader reader(archive, info);
+  EntryReader reader(archive, entry);
   if (!reader.Open()) {
     return -2;
   }
@@ -327,7 +327,7 @@ void CloseArchive(UnzipArchive& archive, const std::string& path) {
 using namespace qsbase::detail;
 
 int QsExtractFile(void* archive, const char* nameInZip, const char* destPath, char** buffer, int* size, int chunkSize) {
-  return Extract(archive, nameInZip, {destPath, buffer, size, chunkSize});
+  return Extract({archive}, nameInZip, {destPath, buffer, size, chunkSize});
 }
 
 int QsExtractFileSimple(const char* zipPath, const char* nameInZip, const char* destPath, char** buffer, int* size,

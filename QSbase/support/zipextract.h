@@ -21,7 +21,7 @@ struct EntryTarget {
 };
 
 /// Extracts the current entry, whose record has been read; the results are those of QsExtractFile.
-int ExtractEntry(unzFile archive, const ZipEntry& entry, const EntryTarget& target);
+int ExtractEntry(const OpenedArchive& archive, const ZipEntry& entry, const EntryTarget& target);
 
 /// Opens an archive, or logs that it cannot be.
 bool OpenArchive(UnzipArchive& archive, const std::string& path);

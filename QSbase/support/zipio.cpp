@@ -20,11 +20,12 @@ namespace {
 // two has its window into the file.
 constexpr std::size_t kWindow = 16384;
 
-// The absolute position that minizip means; nothing if that would be before the start.
+// The absolute position that minizip means; nothing if that would be before the start. A step back comes as an
+// unsigned number.
 std::optional<std::uint64_t> Target(std::uint64_t position, std::uint64_t size, ZPOS64_T offset, int origin) {
   const std::uint64_t base = origin == ZLIB_FILEFUNC_SEEK_CUR ? position : origin == ZLIB_FILEFUNC_SEEK_END ? size : 0;
-  constexpr std::uint64_t kMax = INT64_MAX;
-  return offset <= kMax - std::min(base, kMax) ? std::optional<std::uint64_t>(base + offset) : std::nullopt;
+  const std::uint64_t target = base + offset;
+  return target <= INT64_MAX ? std::optional<std::uint64_t>(target) : std::nullopt;
 }
 
 }  // namespace
@@ -48,6 +49,7 @@ class UnzipArchive::Input {
     while (done < size) {
       const Window* const window = FindWindow();
       if (window == nullptr) {
+        _failed = true;  // minizip would take what is missing for zeros
         break;
       }
       const std::size_t skipped = static_cast<std::size_t>(_position - window->start);
@@ -63,6 +65,7 @@ class UnzipArchive::Input {
 
   bool Seek(ZPOS64_T offset, int origin) {
     const std::optional<std::uint64_t> target = Target(_position, _size, offset, origin);
+    firstSeek = firstSeek ? firstSeek : target;
     _position = target.value_or(_position);
     return target.has_value();
   }
@@ -70,6 +73,8 @@ class UnzipArchive::Input {
   bool IsFailed() const { return _failed; }
 
   bool Close() { return _file.Close(); }
+
+  std::optional<std::uint64_t> firstSeek;
 
   static zlib_filefunc64_def Functions(Input& input) {
     zlib_filefunc64_def functions{};
@@ -119,10 +124,14 @@ class UnzipArchive::Input {
       return 0;
     }
     const std::ptrdiff_t count = _file.Read(out, size);
-    _failed = count < 0;
-    _filePosition = _failed ? kUnknown : _position + static_cast<std::uint64_t>(count);
-    _position = _failed ? _position : _filePosition;
-    return _failed ? 0 : static_cast<std::size_t>(count);
+    if (count < 0) {
+      _failed = true;
+      _filePosition = kUnknown;
+      return 0;
+    }
+    _position += static_cast<std::uint64_t>(count);
+    _filePosition = _position;
+    return static_cast<std::size_t>(count);
   }
 
   static constexpr std::uint64_t kUnknown = UINT64_MAX;
@@ -156,6 +165,14 @@ bool UnzipArchive::Open(const std::string& path) {
   }
   return _handle != nullptr;
 }
+
+std::size_t UnzipArchive::ReadAt(std::uint64_t position, void* out, std::size_t size) const {
+  return _input->Seek(position, ZLIB_FILEFUNC_SEEK_SET) ? _input->Read(static_cast<char*>(out), size) : 0;
+}
+
+void UnzipArchive::ForgetSeek() const { _input->firstSeek.reset(); }
+
+std::optional<std::uint64_t> UnzipArchive::FirstSeek() const { return _input->firstSeek; }
 
 int UnzipArchive::Close() {
   const int result = _handle == nullptr ? UNZ_OK : unzClose(_handle);

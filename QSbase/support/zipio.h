@@ -5,7 +5,10 @@
 #ifndef QSBASE_SUPPORT_ZIPIO_H
 #define QSBASE_SUPPORT_ZIPIO_H
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <minizip/unzip.h>
@@ -25,6 +28,13 @@ class UnzipArchive {
   bool Open(const std::string& path);
 
   unzFile Handle() const { return _handle; }
+
+  /// Reads from an absolute position of the file. How many bytes; fewer at its end and where it cannot be read.
+  std::size_t ReadAt(std::uint64_t position, void* out, std::size_t size) const;
+
+  /// Forgets where minizip went, and tells where it went first since then: nothing if it went nowhere.
+  void ForgetSeek() const;
+  std::optional<std::uint64_t> FirstSeek() const;
 
   /// Closes what was opened; minizip's result.
   int Close();

@@ -31,16 +31,16 @@ constexpr WalkCodes kExtractCodes = {-11, -10, -9};
 // Visits each entry with its number, from 1, and the number of all. What the visitor returns other than 0 ends the
 // walk and is its result.
 template <class Visit>
-int WalkEntries(unzFile archive, const std::string& path, const WalkCodes& codes, Visit visit) {
+int WalkEntries(const UnzipArchive& archive, const std::string& path, const WalkCodes& codes, Visit visit) {
   unz_global_info64 global;
-  int result = unzGetGlobalInfo64(archive, &global);
+  int result = unzGetGlobalInfo64(archive.Handle(), &global);
   if (result != UNZ_OK) {
     QsLogMsg(kLogError, "unzGetGlobalInfo failed (%d) for %s", result, path.c_str());
     return codes.noGlobalInfo;
   }
   ZipEntry entry;
   for (std::uint64_t number = 1; number <= global.number_entry; ++number) {
-    result = ReadEntry(archive, entry);
+    result = ReadEntry({archive.Handle(), &archive}, entry);
     if (result != UNZ_OK) {
       QsLogMsg(kLogError, "unzGetCurrentFileInfo failed (%d) for %s in %s", result, entry.name.c_str(), path.c_str());
       return codes.noEntry;
@@ -49,7 +49,7 @@ int WalkEntries(unzFile archive, const std::string& path, const WalkCodes& codes
     if (verdict != 0) {
       return verdict;
     }
-    result = unzGoToNextFile(archive);
+    result = unzGoToNextFile(archive.Handle());
     if (result == UNZ_END_OF_LIST_OF_FILE) {
       break;
     }
@@ -106,11 +106,10 @@ int Summarize(const std::string& path, const ZipSummary& summary) {
   if (!OpenArchive(archive, path)) {
     return -4;
   }
-  const int result =
-      WalkEntries(archive.Handle(), path, kListCodes, [&](const ZipEntry& entry, std::uint64_t, std::uint64_t) {
-        summary.Add(entry);
-        return 0;
-      });
+  const int result = WalkEntries(archive, path, kListCodes, [&](const ZipEntry& entry, std::uint64_t, std::uint64_t) {
+    summary.Add(entry);
+    return 0;
+  });
   CloseArchive(archive, path);
   return result;
 }
@@ -131,16 +130,16 @@ class WholeExtraction {
     if (QsGetLogLevel() >= kVerboseLevel) {
       QsLogMsg(kLogInfo4, "extracting %s to %s", _archivePath.c_str(), _folder.c_str());
     }
-    const int result = WalkEntries(archive.Handle(), _archivePath, kExtractCodes,
+    const int result = WalkEntries(archive, _archivePath, kExtractCodes,
                                    [&](const ZipEntry& entry, std::uint64_t number, std::uint64_t count) {
-                                     return Visit(archive.Handle(), entry, number, count);
+                                     return Visit(archive, entry, number, count);
                                    });
     CloseArchive(archive, _archivePath);
     return result;
   }
 
  private:
-  int Visit(unzFile archive, const ZipEntry& entry, std::uint64_t number, std::uint64_t count) {
+  int Visit(const UnzipArchive& archive, const ZipEntry& entry, std::uint64_t number, std::uint64_t count) {
     const int result = IsDirectoryEntry(entry.name) ? MakeDirectory(entry) : ExtractFile(archive, entry);
     if (result != 0) {
       return result;
@@ -159,7 +158,7 @@ class WholeExtraction {
     return IsInside(entry, path) && EnsureFolder(path) ? 0 : FailToMake(_folder + entry.name);
   }
 
-  int ExtractFile(unzFile archive, const ZipEntry& entry) {
+  int ExtractFile(const UnzipArchive& archive, const ZipEntry& entry) {
     const std::string_view path = EntryFolder(entry.name);
     constexpr int kNoFile = -3;
     if (!IsInside(entry, path)) {
@@ -172,7 +171,7 @@ class WholeExtraction {
     EntryTarget file;
     file.path = target.c_str();
     file.replacesLink = true;
-    const int code = ExtractEntry(archive, entry, file);
+    const int code = ExtractEntry({archive.Handle(), &archive}, entry, file);
     return code == 0 ? 0 : FailToExtract(entry, code);
   }
 

@@ -221,7 +221,7 @@ int QsUncompress(std::string& out, unsigned long size, const std::string& in) {
   ZBuffers buffers{memory.get(), size, Bytes(in), in.size()};
   const int result = InflateAll(buffers);
   Assign(out, buffers, kWhat, __LINE__);
-  return UncompressResult(result, buffers.destLen < size);
+  return UncompressResult(result, size == 0 || buffers.destLen < size);
 }
 
 int QsUncompress_Part(unsigned char* dest, unsigned long* destLen, const unsigned char* src, unsigned long* srcLen) {

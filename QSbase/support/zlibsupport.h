@@ -94,7 +94,9 @@ QSBASE_API bool QsWrite2Zip(const char* zipPath, const std::string& content, con
 
 // ---- Extraction of one entry ----
 
-/// Extracts an entry of an open archive (`unzFile`). The checks are made in the order of the table, down to -2.
+/// Extracts an entry of an open archive (`unzFile`). On Linux minizip reaches no entry of a handle that begins behind
+/// the first 4 GiB (-2); the functions that open the archive themselves do. The checks are made in the order of the
+/// table, down to -2.
 ///
 /// | code | meaning                                                                            |
 /// |------|------------------------------------------------------------------------------------|
@@ -130,7 +132,8 @@ QSBASE_API int QsExtractFile(void* unzFile, const char* nameInZip, const char* d
                              int chunkSize);
 
 /// QsExtractFile with opening and closing of the archive. Also -101 for a null or empty `zipPath`, -102 if there is
-/// nothing, -103 (logged: "error opening archive: ...") if it cannot be opened. A null name is the first entry.
+/// nothing, -103 (logged: "error opening archive: ...") if it cannot be opened; kept as minizip has it, also an archive
+/// of 22 bytes that has no entry. A null name is the first entry.
 QSBASE_API int QsExtractFileSimple(const char* zipPath, const char* nameInZip, const char* destPath, char** buffer,
                                    int* size, int chunkSize);
 
