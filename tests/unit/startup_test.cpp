@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -25,7 +26,7 @@ using ::testing::StartsWith;
 
 const auto kStart = ElementsAre(StartsWith("WinSock Description: "), "WinSock DLL 2.2 or higher found");
 
-long StartsIn(const LogCapture& log) {
+std::ptrdiff_t StartsIn(const LogCapture& log) {
   const std::vector<std::string> texts = log.Texts();
   return std::count(texts.begin(), texts.end(), "WinSock DLL 2.2 or higher found");
 }
