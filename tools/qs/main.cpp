@@ -19,6 +19,7 @@
 #include "consoleos.h"
 #include "demo.h"
 #include "fetch.h"
+#include "ftp.h"
 #include "host.h"
 #include "interrupt.h"
 #include "sysinfo.h"
@@ -41,6 +42,9 @@ struct Options {
   qs::CodeOptions encode;
   qs::CodeOptions decode;
   qs::HashOptions hash;
+  std::vector<std::string> uploadWords;  // the files, and the URL behind them
+  qs::FtpOptions upload;
+  qs::FtpOptions ls;
   std::vector<std::string> urls;
   qs::HostOptions host;
   qs::XPathOptions xpath;
@@ -193,6 +197,32 @@ void AddHash(CLI::App& app, Options& options) {
   command->add_option("FILE", options.hash.inputs, "Inputs, \"-\" for standard input (default)");
 }
 
+void AddFtpLogin(CLI::App& command, qs::FtpOptions& options) {
+  command.add_option("--user", options.user, "User name, instead of the URL's (default: anonymous)")->type_name("NAME");
+  command.add_option("--password", options.password, "Password, instead of the URL's")->type_name("TEXT");
+}
+
+void AddUpload(CLI::App& app, Options& options) {
+  CLI::App* command = app.add_subcommand("upload", "Upload files to a directory of an FTP server");
+  command->footer(
+      "The directory is made when missing; it is below the one that the log-in leads to, or below the root when it\n"
+      "begins with %2F. A file of the same name there is replaced. Ctrl-C stops when the file on its way has arrived.\n"
+      "Exit codes: 0 all is well, 1 a file failed, 2 bad usage, 130 interrupted.");
+  command
+      ->add_option("FILE... URL", options.uploadWords, "Files, and behind them ftp://[USER[:PASSWORD]@]HOST[:PORT]/DIR")
+      ->required();
+  AddFtpLogin(*command, options.upload);
+  command->add_option("--log", options.log.folder, "Write a log file qs.log in this folder; old ones go to backup/")
+      ->type_name("DIR");
+  AddLogOptions(*command, options.log.level, options.log.quiet, options.verbose);
+}
+
+void AddLs(CLI::App& app, Options& options) {
+  CLI::App* command = app.add_subcommand("ls", "List the names in a directory of an FTP server");
+  command->add_option("URL", options.ls.url, "ftp://[USER[:PASSWORD]@]HOST[:PORT]/DIR")->required();
+  AddFtpLogin(*command, options.ls);
+}
+
 void AddHost(CLI::App& app, Options& options) {
   CLI::App* command =
       app.add_subcommand("host", "Show names, user and network adapters of this machine, or the addresses of a name");
@@ -221,8 +251,22 @@ void AddXPath(CLI::App& app, Options& options) {
       "Exit codes: 0 something was found, 1 nothing was found or the file is no XML, 2 bad usage.");
 }
 
+// The parser gives all words to the first positional that takes several.
+void TakeUrlFromWords(const std::vector<std::string>& words, qs::FtpOptions& options) {
+  if (!words.empty()) {
+    options.files.assign(words.begin(), words.end() - 1);
+    options.url = words.back();
+  }
+}
+
 // What the parser cannot check by itself.
 std::string UsageProblem(const CLI::App& app, const Options& options) {
+  if (app.got_subcommand("upload")) {
+    return options.upload.files.empty() ? "files and a URL are needed" : qs::FtpUsageProblem(options.upload);
+  }
+  if (app.got_subcommand("ls")) {
+    return qs::FtpUsageProblem(options.ls);
+  }
   if (!app.got_subcommand("encode")) {
     return {};
   }
@@ -241,6 +285,17 @@ std::string UsageProblem(const CLI::App& app, const Options& options) {
     return "a name cannot hold line breaks";
   }
   return {};
+}
+
+int RunUploadCommand(Options& options) {
+  options.upload.quiet = options.log.quiet;
+  qs::CatchInterrupts();
+  const Session session;
+  if (const std::string problem = qs::StartLog(options.log); !problem.empty()) {
+    qs::PrintError(problem);
+    return qs::kExitFailed;
+  }
+  return qs::RunUpload(options.upload);
 }
 
 int RunCommand(const CLI::App& app, Options& options) {
@@ -271,6 +326,13 @@ int RunCommand(const CLI::App& app, Options& options) {
   if (app.got_subcommand("decode")) {
     return qs::RunDecode(options.decode);
   }
+  if (app.got_subcommand("upload")) {
+    return RunUploadCommand(options);
+  }
+  if (app.got_subcommand("ls")) {
+    const Session session;
+    return qs::RunLs(options.ls);
+  }
   if (app.got_subcommand("host")) {
     return qs::RunHost(options.host);
   }
@@ -300,6 +362,8 @@ int ParseAndRun(int argc, char** argv) {
   AddEncode(app, options);
   AddDecode(app, options);
   AddHash(app, options);
+  AddUpload(app, options);
+  AddLs(app, options);
   AddHost(app, options);
   app.add_subcommand("sysinfo", "Show the system, its processors, memory and file systems");
   AddUrl(app, options);
@@ -313,6 +377,7 @@ int ParseAndRun(int argc, char** argv) {
     qs::PrintError(std::string(error.what()) + " (see qs --help)");
     return qs::kExitUsage;
   }
+  TakeUrlFromWords(options.uploadWords, options.upload);
   if (const std::string problem = UsageProblem(app, options); !problem.empty()) {
     qs::PrintError(problem);
     return qs::kExitUsage;
