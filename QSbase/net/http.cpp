@@ -38,6 +38,7 @@ using namespace qsbase::detail;
 
 constexpr long defaultConnectTimeout = 30;
 constexpr std::int32_t longestConnectTimeout = std::numeric_limits<std::int32_t>::max() / 1000;  // libcurl's own limit
+constexpr long receiveBuffer = 102400;  // bytes: every chunk costs a read from the network and a flush of the file
 constexpr long slowestBytesPerSecond = 512;
 constexpr long slowSeconds = 60;
 
@@ -188,6 +189,7 @@ class Transfer {
   }
 
   void SetReceivers() {
+    Set(CURLOPT_BUFFERSIZE, receiveBuffer);
     Set(CURLOPT_WRITEFUNCTION, &ReceiveBody);
     Set(CURLOPT_WRITEDATA, static_cast<void*>(&_body));
     Set(CURLOPT_HEADERFUNCTION, &ReceiveHeader);
