@@ -48,19 +48,22 @@ zip_fileinfo FileInfo(const QsDateTime& time) {
   return info;
 }
 
-// Bit 11: the name is UTF-8. An ASCII name needs no mark.
-uLong NameFlags(const char* name) {
-  constexpr uLong kUtf8 = 1U << 11;
+// An ASCII name needs no mark.
+bool IsMarkedUtf8(const char* name) {
   const std::string text = name == nullptr ? "" : name;
-  return !QsIsUTF8StringUsAscii(text) && QsIsValidUTF8(text) ? kUtf8 : 0;
+  return !QsIsUTF8StringUsAscii(text) && QsIsValidUTF8(text);
 }
 
 bool OpenEntry(zipFile zip, const char* name, const QsDateTime& time, std::uint64_t size) {
+  constexpr uLong kUtf8 = 1U << 11;
+  // Some programs take what DOS has made for a name in its code page, even a marked one; hence NTFS.
+  constexpr uLong kNtfs = 10U << 8 | 20U;
   const zip_fileinfo info = FileInfo(time);
+  const bool utf8 = IsMarkedUtf8(name);
   const int zip64 = size >= kZip64Size ? 1 : 0;
   return zipOpenNewFileInZip4_64(zip, name, &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED, Z_DEFAULT_COMPRESSION,
-                                 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, 0, NameFlags(name),
-                                 zip64) == ZIP_OK;
+                                 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, utf8 ? kNtfs : 0,
+                                 utf8 ? kUtf8 : 0, zip64) == ZIP_OK;
 }
 
 bool WriteContent(zipFile zip, const std::string& content) {

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "archive.h"
 #include "coders.h"
 #include "consoleos.h"
 #include "demo.h"
@@ -48,6 +49,8 @@ struct Options {
   std::vector<std::string> urls;
   qs::HostOptions host;
   qs::XPathOptions xpath;
+  qs::ZipOptions zip;
+  qs::UnzipOptions unzip;
   bool verbose = false;
   bool hmac = false;
   unsigned int memoryLimit = kDefaultMemory;
@@ -259,6 +262,22 @@ void TakeUrlFromWords(const std::vector<std::string>& words, qs::FtpOptions& opt
   }
 }
 
+void AddZip(CLI::App& app, Options& options) {
+  CLI::App* command = app.add_subcommand("zip", "Write files and folders to a zip archive, replacing it in one step");
+  command->add_option("ARCHIVE", options.zip.archive, "The archive")->required();
+  command->add_option("FILE", options.zip.inputs, "Files, and folders with all that is in them")->required();
+  command->add_flag("-q,--quiet", options.zip.quiet, "No progress");
+}
+
+void AddUnzip(CLI::App& app, Options& options) {
+  CLI::App* command = app.add_subcommand("unzip", "Extract a zip archive; nothing is written outside the folder");
+  command->add_option("ARCHIVE", options.unzip.archive, "The archive")->required();
+  command->add_option("-d,--directory", options.unzip.outputFolder, "Folder to extract to (default: here)")
+      ->type_name("DIR");
+  command->add_flag("-l,--list", options.unzip.list, "List the files instead");
+  command->add_flag("-q,--quiet", options.unzip.quiet, "No progress");
+}
+
 // What the parser cannot check by itself.
 std::string UsageProblem(const CLI::App& app, const Options& options) {
   if (app.got_subcommand("upload")) {
@@ -345,6 +364,14 @@ int RunCommand(const CLI::App& app, Options& options) {
   if (app.got_subcommand("url")) {
     return qs::RunUrl(options.urls);
   }
+  if (app.got_subcommand("zip")) {
+    qs::CatchInterrupts();
+    return qs::RunZip(options.zip);
+  }
+  if (app.got_subcommand("unzip")) {
+    qs::CatchInterrupts();
+    return qs::RunUnzip(options.unzip);
+  }
   if (options.hash.inputs.empty()) {
     options.hash.inputs = {"-"};
   }
@@ -362,6 +389,8 @@ int ParseAndRun(int argc, char** argv) {
   AddEncode(app, options);
   AddDecode(app, options);
   AddHash(app, options);
+  AddZip(app, options);
+  AddUnzip(app, options);
   AddUpload(app, options);
   AddLs(app, options);
   AddHost(app, options);

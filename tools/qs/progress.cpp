@@ -40,14 +40,18 @@ void Progress::Begin(const std::string& title) {
   Show(_terminal ? Shorten(title) : title);
 }
 
-void Progress::Update(std::uint64_t bytes, std::uint64_t total) {
+void Progress::Update(std::uint64_t bytes, std::uint64_t total) { ShowSometimes(Figures(bytes, total)); }
+
+void Progress::UpdatePercent(int percent) { ShowSometimes(std::to_string(percent) + " %"); }
+
+void Progress::ShowSometimes(const std::string& figures) {
   const auto now = std::chrono::steady_clock::now();
   const auto pause = _terminal ? std::chrono::milliseconds(kTerminalPause) : std::chrono::milliseconds(kPlainPause);
   if (now - _lastTime < pause) {
     return;
   }
   _lastTime = now;
-  Show((_terminal ? Shorten(_title) : _title) + ": " + Figures(bytes, total));
+  Show((_terminal ? Shorten(_title) : _title) + ": " + figures);
 }
 
 void Progress::End() {

@@ -22,10 +22,13 @@ class Progress {
   void Begin(const std::string& title);
   /// So many bytes are there, of so many when that is known (else 0). Shows a few of the calls only.
   void Update(std::uint64_t bytes, std::uint64_t total);
+  /// So many percent are done. Shows a few of the calls only.
+  void UpdatePercent(int percent);
   /// The transfer is over: the terminal's line is erased.
   void End();
 
  private:
+  void ShowSometimes(const std::string& figures);
   void Show(const std::string& text);
 
   bool _quiet;
