@@ -2,8 +2,8 @@
 /// The system's sockets (internal). Twins: posix/socketos.cpp, win32/socketos.cpp.
 ///
 /// A function that gives false, kNoSocket or -1 has failed and left the reason in the last error (LastSocketError()).
-/// None raises a signal, and none but OsPoll() and OsConnect() ends because of one. Any thread may call; a socket is
-/// for one at a time.
+/// None raises a signal, and only OsConnect(), OsListen() and the waits for data and for room end because of one. Any
+/// thread may call; a socket is for one at a time.
 #ifndef QSBASE_NET_SOCKETOS_H
 #define QSBASE_NET_SOCKETOS_H
 
@@ -27,7 +27,8 @@ struct SocketAddress {
 /// The address with its family and \p port, which is in host order.
 SocketAddress OsSocketAddress(std::uint32_t networkAddress, std::uint16_t port);
 
-/// A blocking IPv4 socket that no child process inherits. \p protocol 0 is the one that goes with the type.
+/// A blocking IPv4 socket that no child process inherits. Without \p tcp its protocol is the one that goes with the
+/// type.
 SocketHandle OsOpenSocket(std::int32_t type, bool tcp);
 
 /// Sends small pieces at once.
@@ -39,7 +40,7 @@ void OsAllowReuse(SocketHandle socket);
 /// After a failure with kSocketInProgress or kSocketInterrupted the connection is still being made.
 bool OsConnect(SocketHandle socket, const SocketAddress& address);
 
-/// Whether the attempt that is over (OsPoll() said so) has succeeded.
+/// Whether the attempt that is over (OsPollForRoom() said so) has succeeded.
 bool OsIsConnected(SocketHandle socket);
 
 bool OsBind(SocketHandle socket, const SocketAddress& address);

@@ -814,7 +814,7 @@ TEST_F(SocketLinuxTest, ListenReadAndWriteGoOnWhenTheyAreInterrupted) {
   Pair pair;
   LogCapture log;
   callsThatFail = 3;
-  EXPECT_EQ(pair.client.Write("ab", 2), 2);
+  ASSERT_EQ(pair.client.Write("ab", 2), 2);
   EXPECT_EQ(callsThatFail, 0);
   char buffer[2];
   callsThatFail = 3;
