@@ -59,7 +59,7 @@ class EchoServer : public QsThread {
 };
 
 int main() {
-  InitQsSocket(1);
+  InitBase(1);
   QsSocket listener;
   const int port = ListenSomewhere(listener);
   EchoServer server(listener);
@@ -73,5 +73,5 @@ int main() {
   socket.Close();
   server.WaitFor(-1);
   std::printf("%s: %s\n", isEchoed ? "echoed" : "failed", echo.c_str());
-  InitQsSocket(2);
+  InitBase(2);
 }
