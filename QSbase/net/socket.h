@@ -13,7 +13,7 @@
 #include <QSbase/export.h>
 
 /// Starts (phase 1) and stops (phase 2) the system's sockets for the process; any other phase does nothing. Phase 1
-/// comes before the first use of a socket, phase 2 after the last; Windows counts them.
+/// comes before the first use of a socket, phase 2 after the last; Windows counts them. Any thread may call.
 ///
 /// Phase 1 logs info of level 1 (0x10000001) "WinSock Description: %s, Systemstatus: %s, MaxSockets: %d", then
 /// "WinSock DLL 2.2 or higher found". On Linux, where nothing needs a start, the two texts are "BSD sockets" and
@@ -75,7 +75,7 @@ class QSBASE_API QsSocket {
   int Accept(QsSocket& client);
 
   /// Opens a socket (TCP_NODELAY) and connects it to a host. A socket that was open is closed first, whatever comes of
-  /// it.
+  /// it. Any address is this machine on Linux; Windows refuses to connect to it (10049).
   /// \param timeout  not used (kept). The system gives up in its own time (21 seconds on Windows, about two minutes on
   ///   Linux); when a signal interrupts it, the rest may take 30 seconds more.
   /// \returns 0; -1 without a record, when the host has no address, when there is no connection. Then no socket is

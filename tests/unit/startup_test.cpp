@@ -1,11 +1,17 @@
-// What is started is seen by what the sockets say of it. Each test needs a process of its own.
+// What is started is seen by what the sockets say of it, and on Linux by the calls of the other libraries. Each test
+// needs a process of its own.
 #include <QSbase/startup.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#ifndef _WIN32
+#include <dlfcn.h>
+#endif
+
 #include <common/logcapture.h>
 
+#include <QSbase/immortal.h>
 #include <QSbase/log/log.h>
 #include <QSbase/support/libxmlsupport.h>
 
@@ -16,6 +22,39 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#ifndef _WIN32
+namespace {
+
+// Of starts and stops. Not destroyed: libxml2 stops itself when the process ends.
+std::vector<std::string>& Steps() {
+  static qsbase::detail::Immortal<std::vector<std::string>> steps;
+  return steps.value;
+}
+
+void LogStep(unsigned int /*flags*/, const char* text) { Steps().emplace_back(text); }
+
+template <typename Function>
+Function* Step(Function* /*own*/, const char* name) {
+  Steps().emplace_back(name);
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" {
+
+void xmlInitParser();
+void xmlCleanupParser();
+int curl_global_init(long flags);
+void curl_global_cleanup();
+
+void xmlInitParser() { Step(&xmlInitParser, "xmlInitParser")(); }
+void xmlCleanupParser() { Step(&xmlCleanupParser, "xmlCleanupParser")(); }
+int curl_global_init(long flags) { return Step(&curl_global_init, "curl_global_init")(flags); }
+void curl_global_cleanup() { Step(&curl_global_cleanup, "curl_global_cleanup")(); }
+}
+#endif
 
 namespace {
 
@@ -127,6 +166,48 @@ TEST(InitBase, MayBeCalledByWhatItCalls) {
   DisableLogCallback(&StartFromInside);
   InitBase(2);
 }
+
+#ifndef _WIN32
+TEST(InitBaseOrder, IsThatOfTheSubsystemsAndTurnedRoundForTheStop) {
+  const auto started = ElementsAre("xmlInitParser", StartsWith("WinSock Description: "),
+                                   "WinSock DLL 2.2 or higher found", "curl_global_init");
+  SetLogCallback(&LogStep);
+  Steps().clear();
+  InitBase(1);
+  EXPECT_THAT(Steps(), started);
+  InitBase(1);
+  EXPECT_THAT(Steps(), started);
+  Steps().clear();
+  InitBase(2);
+  EXPECT_THAT(Steps(), ElementsAre("curl_global_cleanup", "xmlCleanupParser"));
+  Steps().clear();
+  InitBase(2);  // every time; what is over then is the parser's own knowledge
+  EXPECT_THAT(Steps(), ElementsAre("curl_global_cleanup"));
+  Steps().clear();
+  InitBase(1);
+  for (const int phase : {3, 0, -1}) {
+    InitBase(phase);
+  }
+  EXPECT_THAT(Steps(), IsEmpty());
+  DisableLogCallback(&LogStep);
+}
+
+void LogAndFail(unsigned int flags, const char* text) {
+  LogStep(flags, text);
+  throw std::runtime_error("no");
+}
+
+TEST(InitBaseOrder, BeginsAnewAfterAFailure) {
+  SetLogCallback(&LogAndFail);
+  Steps().clear();
+  EXPECT_THROW(InitBase(1), std::runtime_error);
+  EXPECT_THROW(InitBase(1), std::runtime_error);
+  DisableLogCallback(&LogAndFail);
+  EXPECT_THAT(Steps(), ElementsAre("xmlInitParser", StartsWith("WinSock Description: "), "xmlInitParser",
+                                   StartsWith("WinSock Description: ")));
+  InitBase(2);
+}
+#endif
 
 TEST(InitQsThread, DoesNothing) {
   const LogCapture log;
