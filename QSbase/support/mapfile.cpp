@@ -92,7 +92,8 @@ struct QsMapFile::Impl {
 
  private:
   Failures Abandon();
-  void CloseHandles(Failures& failures, const char* mappingText, const char* fileText);
+  void CloseMapping(Failures& failures, const char* what);
+  void CloseFile(Failures& failures, const char* what);
 };
 
 void QsMapFile::Impl::Open(const std::string& path, bool readOnly) {
@@ -119,8 +120,8 @@ void QsMapFile::Impl::Open(const std::string& path, bool readOnly) {
 Failures QsMapFile::Impl::Abandon() {
   const LastErrorGuard keep;
   Failures failures;
-  CloseHandles(failures, "QsMapFileImpl::Open: Unable to close mapped file handle",
-               "QsMapFileImpl::Open: Unable to close file handle");
+  CloseFile(failures, "QsMapFileImpl::Open: Unable to close file handle");
+  CloseMapping(failures, "QsMapFileImpl::Open: Unable to close mapped file handle");
   return failures;
 }
 
@@ -129,17 +130,20 @@ Failures QsMapFile::Impl::Close() {
   if (view != nullptr) {
     failures.Check(OsUnmapView(std::exchange(view, nullptr), size), "Unable to unmap file from memory");
   }
-  CloseHandles(failures, "QsMapFileImpl::Close: Unable to close mapped file handle",
-               "QsMapFileImpl::Close: Unable to close file handle");
+  CloseMapping(failures, "QsMapFileImpl::Close: Unable to close mapped file handle");
+  CloseFile(failures, "QsMapFileImpl::Close: Unable to close file handle");
   return failures;
 }
 
-void QsMapFile::Impl::CloseHandles(Failures& failures, const char* mappingText, const char* fileText) {
+void QsMapFile::Impl::CloseMapping(Failures& failures, const char* what) {
   if (mapping != kNoHandle) {
-    failures.Check(OsCloseMapping(std::exchange(mapping, kNoHandle)), mappingText);
+    failures.Check(OsCloseMapping(std::exchange(mapping, kNoHandle)), what);
   }
+}
+
+void QsMapFile::Impl::CloseFile(Failures& failures, const char* what) {
   if (file != kNoHandle) {
-    failures.Check(OsCloseFile(std::exchange(file, kNoHandle)), fileText);
+    failures.Check(OsCloseFile(std::exchange(file, kNoHandle)), what);
   }
 }
 

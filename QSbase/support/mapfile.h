@@ -43,16 +43,21 @@ class QSBASE_API QsMapFile {
 
   /// Closes what is open, then maps the file: for reading only, so that writing to the memory is a fault, or for
   /// reading and writing. Throws ExBase, and the object is closed then:
-  /// - "Unable to open file: %s (%s)": the path and the system's text. The last-error code has its number.
+  /// - "Unable to open file: %s (%s)": the path and the system's text.
   /// - "Unable to create mapping for file: %s (%s)": also for an empty file.
   /// - "Unable to create map file into memory": no room in the address space, say. The path and the system's text are
   ///   logged as error "Unable to create map file into memory: %s (%s)".
   /// - what Close() throws.
+  /// The last-error code of the first three is that of the step that failed. What was open already and does not close
+  /// is logged as error "QsMapFileImpl::Open: Unable to close file handle (%s)" or "QsMapFileImpl::Open: Unable to close
+  /// mapped file handle (%s)".
   void Open(const std::string& name, bool readOnly);
 
   /// Gives the memory back and closes the file; does nothing when closed. What was written is in the file for all
-  /// processes, on the disk when the system writes it. Every failure is logged as an error, with the system's text, and
-  /// after the last step ExBase "Unable to unmap file from memory" is thrown. The object is closed in any case.
+  /// processes, on the disk when the system writes it. Every failure is logged as an error with the system's text:
+  /// "Unable to unmap file from memory (%s)", "QsMapFileImpl::Close: Unable to close mapped file handle (%s)",
+  /// "QsMapFileImpl::Close: Unable to close file handle (%s)". After the last step ExBase "Unable to unmap file from
+  /// memory" is thrown. The object is closed in any case.
   void Close();
 
   /// The first byte; null when closed. The memory is gone after Close().

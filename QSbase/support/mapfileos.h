@@ -27,8 +27,8 @@ std::intptr_t OsOpenExisting(const std::string& path, bool readOnly, FileUse use
 /// False if the system reports an error; the file is closed even so.
 bool OsCloseFile(std::intptr_t file);
 
-/// Makes what a view of the whole file is made from; fails for an empty one. kNoHandle on failure. Closed before the
-/// file is.
+/// Makes what a view of the whole file is made from; fails for an empty one. kNoHandle on failure. It and the file may
+/// be closed in either order.
 std::intptr_t OsCreateMapping(std::intptr_t file, bool readOnly, std::uint64_t size);
 
 /// False if the system reports an error; it is closed even so.

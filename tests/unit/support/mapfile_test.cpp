@@ -37,6 +37,8 @@
 namespace {
 
 void* viewThatStays = nullptr;
+std::size_t lengthUnmapped = 0;            // by the last call
+bool closingFails = false;                 // though the descriptor is gone
 thread_local std::size_t longestRead = 0;  // what one call reads at most; 0 for no limit
 thread_local int interruptions = 0;        // of the next calls
 
@@ -44,7 +46,16 @@ thread_local int interruptions = 0;        // of the next calls
 
 extern "C" {
 
+int close(int descriptor) {
+  const auto result = static_cast<int>(syscall(SYS_close, descriptor));
+  if (closingFails) {
+    errno = EIO;
+  }
+  return closingFails ? -1 : result;
+}
+
 int munmap(void* address, size_t length) noexcept {
+  lengthUnmapped = length;
   if (address == viewThatStays && address != nullptr) {
     errno = ENOMEM;
     return -1;
@@ -318,6 +329,9 @@ TEST_F(MapFileTest, SizeIsTheLowPartAndAllOfTheFileIsMapped) {
   const char* const bytes = static_cast<const char*>(file.Ptr());
   EXPECT_EQ(std::string(bytes + static_cast<std::size_t>(kFourGiB), 5), "after");
   file.Close();
+#ifndef _WIN32
+  EXPECT_EQ(lengthUnmapped, static_cast<std::size_t>(kFourGiB) + 5);
+#endif
   Resize(path, kFourGiB);
   file.Open(path, true);
   EXPECT_EQ(file.Size(), 0u);
@@ -368,6 +382,35 @@ TEST_F(MapFileTest, WithoutRoomForTheViewItIsLoggedAndThrown) {
   EXPECT_THAT(left, IsEmpty());
   ExpectClosed(file);
 }
+
+#ifndef _WIN32
+TEST_F(MapFileTest, AFileThatIsGivenUpIsLoggedWhenItDoesNotClose) {
+  const std::string closing = "QsMapFileImpl::Open: Unable to close file handle " + InParentheses(EIO);
+  const std::string empty = _dir.Write("a", "");
+  const std::string tooLong = _dir.Write("b", "x");
+  Resize(tooLong, 3 * kFourGiB / 4);
+  const LogCapture log;
+  QsMapFile file;
+  const auto left = HandlesOpenedBy([&] {
+    const AddressLimit limit(static_cast<std::uint64_t>(kFourGiB) / 2);
+    closingFails = true;
+    EXPECT_EQ(TextOf([&] { file.Open(empty, true); }),
+              "Unable to create mapping for file: " + empty + " " + InParentheses(EINVAL));
+    EXPECT_EQ(QsGetLastError(), EINVAL);
+    EXPECT_EQ(TextOf([&] { file.Open(tooLong, true); }), "Unable to create map file into memory");
+    EXPECT_EQ(QsGetLastError(), ENOMEM);
+    closingFails = false;
+  });
+  EXPECT_THAT(
+      log.Texts(),
+      ElementsAre(closing, "Unable to create map file into memory: " + tooLong + " " + InParentheses(ENOMEM), closing));
+  for (const auto& message : log.Messages()) {
+    EXPECT_EQ(message.flags, kError);
+  }
+  EXPECT_THAT(left, IsEmpty());
+  ExpectClosed(file);
+}
+#endif
 
 constexpr const char* kUnmapText = "Unable to unmap file from memory ";
 constexpr const char* kMappingText = "QsMapFileImpl::Close: Unable to close mapped file handle ";
