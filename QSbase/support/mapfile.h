@@ -48,9 +48,10 @@ class QSBASE_API QsMapFile {
   /// - "Unable to create map file into memory": no room in the address space, say. The path and the system's text are
   ///   logged as error "Unable to create map file into memory: %s (%s)".
   /// - what Close() throws.
-  /// The last-error code of the first three is that of the step that failed. What was open already and does not close
-  /// is logged as error "QsMapFileImpl::Open: Unable to close file handle (%s)" or "QsMapFileImpl::Open: Unable to close
-  /// mapped file handle (%s)".
+  ///
+  /// The last-error code of the first three is that of the step that failed. What does not close then is logged as
+  /// error "QsMapFileImpl::Open: Unable to close file handle (%s)" or
+  /// "QsMapFileImpl::Open: Unable to close mapped file handle (%s)".
   void Open(const std::string& name, bool readOnly);
 
   /// Gives the memory back and closes the file; does nothing when closed. What was written is in the file for all
