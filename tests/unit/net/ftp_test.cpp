@@ -166,13 +166,15 @@ TEST(FtpReadStream, HandsOverTheFile) {
   std::fclose(file);
 }
 
-TEST(FtpReadStream, AStreamThatFailsOrIsGoneAbortsTheTransfer) {
+TEST(FtpReadStream, AStreamThatHasFailedOrIsGoneAbortsTheTransfer) {
   const TempDir dir;
-  std::FILE* const writeOnly = std::fopen((dir / "f").c_str(), "wb");
-  ASSERT_NE(writeOnly, nullptr);
+  std::FILE* const file = std::fopen(dir.Write("f", "content").c_str(), "rb");
+  ASSERT_NE(file, nullptr);
+  EXPECT_EQ(std::fputc('x', file), EOF);  // makes it fail
+  ASSERT_NE(std::ferror(file), 0);
   char buffer[8];
-  EXPECT_EQ(ReadStream(buffer, 1, 8, writeOnly), std::size_t{CURL_READFUNC_ABORT});
-  std::fclose(writeOnly);
+  EXPECT_EQ(ReadStream(buffer, 1, 8, file), std::size_t{CURL_READFUNC_ABORT});
+  std::fclose(file);
   EXPECT_EQ(ReadStream(buffer, 1, 8, nullptr), std::size_t{CURL_READFUNC_ABORT});
 }
 
