@@ -30,7 +30,7 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     return nullptr;
   }
   try {
-    return ::operator new(size);
+    return ::operator new[](size);
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
