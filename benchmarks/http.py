@@ -4,7 +4,7 @@
 usage: http.py PATH_TO_HTTP_TRANSFERS [MEBIBYTES [REQUESTS]]
 
 A server of its own on loopback (nginx). Whole processes: wall time, CPU time and the most memory each had, medians of
-seven interleaved runs. What is downloaded is compared before anything is timed.
+five interleaved runs. What is downloaded is compared before anything is timed.
 """
 
 import filecmp
@@ -18,7 +18,7 @@ import sys
 import tempfile
 import time
 
-RUNS = 7
+RUNS = 5
 
 CONFIGURATION = """
 daemon off; master_process off; pid {dir}/pid; error_log stderr; {user}
