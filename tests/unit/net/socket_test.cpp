@@ -659,6 +659,7 @@ TEST_F(SocketSignalTest, ReadGoesOn) {
   Waiter waiter([&] { result = pair.server.Read(&byte, 1); });
   waiter.UntilAsleep();
   waiter.Interrupt();
+  waiter.UntilAsleep();  // again: the signal has come before the data
   EXPECT_EQ(pair.client.Write("a", 1), 1);
   waiter.Join();
   EXPECT_EQ(result, 1);
@@ -671,6 +672,7 @@ TEST_F(SocketSignalTest, AcceptGoesOn) {
   Waiter waiter([&] { result = pair.listener.Accept(pair.server); });
   waiter.UntilAsleep();
   waiter.Interrupt();
+  waiter.UntilAsleep();  // again: the signal has come before the data
   QsSocket second;
   EXPECT_EQ(second.Connect(kHost, PortOf(pair.listener.GetSocket()), 0), 0);
   waiter.Join();
@@ -684,6 +686,7 @@ TEST_F(SocketSignalTest, WaitForDataGoesOn) {
     Waiter waiter([&] { result = pair.server.WaitForData(seconds); });
     waiter.UntilAsleep();
     waiter.Interrupt();
+    waiter.UntilAsleep();  // again: the signal has come before the data
     EXPECT_EQ(pair.client.Write("a", 1), 1);
     waiter.Join();
     EXPECT_EQ(result, 1) << seconds;
