@@ -33,7 +33,7 @@ using ::testing::UnorderedElementsAre;
 
 std::string Lines(std::size_t size) {
   std::string text;
-  for (int i = 0; text.size() < size; ++i) {
+  for (unsigned i = 0; text.size() < size; ++i) {
     text += std::to_string(i * 7919) + "\n";
   }
   text.resize(size);
