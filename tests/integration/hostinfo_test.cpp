@@ -18,11 +18,17 @@
 #include <unistd.h>
 
 #include <common/logcapture.h>
+#include <common/sanitized.h>
 #include <common/tempdir.h>
 #include <integration/common/childprocess.h>
 #include <integration/common/dnspeer.h>
 #include <integration/common/loopback.h>
 #include <integration/common/ownnetwork.h>
+
+#ifdef QSBASE_TESTS_SANITIZED
+// The C library keeps its table of resolver configurations under a lock of its own, which ThreadSanitizer does not see.
+extern "C" const char* __tsan_default_suppressions() { return "race:__libc_dynarray_emplace_enlarge\n"; }
+#endif
 
 using namespace qsbase::testing;
 using ::testing::Contains;
