@@ -682,16 +682,16 @@ TEST_F(FtpPeerTest, LogsOutOfAConnectionThatIsGone) {
        }},
       {"says much", [&](FtpConnection& client) { client.ServeUntil("QUIT") && client.Control().Send(goodbye); }},
   };
-  for (const auto& [name, end] : endings) {
+  for (const auto& ending : endings) {
     Serve([&](FtpConnection& client) {
       client.ServeUntil("STOR");
       client.Say("150 Send it");
       client.Data().WaitForClose();
       client.Say("226 Stored");
-      end(client);
+      ending.second(client);
     });
     auto ftp = std::make_unique<QsFTP>(server->Login(), nullptr);
-    EXPECT_THAT(Upload(*ftp, dir.Write("f", "content")), Succeeds()) << name;
+    EXPECT_THAT(Upload(*ftp, dir.Write("f", "content")), Succeeds()) << ending.first;
     ftp.reset();  // a SIGPIPE would end the program
   }
 }
