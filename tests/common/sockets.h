@@ -1,5 +1,5 @@
 /// \file
-/// What tests do to sockets behind the library's back, under one name for every target. A socket is what
+/// What tests do to sockets behind the library's back, under one name for every target. A number of one is what
 /// QsSocket::GetSocket() gives.
 #ifndef QSBASE_TESTS_COMMON_SOCKETS_H
 #define QSBASE_TESTS_COMMON_SOCKETS_H
@@ -15,6 +15,9 @@
 #endif
 
 #include <cstdint>
+#include <string>
+
+#include <QSbase/net/socket.h>
 
 namespace qsbase::testing {
 
@@ -46,6 +49,19 @@ inline LocalAddress AddressOf(int socket) {
 }
 
 inline int PortOf(int socket) { return AddressOf(socket).port; }
+
+/// Sends all of it, in as many pieces as it takes.
+inline bool WriteAll(QsSocket& socket, const std::string& bytes) {
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const int count = socket.Write(bytes.data() + done, static_cast<int>(bytes.size() - done));
+    if (count <= 0) {
+      return false;
+    }
+    done += static_cast<std::size_t>(count);
+  }
+  return true;
+}
 
 /// The stream of this end is over; it may still receive.
 inline void EndSending(int socket) { shutdown(Native(socket), kSendingEnd); }

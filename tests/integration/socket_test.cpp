@@ -5,11 +5,11 @@
 
 #include <sys/ioctl.h>
 
-#include <cstdint>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <common/noise.h>
 #include <common/sockets.h>
 #include <common/tempdir.h>
 #include <common/waiter.h>
@@ -22,36 +22,16 @@ namespace {
 using qsbase::testing::BoundSocket;
 using qsbase::testing::ChildProcess;
 using qsbase::testing::EndSending;
+using qsbase::testing::Noise;
 using qsbase::testing::PortOf;
 using qsbase::testing::Server;
 using qsbase::testing::Socket;
 using qsbase::testing::TempDir;
 using qsbase::testing::Waiter;
+using qsbase::testing::WriteAll;
 
 constexpr const char* kHost = "127.0.0.1";
 constexpr int kPatience = 60;
-
-std::string Noise(std::size_t size) {
-  std::string bytes(size, ' ');
-  std::uint32_t state = 1;
-  for (char& byte : bytes) {
-    state = state * 1664525 + 1013904223;
-    byte = static_cast<char>(state >> 24);
-  }
-  return bytes;
-}
-
-bool WriteAll(QsSocket& socket, const std::string& bytes) {
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const int count = socket.Write(bytes.data() + done, static_cast<int>(bytes.size() - done));
-    if (count <= 0) {
-      return false;
-    }
-    done += static_cast<std::size_t>(count);
-  }
-  return true;
-}
 
 std::string ReadToEnd(QsSocket& socket) {
   std::string bytes;

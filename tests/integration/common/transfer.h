@@ -3,10 +3,11 @@
 #ifndef QSBASE_TESTS_INTEGRATION_COMMON_TRANSFER_H
 #define QSBASE_TESTS_INTEGRATION_COMMON_TRANSFER_H
 
-#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
+
+#include <common/noise.h>
 
 #include <QSbase/net/http.h>
 
@@ -35,17 +36,6 @@ using FilePtr = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 inline FilePtr OpenFile(const std::string& path, const char* mode) {
   return FilePtr(std::fopen(path.c_str(), mode), &std::fclose);
-}
-
-/// Bytes of every value, the same in each run.
-inline std::string Noise(std::size_t size) {
-  std::string bytes(size, '\0');
-  std::uint32_t state = 12345;
-  for (char& byte : bytes) {
-    state = state * 1664525u + 1013904223u;
-    byte = static_cast<char>(state >> 24);
-  }
-  return bytes;
 }
 
 }  // namespace qsbase::testing

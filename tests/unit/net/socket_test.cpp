@@ -26,6 +26,7 @@
 
 #include <common/failingallocation.h>
 #include <common/logcapture.h>
+#include <common/noise.h>
 #include <common/platform.h>
 #include <common/sanitized.h>
 #include <common/sockets.h>
@@ -84,9 +85,11 @@ using qsbase::testing::IsInheritedSocket;
 using qsbase::testing::kOnWindows;
 using qsbase::testing::LocalAddress;
 using qsbase::testing::LogCapture;
+using qsbase::testing::Noise;
 using qsbase::testing::PortOf;
 using qsbase::testing::SendUrgent;
 using qsbase::testing::Waiter;
+using qsbase::testing::WriteAll;
 
 constexpr const char* kHost = "127.0.0.1";
 constexpr int kLoopback = 0x7F000001;
@@ -124,18 +127,6 @@ bool ReadAll(QsSocket& socket, char* buffer, int length) {
   int done = 0;
   while (done < length) {
     const int count = socket.Read(buffer + done, length - done);
-    if (count <= 0) {
-      return false;
-    }
-    done += count;
-  }
-  return true;
-}
-
-bool WriteAll(QsSocket& socket, const char* buffer, int length) {
-  int done = 0;
-  while (done < length) {
-    const int count = socket.Write(buffer + done, length - done);
     if (count <= 0) {
       return false;
     }
@@ -489,16 +480,11 @@ TEST_F(SocketTest, ReadBytesGivesAFailureAtOnce) {
 
 TEST_F(SocketTest, MegabytesTravelInPieces) {
   constexpr int kSize = 8 << 20;
-  std::vector<char> sent(kSize);
-  std::uint32_t state = 1;
-  for (char& byte : sent) {
-    state = state * 1664525 + 1013904223;
-    byte = static_cast<char>(state >> 24);
-  }
+  const std::string sent = Noise(kSize);
   Pair pair;
   bool isSent = false;
-  std::thread writer([&] { isSent = WriteAll(pair.client, sent.data(), kSize); });
-  std::vector<char> received(kSize);
+  std::thread writer([&] { isSent = WriteAll(pair.client, sent); });
+  std::string received(kSize, ' ');
   EXPECT_TRUE(ReadAll(pair.server, received.data(), kSize));
   writer.join();
   EXPECT_TRUE(isSent);
@@ -623,8 +609,8 @@ TEST_F(SocketTest, EveryThreadMayHaveItsOwn) {
         const std::string sent = std::to_string(t) + ":" + std::to_string(round);
         const int size = static_cast<int>(sent.size());
         std::string received(sent.size(), ' ');
-        const bool isEchoed = WriteAll(pair.client, sent.data(), size) && ReadAll(pair.server, received.data(), size) &&
-                              WriteAll(pair.server, received.data(), size) && pair.client.WaitForData(60) == 1 &&
+        const bool isEchoed = WriteAll(pair.client, sent) && ReadAll(pair.server, received.data(), size) &&
+                              WriteAll(pair.server, received) && pair.client.WaitForData(60) == 1 &&
                               ReadAll(pair.client, received.data(), size);
         echoed[static_cast<std::size_t>(t)] += isEchoed && received == sent;
       }

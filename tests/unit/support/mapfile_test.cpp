@@ -25,6 +25,7 @@
 
 #include <common/failingallocation.h>
 #include <common/logcapture.h>
+#include <common/noise.h>
 #include <common/openhandles.h>
 #include <common/platform.h>
 #include <common/sanitized.h>
@@ -85,6 +86,7 @@ using qsbase::testing::kIsADirectory;
 using qsbase::testing::kNoSuchFile;
 using qsbase::testing::kOnWindows;
 using qsbase::testing::LogCapture;
+using qsbase::testing::Noise;
 using qsbase::testing::OpenHandles;
 using qsbase::testing::Resize;
 using qsbase::testing::TempDir;
@@ -127,15 +129,6 @@ std::string Backslashed(std::string path) {
     c = c == '/' ? '\\' : c;
   }
   return path;
-}
-
-std::string Noise(std::size_t size) {
-  std::mt19937 random(20261121);
-  std::string bytes(size, '\0');
-  for (char& byte : bytes) {
-    byte = static_cast<char>(random());
-  }
-  return bytes;
 }
 
 class MapFileTest : public ::testing::Test {
