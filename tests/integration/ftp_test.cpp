@@ -383,6 +383,7 @@ namespace {
 
 class FtpPeerTest : public ::testing::Test {
  protected:
+  // The script may run on until the server goes, after the test's own variables: it has copies of them.
   void Serve(ScriptedFtpServer::Script script) { server = std::make_unique<ScriptedFtpServer>(std::move(script)); }
 
   const Curl curl;
@@ -416,7 +417,7 @@ constexpr std::size_t muchContent = 64 << 20;
 
 TEST_F(FtpPeerTest, ListingsWithEitherLineEndGiveTheSameNames) {
   for (const char* listing : {"a\r\nb c\r\n\xE9\r\n", "a\nb c\n\xE9\n", "a\r\nb c\n\xE9"}) {
-    Serve([&](FtpConnection& client) {
+    Serve([=](FtpConnection& client) {
       client.listing = listing;
       client.ServeToTheEnd();
     });
@@ -485,7 +486,7 @@ TEST_F(FtpPeerTest, AControlConnectionThatClosesAtOnceIsAFailure) {
 TEST_F(FtpPeerTest, EveryReplyMayBeTheLast) {
   const std::string file = dir.Write("f", "content");
   for (const char* last : {"USER", "PASS", "PWD", "CWD", "EPSV", "TYPE", "STOR", "NLST"}) {
-    Serve([&](FtpConnection& client) { client.ServeUntil(last); });
+    Serve([=](FtpConnection& client) { client.ServeUntil(last); });
     QsFTP lister(server->Login(), nullptr);
     QsFTP uploader(server->Login(), nullptr);
     const bool ofUploads = std::string(last) == "STOR";
@@ -582,7 +583,7 @@ TEST_F(FtpPeerTest, LongRepliesAreKept) {
   for (int line = 0; line < 3000; ++line) {
     greeting += "220-line " + std::to_string(line) + " of a long greeting\r\n";
   }
-  Serve([&](FtpConnection& client) {
+  Serve([=](FtpConnection& client) {
     client.Control().Send(greeting);
     if (client.ServeUntil("STOR")) {
       client.Say("150 " + std::string(100000, 'x'));
@@ -604,7 +605,7 @@ TEST_F(FtpPeerTest, ManyTransfersGoOverOneConnection) {
     longReply += "150-" + std::string(1000, 'x') + "\r\n";
   }
   longReply += "150 Send it";
-  Serve([&](FtpConnection& client) {
+  Serve([=](FtpConnection& client) {
     while (client.ServeUntil("STOR")) {
       client.Say(longReply);
       client.Data().WaitForClose();
@@ -629,7 +630,7 @@ TEST_F(FtpPeerTest, ManyTransfersGoOverOneConnection) {
 
 TEST_F(FtpPeerTest, AReplyWithoutEndIsRefused) {
   for (const std::string& piece : {std::string("220-and so on\r\n"), std::string(5000, 'x')}) {
-    Serve([&](FtpConnection& client) {
+    Serve([=](FtpConnection& client) {
       while (client.Control().Send(piece)) {
       }
     });
@@ -644,7 +645,7 @@ TEST_F(FtpPeerTest, GiantListingsAreTaken) {
   for (int line = 0; line < 500000; ++line) {
     listing += "name " + std::to_string(line) + "\r\n";
   }
-  Serve([&](FtpConnection& client) {
+  Serve([=](FtpConnection& client) {
     client.listing = listing + std::string(5 << 20, 'x');
     client.ServeToTheEnd();
   });
@@ -680,15 +681,15 @@ TEST_F(FtpPeerTest, LogsOutOfAConnectionThatIsGone) {
          client.ServeUntil("QUIT");
          client.Control().Reset();
        }},
-      {"says much", [&](FtpConnection& client) { client.ServeUntil("QUIT") && client.Control().Send(goodbye); }},
+      {"says much", [goodbye](FtpConnection& client) { client.ServeUntil("QUIT") && client.Control().Send(goodbye); }},
   };
   for (const auto& ending : endings) {
-    Serve([&](FtpConnection& client) {
+    Serve([end = ending.second](FtpConnection& client) {
       client.ServeUntil("STOR");
       client.Say("150 Send it");
       client.Data().WaitForClose();
       client.Say("226 Stored");
-      ending.second(client);
+      end(client);
     });
     auto ftp = std::make_unique<QsFTP>(server->Login(), nullptr);
     EXPECT_THAT(Upload(*ftp, dir.Write("f", "content")), Succeeds()) << ending.first;
