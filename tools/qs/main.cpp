@@ -254,14 +254,6 @@ void AddXPath(CLI::App& app, Options& options) {
       "Exit codes: 0 something was found, 1 nothing was found or the file is no XML, 2 bad usage.");
 }
 
-// The parser gives all words to the first positional that takes several.
-void TakeUrlFromWords(const std::vector<std::string>& words, qs::FtpOptions& options) {
-  if (!words.empty()) {
-    options.files.assign(words.begin(), words.end() - 1);
-    options.url = words.back();
-  }
-}
-
 void AddZip(CLI::App& app, Options& options) {
   CLI::App* command = app.add_subcommand("zip", "Write files and folders to a zip archive, replacing it in one step");
   command->add_option("ARCHIVE", options.zip.archive, "The archive")->required();
@@ -276,6 +268,14 @@ void AddUnzip(CLI::App& app, Options& options) {
       ->type_name("DIR");
   command->add_flag("-l,--list", options.unzip.list, "List the files instead");
   command->add_flag("-q,--quiet", options.unzip.quiet, "No progress");
+}
+
+// The parser gives all words to the first positional that takes several.
+void TakeUrlFromWords(const std::vector<std::string>& words, qs::FtpOptions& options) {
+  if (!words.empty()) {
+    options.files.assign(words.begin(), words.end() - 1);
+    options.url = words.back();
+  }
 }
 
 // What the parser cannot check by itself.
