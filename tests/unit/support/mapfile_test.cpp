@@ -15,6 +15,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <random>
@@ -534,6 +535,24 @@ TEST_F(MapFileTest, ReadersShareWithReadersOnly) {
   second.Open(path, false);
   EXPECT_THROW(reader.Open(path, true), ExBase);
   reader.Open(path, false);
+}
+
+TEST_F(MapFileTest, NobodyDeletesOrRenamesAnOpenFile) {
+  const std::string path = _dir.Write("a", "content");
+  const std::string other = _dir / "b";
+  for (const bool readOnly : {true, false}) {
+    QsMapFile mapped;
+    mapped.Open(path, readOnly);
+    EXPECT_NE(std::remove(path.c_str()), 0);
+    EXPECT_NE(std::rename(path.c_str(), other.c_str()), 0);
+    mapped.Close();
+    QsSharedIOFile shared;
+    shared.Open(path, readOnly);
+    EXPECT_NE(std::remove(path.c_str()), 0);
+    EXPECT_NE(std::rename(path.c_str(), other.c_str()), 0);
+    EXPECT_EQ(TextOf([&] { mapped.Open(path, false); }).empty(), !readOnly);
+  }
+  EXPECT_EQ(std::remove(path.c_str()), 0);
 }
 
 TEST_F(MapFileTest, APipeIsNotOpened) {
