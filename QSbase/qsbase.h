@@ -11,8 +11,8 @@
 #include <QSbase/export.h>
 #include <QSbase/log/filelog.h>
 #include <QSbase/log/log.h>
-#include <QSbase/net/hostinfo.h>
 #include <QSbase/net/ftp.h>
+#include <QSbase/net/hostinfo.h>
 #include <QSbase/net/http.h>
 #include <QSbase/net/libraryloader.h>
 #include <QSbase/net/multipart.h>
