@@ -5,6 +5,7 @@
 #include <QSbase/log/logstage.h>
 #include <QSbase/process.h>
 
+#include <common/cancellation.h>
 #include <common/logcapture.h>
 #include <common/platform.h>
 #include <common/sanitized.h>
@@ -725,19 +726,11 @@ TEST_F(FileLog, AForkedChildMayLogWhileThreadsOfItsParentDo) {
 
 TEST_F(FileLog, ACancellationWaitsUntilTheLineIsWritten) {
   InitLogConfig(config, true);
-  pthread_t thread{};
-  const auto body = [](void*) -> void* {
+  EXPECT_TRUE(qsbase::testing::EndsCancelled([] {
     pthread_cancel(pthread_self());
     Log("one");
     DoLogMsg("two");
-    qsbase::testing::StackIsAboutToGo();
-    pthread_testcancel();
-    return nullptr;
-  };
-  ASSERT_EQ(pthread_create(&thread, nullptr, body, nullptr), 0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
+  }));
   EXPECT_EQ(AllLines(LogPath()), "one;two;");
 }
 

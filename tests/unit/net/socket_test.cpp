@@ -24,11 +24,11 @@
 #include <thread>
 #include <vector>
 
+#include <common/cancellation.h>
 #include <common/failingallocation.h>
 #include <common/logcapture.h>
 #include <common/noise.h>
 #include <common/platform.h>
-#include <common/sanitized.h>
 #include <common/sockets.h>
 #include <common/waiter.h>
 
@@ -717,23 +717,13 @@ TEST_F(SocketSignalTest, WriteBytesBeginsEveryPieceAtTheStart) {
 
 TEST_F(SocketLinuxTest, ACancellationWaitsForTheDestructor) {
   int port = 0;
-  const auto body = [](void* result) -> void* {
-    {
-      QsSocket socket;
-      EXPECT_EQ(socket.Bind(kHost, 0), 0);
-      EXPECT_EQ(socket.Listen(1), 0);
-      *static_cast<int*>(result) = PortOf(socket.GetSocket());
-      pthread_cancel(pthread_self());
-    }
-    qsbase::testing::StackIsAboutToGo();
-    pthread_testcancel();
-    return nullptr;
-  };
-  pthread_t thread{};
-  ASSERT_EQ(pthread_create(&thread, nullptr, body, &port), 0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_TRUE(qsbase::testing::EndsCancelled([&port] {
+    QsSocket socket;
+    EXPECT_EQ(socket.Bind(kHost, 0), 0);
+    EXPECT_EQ(socket.Listen(1), 0);
+    port = PortOf(socket.GetSocket());
+    pthread_cancel(pthread_self());
+  }));
   QsSocket socket;
   EXPECT_EQ(socket.Bind(kHost, port), 0) << "it was closed";
 }

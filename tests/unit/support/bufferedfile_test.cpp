@@ -18,10 +18,10 @@
 #include <utility>
 #include <vector>
 
+#include <common/cancellation.h>
 #include <common/memorylimit.h>
 #include <common/openhandles.h>
 #include <common/platform.h>
-#include <common/sanitized.h>
 #include <common/tempdir.h>
 
 #include <QSbase/errors.h>
@@ -428,23 +428,12 @@ TEST_F(WriteCallsTest, SizeTimesCountMayBeMoreThan32BitsHold) {
 }
 
 TEST_F(BufferedFileTest, ACancellationWaitsForTheDestructor) {
-  std::string path = _path;
   const auto before = OpenHandles();
-  const auto body = [](void* name) -> void* {
-    {
-      QsWriteBufferedFile file(static_cast<std::string*>(name)->c_str(), 4, 0);
-      file.Write("ab", 1, 2);
-      pthread_cancel(pthread_self());
-    }
-    qsbase::testing::StackIsAboutToGo();
-    pthread_testcancel();
-    return nullptr;
-  };
-  pthread_t thread{};
-  ASSERT_EQ(pthread_create(&thread, nullptr, body, &path), 0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_TRUE(qsbase::testing::EndsCancelled([this] {
+    QsWriteBufferedFile file(_path.c_str(), 4, 0);
+    file.Write("ab", 1, 2);
+    pthread_cancel(pthread_self());
+  }));
   EXPECT_EQ(Written(), "ab");
   EXPECT_EQ(OpenHandles(), before);
 }

@@ -24,12 +24,12 @@
 #include <type_traits>
 #include <vector>
 
+#include <common/cancellation.h>
 #include <common/failingallocation.h>
 #include <common/logcapture.h>
 #include <common/noise.h>
 #include <common/openhandles.h>
 #include <common/platform.h>
-#include <common/sanitized.h>
 #include <common/tempdir.h>
 
 #include <QSbase/errors.h>
@@ -602,25 +602,15 @@ TEST_F(MapFileTest, TouchingWhatAnotherCutOffIsABusError) {
 }
 
 TEST_F(MapFileTest, ACancellationWaitsForTheDestructor) {
-  std::string path = _dir.Write("a", "content");
+  const std::string path = _dir.Write("a", "content");
   const auto before = OpenHandles();
-  const auto body = [](void* name) -> void* {
-    {
-      QsMapFile file;
-      file.Open(*static_cast<std::string*>(name), true);
-      QsSharedIOFile shared;
-      shared.Open(*static_cast<std::string*>(name), true);
-      pthread_cancel(pthread_self());
-    }
-    qsbase::testing::StackIsAboutToGo();
-    pthread_testcancel();
-    return nullptr;
-  };
-  pthread_t thread{};
-  ASSERT_EQ(pthread_create(&thread, nullptr, body, &path), 0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
+  EXPECT_TRUE(qsbase::testing::EndsCancelled([&path] {
+    QsMapFile file;
+    file.Open(path, true);
+    QsSharedIOFile shared;
+    shared.Open(path, true);
+    pthread_cancel(pthread_self());
+  }));
   EXPECT_EQ(OpenHandles(), before);
 }
 #endif

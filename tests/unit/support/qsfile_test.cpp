@@ -10,8 +10,8 @@
 #include <string>
 #include <type_traits>
 
+#include <common/cancellation.h>
 #include <common/platform.h>
-#include <common/sanitized.h>
 #include <common/tempdir.h>
 
 #include <QSbase/errors.h>
@@ -417,22 +417,12 @@ TEST_F(QsFileTest, DestructorWritesOut) {
 
 #ifndef _WIN32
 TEST_F(QsFileTest, ACancellationWaitsForTheDestructor) {
-  std::string path = _dir / "a";
-  const auto body = [](void* name) -> void* {
-    {
-      QsFile file(static_cast<std::string*>(name)->c_str(), "wb");
-      file.PutChar('x');
-      pthread_cancel(pthread_self());
-    }
-    qsbase::testing::StackIsAboutToGo();
-    pthread_testcancel();
-    return nullptr;
-  };
-  pthread_t thread{};
-  ASSERT_EQ(pthread_create(&thread, nullptr, body, &path), 0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
+  const std::string path = _dir / "a";
+  EXPECT_TRUE(qsbase::testing::EndsCancelled([&path] {
+    QsFile file(path.c_str(), "wb");
+    file.PutChar('x');
+    pthread_cancel(pthread_self());
+  }));
   EXPECT_EQ(TempDir::Read(path), "x");
 }
 #endif

@@ -2,9 +2,9 @@
 #include <QSbase/killguard.h>
 #include <QSbase/text/guid.h>
 
+#include <common/cancellation.h>
 #include <common/logcapture.h>
 #include <common/platform.h>
-#include <common/sanitized.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -342,18 +342,10 @@ TEST(QsGUID, CreateGoesOnAfterSignalsAndShortReads) {
 #ifndef _WIN32
 TEST(QsGUID, ACancellationWaitsUntilItIsCreated) {
   QsGUID guid;
-  const auto body = [](void* created) -> void* {
+  EXPECT_TRUE(qsbase::testing::EndsCancelled([&guid] {
     pthread_cancel(pthread_self());
-    static_cast<QsGUID*>(created)->Create();
-    qsbase::testing::StackIsAboutToGo();
-    pthread_testcancel();
-    return nullptr;
-  };
-  pthread_t thread{};
-  ASSERT_EQ(pthread_create(&thread, nullptr, body, &guid), 0);
-  void* result = nullptr;
-  ASSERT_EQ(pthread_join(thread, &result), 0);
-  EXPECT_EQ(result, PTHREAD_CANCELED);
+    guid.Create();
+  }));
   EXPECT_TRUE(guid.IsValid());
 }
 #endif
