@@ -19,7 +19,7 @@ struct QsWriteBufferedFile::Impl {
   Impl(unsigned bufferSize, unsigned pauseMs) noexcept
       : buffer(new (std::nothrow) char[bufferSize]), capacity(bufferSize), pause(pauseMs) {}
 
-  bool Open(const char* name) noexcept;
+  bool Open(const char* name);
   bool Write(const char* data, std::size_t total);
   bool Flush();
   int Close();
@@ -35,7 +35,8 @@ struct QsWriteBufferedFile::Impl {
   bool WriteBlock(const char* data, std::size_t size);
 };
 
-bool QsWriteBufferedFile::Impl::Open(const char* name) noexcept {
+/// Not noexcept: opening is where a thread may be cancelled, which passes as an exception.
+bool QsWriteBufferedFile::Impl::Open(const char* name) {
   using qsbase::detail::OsFile;
   try {
     return buffer != nullptr && file.OpenWrite(name, OsFile::Writing::Truncate);

@@ -10,6 +10,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <QSbase/cancelguard.h>
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/posix/uninterrupted.h>
 #include <QSbase/support/posix/openregular.h>
@@ -135,10 +136,16 @@ int OpenRegular(const std::string& path, int flags) {
   const int descriptor = OpenDescriptor(path, flags | O_NONBLOCK);
   if (descriptor != -1 && !IsRegular(descriptor)) {
     const LastErrorGuard keep;
-    close(descriptor);
+    CloseDescriptor(descriptor);
     return -1;
   }
   return descriptor;
+}
+
+bool CloseDescriptor(int descriptor) noexcept {
+  const CancelGuard noCancellation;
+  // Not made again after a signal: Linux has closed it even so.
+  return close(descriptor) == 0 || errno == EINTR;
 }
 
 std::string NativePath(const std::string& path) {
@@ -240,7 +247,7 @@ bool OsSyncDirectory(const std::string& directory) {
   }
   const bool synced = Uninterrupted([&] { return fsync(descriptor); }) == 0;
   const LastErrorGuard keep;
-  close(descriptor);
+  CloseDescriptor(descriptor);
   return synced;
 }
 
@@ -369,8 +376,7 @@ bool OsFile::Flush() {
 bool OsFile::Close() {
   const int descriptor = static_cast<int>(_handle);
   _handle = -1;
-  // Not made again after a signal: Linux has closed it even so.
-  return descriptor == -1 || close(descriptor) == 0 || errno == EINTR;
+  return descriptor == -1 || CloseDescriptor(descriptor);
 }
 
 }  // namespace qsbase::detail

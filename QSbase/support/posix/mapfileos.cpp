@@ -23,15 +23,14 @@ std::intptr_t OsOpenExisting(const std::string& path, bool readOnly, FileUse /*u
   struct stat status;
   if (fstat(descriptor, &status) != 0) {
     const LastErrorGuard keep;
-    close(descriptor);
+    CloseDescriptor(descriptor);
     return kNoHandle;
   }
   size = static_cast<std::uint64_t>(status.st_size);
   return descriptor;
 }
 
-// Not made again after a signal: Linux has closed it even so.
-bool OsCloseFile(std::intptr_t file) { return close(static_cast<int>(file)) == 0 || errno == EINTR; }
+bool OsCloseFile(std::intptr_t file) { return CloseDescriptor(static_cast<int>(file)); }
 
 // A view is made from the descriptor itself; what is refused here it would refuse too.
 std::intptr_t OsCreateMapping(std::intptr_t file, bool /*readOnly*/, std::uint64_t size) {
