@@ -28,9 +28,7 @@
 
 #include <windows.h>
 #else
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
+#include <common/forbiddencall.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/utsname.h>
@@ -331,18 +329,8 @@ TEST(QsGetComputerName, IsTheFirstLabelOfTheHostName) {
   EXPECT_EQ(QsGetComputerName(), OutputOf("uname -n | cut -d. -f1"));
 }
 
-/// From now on the system does not tell the calling thread its name. False where it cannot be made to.
-bool ForbidAskingForTheHostName() {
-  sock_filter steps[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_uname, 0, 1),
-                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EFAULT),
-                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-  const sock_fprog filter{sizeof(steps) / sizeof(steps[0]), steps};
-  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
-
 TEST(QsGetHostName, IsTheLoopbackWhenTheSystemDoesNotTell) {
-  if (!ForbidAskingForTheHostName()) {
+  if (!qsbase::testing::ForbidSystemCall(SYS_uname, EFAULT)) {
     GTEST_SKIP() << "this kernel or container lets no thread forbid its own system calls";
   }
   const LogCapture log;

@@ -33,10 +33,8 @@
 #ifdef _WIN32
 #include <QSbase/win32/windowsapi.h>
 #else
-#include <linux/filter.h>
-#include <linux/seccomp.h>
+#include <common/forbiddencall.h>
 #include <pthread.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -1227,21 +1225,11 @@ TEST_F(ThreadPriorities, NeedAThread) {
 
 #ifndef _WIN32
 
-/// From now on the system does not tell the calling thread any priority. False where it cannot be made to.
-bool ForbidAskingForPriorities() {
-  sock_filter steps[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_getpriority, 0, 1),
-                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM),
-                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-  const sock_fprog filter{sizeof(steps) / sizeof(steps[0]), steps};
-  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
-
 TEST_F(ThreadPriorities, AreNotToldWhenTheSystemDoesNot) {
   std::atomic<bool> isForbidden{false};
   const LogCapture log;
   TestThread thread([&](TestThread& self) {
-    isForbidden = ForbidAskingForPriorities();
+    isForbidden = qsbase::testing::ForbidSystemCall(SYS_getpriority, EPERM);
     if (!isForbidden) {
       return;
     }

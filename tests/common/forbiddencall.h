@@ -1,0 +1,26 @@
+/// \file
+/// Takes system calls from a thread, to see what becomes of their failure. Linux only.
+#ifndef QSBASE_TESTS_COMMON_FORBIDDENCALL_H
+#define QSBASE_TESTS_COMMON_FORBIDDENCALL_H
+
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+
+#include <cstddef>
+
+namespace qsbase::testing {
+
+/// From now on the call of this number (SYS_...) fails with `error` in the calling thread and in those that it starts.
+/// False where a kernel or container lets no thread forbid its own system calls. There is no way back.
+inline bool ForbidSystemCall(unsigned int number, unsigned int error) {
+  sock_filter steps[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog filter{sizeof(steps) / sizeof(steps[0]), steps};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+}  // namespace qsbase::testing
+
+#endif
