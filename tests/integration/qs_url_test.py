@@ -151,6 +151,8 @@ class Fetch(unittest.TestCase):
         for url, path, name in [
                 (f"http://{self.host}/~joe/a.txt#top", "/~joe/a.txt", "a.txt"),
                 (f"{self.host}/b.txt", "/b.txt", "b.txt"),
+                (f"ftp.localhost:{self.server.server_port}/ftp.txt", "/ftp.txt", "ftp.txt"),
+                (f"dict.localhost:{self.server.server_port}/dict.txt", "/dict.txt", "dict.txt"),
                 (f"joe:secret@{self.host}/c.txt", "/c.txt", "c.txt"),
                 (f"{self.host}/d.txt?from=ftp://x/y", "/d.txt?from=ftp://x/y", "d.txt"),
                 (f"HTTP://{self.host}/e%20f;g.txt", "/e%20f;g.txt", "e f;g.txt"),

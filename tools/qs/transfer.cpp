@@ -147,19 +147,22 @@ QsInetHttpRequest RequestFor(const std::string& url, const TransferOptions& opti
   return request;
 }
 
-// The URLs that libcurl would take for something else than HTTP or HTTPS are refused. No stricter than that: many that
-// servers answer are not of a strict form. What has no scheme is HTTP to libcurl; "host:8080/x" and
-// "user:password@host" seem to have one, but no "/" follows their ":".
-bool IsForHttp(const std::string& url) {
+// The URL as libcurl is to have it, empty for one that is of another scheme. No stricter than that: many that servers
+// answer are not of a strict form. What has no scheme is HTTP, and is told to be: libcurl would take
+// "ftp.example.org/x" for FTP. "host:8080/x" and "user:password@host" seem to have one, but no "/" follows their ":".
+std::string HttpUrl(const std::string& url) {
   QsUrlComponents parts{};
   QsInternetCrackUrl(url.c_str(), parts);
   const std::string scheme = QsString::ToLower(parts.schemeName);
   if (scheme == "http" || scheme == "https") {
-    return true;
+    return url;
   }
   const std::size_t mark = url.find_first_of("/?#");
   const bool hasScheme = mark != std::string::npos && mark > 0 && url.compare(mark - 1, 2, ":/") == 0;
-  return !hasScheme && scheme != "mailto";
+  if (hasScheme || scheme == "mailto") {
+    return {};
+  }
+  return mark == 0 ? url : "http://" + url;  // "http:///x" would be the host x
 }
 
 }  // namespace
@@ -198,19 +201,20 @@ bool Download::Restart() {
 }
 
 std::string Download::Run(const std::string& url, const TransferOptions& options, Progress& progress) {
-  if (!IsForHttp(url)) {
+  const std::string httpUrl = HttpUrl(url);
+  if (httpUrl.empty()) {
     return "only http and https URLs are fetched";
   }
   if (!Open()) {
     return "cannot open a file for the download (" + QsErrorMessage(QsGetLastError()) + ")";
   }
   bool again = false;
-  std::string problem = RunOnce(url, options, progress, again);
+  std::string problem = RunOnce(httpUrl, options, progress, again);
   if (again) {
     if (!Restart()) {
       return "cannot start the download over (" + QsErrorMessage(QsGetLastError()) + ")";
     }
-    problem = RunOnce(url, options, progress, again);
+    problem = RunOnce(httpUrl, options, progress, again);
   }
   _keep = _keep && !problem.empty();
   return problem;
