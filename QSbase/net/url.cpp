@@ -109,16 +109,16 @@ void CompressUrlPath(char* path, unsigned int size) {
 }
 
 int SplitPartialUrl(const std::string& path, std::vector<std::string>& pieces) {
-  const std::string copy(path);  // it may be one of the pieces
-  std::string_view rest(copy);
+  std::vector<std::string> found;  // the path may be one of the pieces
+  std::string_view rest(path);
   rest.remove_prefix(!rest.empty() && rest.front() == '/' ? 1 : 0);
-  pieces.clear();
   while (!rest.empty()) {
     const std::size_t slash = rest.find('/');
     const std::size_t length = slash == kNone ? rest.size() : slash + 1;
-    pieces.emplace_back(rest.substr(0, length));
+    found.emplace_back(rest.substr(0, length));
     rest.remove_prefix(length);
   }
+  pieces.swap(found);
   return static_cast<int>(std::min<std::size_t>(pieces.size(), std::numeric_limits<int>::max()));
 }
 

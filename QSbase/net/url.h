@@ -3,7 +3,8 @@
 ///
 /// Plain functions over single bytes; none asks a service of the system and none resolves a name. "Letter" and "digit"
 /// are the ASCII ones, whatever the locale. All are safe from any thread and take time proportional to their input.
-/// A function that returns a string may throw std::bad_alloc; only NormalizeUrl logs.
+/// When memory is short, all but QsIsValidURL and ProtocolTable::GetProtocol throw std::bad_alloc; a host, a path and
+/// pieces are then as they were, a QsUrlComponents may be filled in part. Only NormalizeUrl logs.
 ///
 /// The rules are this library's own and older than RFC 3986; where they differ, the comments say so. Do not base a
 /// security decision on the host that QsInternetCrackUrl finds when another library makes the connection.
@@ -107,8 +108,8 @@ QSBASE_API void CompressUrlPath(char* path, unsigned int size);
 /// 1. What follows the first "#" goes, and so does white space at both ends. Nothing left: an empty text.
 /// 2. In front of the first "?": UrlDecode, and "%3f" becomes "?". Then, behind scheme, "://" and a host name without
 ///    port or user, one "." at the host's end goes, and so do "./" and "../" segments of the path, the latter with the
-///    segment before them. Then control characters, bytes from 127 on and any of blank "&<>[\]^`{|} are escaped, up to
-///    a "#" or "?" that came out of the decoding.
+///    segment before them; of the path in "scheme:/path" too. Then control characters, bytes from 127 on and
+///    any of blank "&<>[\]^`{|} are escaped, up to a "#" or "?" that came out of the decoding.
 /// 3. "?" and the query follow as they are, unless the query is empty.
 /// 4. QsString::ToLower.
 ///

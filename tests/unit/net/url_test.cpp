@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <random>
 #include <string>
 #include <string_view>
@@ -662,6 +663,8 @@ TEST(NormalizeUrl, MakesOneTextOfUrlsThatMeanTheSame) {
       {"www.example.com/a/../b", "www.example.com/a/../b"},
       {"http://h/?\xC9", "http://h/?\xE9"},  // lower-cased as Windows-1252, not escaped
       {"http://h//a", "http://h//a"},
+      {"http:/a/../b", "http:/b"},
+      {"http:a/../b", "http:a/../b"},
       {"http://h", "http://h"},
       {"http://h.", "http://h"},
       {"http://h%2e/", "http://h/"},
@@ -1062,6 +1065,21 @@ TEST(SplitPartialUrl, MayCutAPieceOfItsOwn) {
   std::vector<std::string> pieces = {"x", "a/b/a-name-beyond-the-string-itself"};
   EXPECT_EQ(SplitPartialUrl(pieces[1], pieces), 3);
   EXPECT_EQ(pieces, (std::vector<std::string>{"a/", "b/", "a-name-beyond-the-string-itself"}));
+}
+
+TEST(SplitPartialUrl, WithoutMemoryThePiecesStay) {
+  std::vector<std::string> pieces = {"old"};
+  const std::string path(100, '/');
+  bool isThrown = false;
+  largestAllocation = 500;
+  try {
+    SplitPartialUrl(path, pieces);
+  } catch (const std::bad_alloc&) {
+    isThrown = true;
+  }
+  largestAllocation = kNoLimit;
+  EXPECT_TRUE(isThrown);
+  EXPECT_EQ(pieces, std::vector<std::string>{"old"});
 }
 
 TEST(QsExtract, FileNameIsWhatFollowsTheLastSlash) {
