@@ -4,7 +4,6 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <cstring>
 #include <string>
 
 namespace qsbase::detail {
@@ -43,11 +42,12 @@ bool IsLineOf(std::string_view line, std::string_view name, in_addr& address) {
 
 /// The next line that fits; false at the end of the file.
 bool ReadLine(std::FILE* file, char (&line)[kLongestLine]) {
+  constexpr std::size_t kLast = kLongestLine - 1;
   bool whole = true;
-  while (std::fgets(line, kLongestLine, file) != nullptr) {
+  // The end is marked, because the length does not tell that the array was filled: zero bytes may stand in the line.
+  for (line[kLast] = '\n'; std::fgets(line, kLongestLine, file) != nullptr; line[kLast] = '\n') {
     const bool wasWhole = whole;
-    const std::size_t length = std::strlen(line);
-    whole = length + 1 < kLongestLine || line[length - 1] == '\n';
+    whole = line[kLast] != '\0' || line[kLast - 1] == '\n';
     if (whole && wasWhole) {
       return true;
     }

@@ -77,6 +77,15 @@ TEST(HostsFile, OverlongLinesAreSkipped) {
   EXPECT_THAT(Addresses("10.0.0.1 host " + names, "host"), IsEmpty());
 }
 
+TEST(HostsFile, OverlongLinesAreSkippedWithZeroBytesInThem) {
+  const std::string zero(1, '\0');
+  const std::string blanks(16381, ' ');
+  EXPECT_THAT(Addresses("#" + zero + blanks + "10.0.0.1 host\n10.0.0.2 host\n", "host"), ElementsAre("10.0.0.2"));
+  EXPECT_THAT(Addresses("#" + blanks + zero + "10.0.0.1 host\n10.0.0.2 host\n", "host"), ElementsAre("10.0.0.2"));
+  EXPECT_THAT(Addresses("10.0.0.1 host #" + std::string(20000, '\0') + "\n10.0.0.2 host\n", "host"),
+              ElementsAre("10.0.0.2"));
+}
+
 TEST(HostsFile, GivesNineteenAddresses) {
   std::string content;
   for (int i = 1; i <= 30; ++i) {
