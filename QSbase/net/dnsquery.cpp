@@ -62,6 +62,16 @@ void LookUp(const char* name, int* addresses) {
   }
 }
 
+/// False without memory for the look-up.
+bool LookUpWithinMemory(const char* name, int* addresses) {
+  try {
+    LookUp(name, addresses);
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
 }  // namespace
 
 namespace qsbase::detail {
@@ -92,8 +102,7 @@ int* DNSQuery(const char* name) {
   }
   std::uint32_t address = 0;
   if (!qsbase::detail::OsDottedAddress(name, address)) {
-    LookUp(name, addresses.get());
-    return addresses.release();
+    return LookUpWithinMemory(name, addresses.get()) ? addresses.release() : nullptr;
   }
   addresses[0] = static_cast<int>(address);
   if (IsDetailed()) {

@@ -69,8 +69,12 @@ QSBASE_API std::string QsGetIPFromDev(const std::string& dev);
 /// %s: %s", "DNS: No records found for %s", and "DNS: %s - %s" for the codes 9003 (there is no such name) and 9501
 /// (it has no address); any other failure is always logged as an error (flag word 0x40000003) "DNS: %s - %s". On Linux
 /// its code is 9001, 9002, 9004 or 9005 as the server said, 9502 for an answer that cannot be read, 9560 for what
-/// cannot be a name, or the system's error when no server answers. QsErrorMessage() has all their texts. \code int*
-/// addresses = DNSQuery("www.example.com"); for (int i = 0; addresses != nullptr && addresses[i] != 0; ++i) {
+/// cannot be a name, or the system's error when no server answers. QsErrorMessage() has all their texts. The other
+/// codes of servers, 9006 to 9015, are no answer to a query and have none.
+///
+/// \code
+/// int* addresses = DNSQuery("www.example.com");
+/// for (int i = 0; addresses != nullptr && addresses[i] != 0; ++i) {
 ///   ...  // addresses[i] is what sockaddr_in::sin_addr takes
 /// }
 /// FreeDNSQuery(addresses);

@@ -77,6 +77,7 @@ class Resolver {
 };
 
 bool IsInHostsFile(const char* name, std::vector<DnsRecord>& records) {
+  const KillGuard guard;  // the C library lists its streams under a lock
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(kHostsFile, "re"), &std::fclose);
   const std::size_t before = records.size();
   if (file != nullptr) {

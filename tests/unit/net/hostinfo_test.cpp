@@ -3,12 +3,14 @@
 #include <QSbase/net/hostinfo.h>
 #include <QSbase/net/hostinfodetail.h>
 #include <QSbase/net/socket.h>
+#include <QSbase/thread/qsthread.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -21,7 +23,9 @@
 
 #include <common/logcapture.h>
 #include <common/memorylimit.h>
+#include <common/openhandles.h>
 #include <common/platform.h>
+#include <common/sanitized.h>
 
 #ifdef _WIN32
 #include <winsock2.h>
@@ -463,6 +467,49 @@ TEST_F(HostTest, QueriesWithoutMemoryGiveNull) {
   EXPECT_EQ(result, nullptr);
   EXPECT_EQ(qsbase::testing::lastArraySize, 80U);
 }
+
+#ifndef _WIN32  // where a look-up that fails needs no memory of the library, and a kill spares nothing
+
+TEST_F(HostTest, LookUpsWithoutMemoryGiveNull) {
+  const std::string noName(64, 'a');  // no server need be asked
+  for (const std::size_t most : {std::size_t{80}, std::size_t{65534}}) {
+    LogCapture log;
+    qsbase::testing::largestAllocation = most;
+    const int* const result = DNSQuery(noName.c_str());
+    qsbase::testing::largestAllocation = qsbase::testing::kNoLimit;
+    EXPECT_EQ(result, nullptr);
+    EXPECT_THAT(log.Texts(), IsEmpty());
+  }
+}
+
+#ifndef QSBASE_TESTS_SANITIZED  // the sanitizers wait for killed threads for good
+
+class Looker : public QsThread {
+ public:
+  Looker() : QsThread("looker", nullptr) {}
+  void Execute() override {
+    while (!Terminated()) {
+      FreeDNSQuery(DNSQuery("localhost"));
+    }
+  }
+};
+
+TEST_F(HostTest, AKilledThreadLeavesTheHostsFileClosed) {
+  const LogCapture log;
+  const auto opened = qsbase::testing::HandlesOpenedBy([] {
+    for (int i = 0; i < 50; ++i) {
+      Looker looker;
+      looker.Create();
+      std::this_thread::sleep_for(std::chrono::microseconds(100 * (i % 10)));
+      EXPECT_EQ(looker.Kill(), 0U);
+    }
+  });
+  EXPECT_THAT(opened, IsEmpty());
+  EXPECT_NE(Query("localhost"), nullptr);
+}
+
+#endif
+#endif
 
 TEST_F(HostTest, FreeingNothingIsHarmless) { FreeDNSQuery(nullptr); }
 
