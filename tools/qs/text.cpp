@@ -88,14 +88,14 @@ std::string Count(std::size_t number, const std::string& what) {
 }
 
 std::string Printable(std::string_view text) {
-  std::string printable(text);
-  for (std::size_t i = 0; i < printable.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(printable[i]);
-    if (byte < 32 || byte == 127) {
-      printable[i] = '?';
-    } else if (byte == 0xC2 && i + 1 < printable.size() && (printable[i + 1] & 0xE0) == 0x80) {
-      printable.replace(i, 2, "?");  // U+0080 to U+009F: terminals take U+009B for the beginning of a sequence
-    }
+  std::string printable;
+  printable.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    // U+0080 to U+009F: terminals take U+009B for the beginning of a sequence
+    const bool isWideControl = byte == 0xC2 && i + 1 < text.size() && (text[i + 1] & 0xE0) == 0x80;
+    printable += byte < 32 || byte == 127 || isWideControl ? '?' : text[i];
+    i += isWideControl ? 1 : 0;
   }
   return printable;
 }
