@@ -437,6 +437,25 @@ TEST_F(BufferedFileTest, ACancellationWaitsForTheDestructor) {
   EXPECT_EQ(Written(), "ab");
   EXPECT_EQ(OpenHandles(), before);
 }
+
+TEST_F(BufferedFileTest, ACancellationIsTakenInOpening) {
+  const auto before = OpenHandles();
+  EXPECT_TRUE(qsbase::testing::EndsCancelled([this] {
+    pthread_cancel(pthread_self());
+    QsWriteBufferedFile file(_path.c_str(), 4, 0);
+  }));
+  EXPECT_EQ(OpenHandles(), before);
+}
+
+TEST_F(BufferedFileTest, ACancellationCostsNoHandleInClosing) {
+  const auto before = OpenHandles();
+  EXPECT_TRUE(qsbase::testing::EndsCancelled([this] {
+    QsWriteBufferedFile file(_path.c_str(), 4, 0);
+    pthread_cancel(pthread_self());
+    file.Close();
+  }));
+  EXPECT_EQ(OpenHandles(), before);
+}
 #endif
 
 }  // namespace

@@ -49,6 +49,7 @@ thread_local int interruptions = 0;        // of the next calls
 extern "C" {
 
 int close(int descriptor) {
+  pthread_testcancel();  // as the system's own
   const auto result = static_cast<int>(syscall(SYS_close, descriptor));
   if (closingFails) {
     errno = EIO;
@@ -610,6 +611,21 @@ TEST_F(MapFileTest, ACancellationWaitsForTheDestructor) {
     QsSharedIOFile shared;
     shared.Open(path, true);
     pthread_cancel(pthread_self());
+  }));
+  EXPECT_EQ(OpenHandles(), before);
+}
+
+TEST_F(MapFileTest, ACancellationCostsNoHandleInClosing) {
+  const std::string path = _dir.Write("a", "content");
+  const auto before = OpenHandles();
+  EXPECT_TRUE(qsbase::testing::EndsCancelled([&path] {
+    QsMapFile file;
+    file.Open(path, true);
+    QsSharedIOFile shared;
+    shared.Open(path, true);
+    pthread_cancel(pthread_self());
+    file.Close();
+    shared.Close();
   }));
   EXPECT_EQ(OpenHandles(), before);
 }
