@@ -70,7 +70,7 @@ CURLcode Drive(CURLM* multi, CURL* handle) {
       code = curl_multi_poll(multi, nullptr, 0, shortWait, nullptr);
     }
   }
-  CURLcode result = code == CURLM_OK ? CURLE_OK : CURLE_OUT_OF_MEMORY;
+  CURLcode result = CURLE_OUT_OF_MEMORY;  // only a message tells of a success
   int left = 0;
   for (const CURLMsg* message; (message = curl_multi_info_read(multi, &left)) != nullptr;) {
     result = message->msg == CURLMSG_DONE && code == CURLM_OK ? message->data.result : result;
@@ -260,7 +260,10 @@ void QsFTP::QueueForUpload(const QueueItem& item) { _uploads.push_back(item); }
 
 void QsFTP::QueueForDownload(const QueueItem& item) { _downloads.push_back(item); }
 
-void QsFTP::ClearUploadQueue() { _uploads.clear(); }
+void QsFTP::ClearUploadQueue() {
+  _uploads.clear();
+  _next = 0;
+}
 
 void QsFTP::ClearDownloadQueue() { _downloads.clear(); }
 
@@ -272,18 +275,18 @@ std::string QsFTP::GetFTPLog() const { return _log; }
 
 bool QsFTP::StartUploadQueue() {
   struct EmptyAtTheEnd {
-    ~EmptyAtTheEnd() { queue.clear(); }
-    std::vector<QueueItem>& queue;
+    ~EmptyAtTheEnd() { ftp.ClearUploadQueue(); }
+    QsFTP& ftp;
   };
-  const EmptyAtTheEnd emptyAtTheEnd{_uploads};
+  const EmptyAtTheEnd emptyAtTheEnd{*this};
   const auto tell = [this](int event, const QueueItem& item, const char* errorText) {
     return _callback == nullptr
                ? 0
                : _callback->OnQueueEvent(upload, event, item.localFile.c_str(), item.remoteName.c_str(), errorText);
   };
   bool allDone = true;
-  for (std::size_t index = 0; index < _uploads.size(); ++index) {
-    const QueueItem item = _uploads[index];  // the callback may change the queue
+  while (_next < _uploads.size()) {
+    const QueueItem item = _uploads[_next++];  // a copy, since the callback may change the queue
     const int answer = tell(aboutToUpload, item, nullptr);
     if (answer == stopQueue) {
       break;

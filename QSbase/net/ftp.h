@@ -22,6 +22,7 @@
 #ifndef QSBASE_NET_FTP_H
 #define QSBASE_NET_FTP_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -65,8 +66,8 @@ class QSBASE_API QsFTPQueueCallback {
   /// | 2     | uploaded                 | empty                                                       |
   /// | 3     | failed                   | libcurl's message; empty when localFile could not be opened |
   ///
-  /// The callback may append to the queue, which the same run then goes on with, and may clear it. It must not destroy
-  /// or assign to the QsFTP that calls it.
+  /// The callback may append to the queue, which the same run then goes on with, and may clear it, also before it
+  /// appends. It must not destroy or assign to the QsFTP that calls it.
   ///
   /// \param direction   always 2 (upload)
   /// \param localFile   the item's, valid during the call as are the other texts
@@ -79,7 +80,8 @@ class QSBASE_API QsFTPQueueCallback {
 /// One log-in at a server, for any number of transfers; with a log of what the server said and two queues.
 ///
 /// The connection is made by the first transfer, kept for the next ones, and made anew when it is gone. A server that
-/// does not answer a command is given up after 120 seconds, and so is a transfer in which nothing moves for as long.
+/// does not answer a command is given up after 120 seconds, and so is a transfer in which nothing moves for as long;
+/// one that does not answer at all when a connection is made, after 300 seconds or when the system gives up before.
 class QSBASE_API QsFTP {
  public:
   /// Takes copies; nothing is sent yet. When libcurl has no memory for a handle, every transfer of the object is
@@ -91,7 +93,7 @@ class QSBASE_API QsFTP {
   /// transfer has left an option.
   QsFTP(const QsFTP& other);
 
-  /// Logs out first, then as the copy constructor. Nothing has changed when memory runs out.
+  /// As the copy constructor; what was logged in so far is logged out. Nothing has changed when memory runs out.
   QsFTP& operator=(const QsFTP& other);
 
   /// Logs out, waiting for the server's answer as any command does.
@@ -152,7 +154,8 @@ class QSBASE_API QsFTP {
   QsFTPQueueCallback* _callback;
   std::vector<QueueItem> _downloads;
   std::vector<QueueItem> _uploads;
-  void* _connections;  // libcurl's multi handle, which holds the connection between transfers
+  void* _connections;     // libcurl's multi handle, which holds the connection between transfers
+  std::size_t _next = 0;  // item of the queue for uploads that a run goes on with
 };
 
 /// The server's URL: "ftp://", user and password escaped ("user:password@", without a password "user@", without a user

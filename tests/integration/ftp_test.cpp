@@ -10,10 +10,13 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
+#include <pthread.h>
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 
 #include <curl/curl.h>
@@ -290,6 +293,16 @@ TEST_F(FtpServerTest, NoNameReachesTheServerAsACommand) {
   EXPECT_FALSE(Upload(ftp, file, "a%0D%0ADELE%20readme.txt").done);
   EXPECT_FALSE(Upload(ftp, file, UrlEncode("a\r\nDELE readme.txt")).done);
   EXPECT_FALSE(Upload(ftp, file, "a", "b\r\nDELE readme.txt").done);
+  for (std::string QsFTPServer::*part :
+       {&QsFTPServer::host, &QsFTPServer::port, &QsFTPServer::user, &QsFTPServer::password, &QsFTPServer::directory}) {
+    QsFTPServer login = server->Login("in");
+    login.*part += "\r\nDELE readme.txt";
+    QsFTP other(login, nullptr);
+    EXPECT_THAT(Upload(other, file), FailsWith(""));
+    QsFTP lister(login, nullptr);
+    EXPECT_THAT(List(lister), FailsWith(""));
+  }
+  EXPECT_EQ(server->Logged("DELE"), 0u);
   EXPECT_EQ(TempDir::Read(server->File("in/readme.txt")), "in\n");
 }
 
@@ -626,6 +639,100 @@ TEST_F(FtpPeerTest, ManyTransfersGoOverOneConnection) {
   EXPECT_THAT(List(*ftp), Succeeds()) << "served when the one before is gone";
   const std::vector<std::string> commands = server->Commands();
   EXPECT_EQ(std::count(commands.begin(), commands.end(), "PASS secret"), 1);
+}
+
+TEST_F(FtpPeerTest, AThousandTransfersLeaveNoDescriptor) {
+  const std::string file = dir.Write("f", "content");
+  const auto transfers = [&](int count) {
+    Serve([](FtpConnection& client) {
+      client.listing = "a\r\n";
+      client.ServeToTheEnd();
+    });
+    std::vector<std::string> lines;
+    std::string errorText;
+    QsFTPServer unreachable = server->Login();
+    unreachable.port = "1";
+    for (int number = 0; number < count; ++number) {
+      EXPECT_TRUE(QsFTPUpload({server->Login(), {file, "", "d"}}, errorText)) << errorText;
+      EXPECT_FALSE(QsFTPUpload({server->Login(), {file, "a%0Ab", ""}}, errorText));
+      EXPECT_TRUE(QsFTPList(server->Login(), "", lines, errorText)) << errorText;
+      EXPECT_FALSE(QsFTPList(unreachable, "", lines, errorText));
+    }
+    server.reset();
+    return NamesIn("/proc/self/fd").size();
+  };
+  const std::size_t before = transfers(1);
+  EXPECT_EQ(transfers(250), before);
+}
+
+TEST_F(FtpPeerTest, ObjectsOfDifferentThreadsAreIndependent) {
+  constexpr int count = 50;
+  const std::string file = dir.Write("f", "content");
+  std::atomic<int> done{0};
+  std::vector<std::thread> threads;
+  for (int number = 0; number < 4; ++number) {
+    threads.emplace_back([&] {
+      const ScriptedFtpServer own([](FtpConnection& client) {
+        client.listing = "a\r\nb\r\n";
+        client.ServeToTheEnd();
+      });
+      QsFTP ftp(own.Login(), nullptr);
+      for (int transfer = 0; transfer < count; ++transfer) {
+        done += List(ftp).lines.size() == 2 ? 1 : 0;
+      }
+      for (int transfer = 0; transfer < count; ++transfer) {
+        done += Upload(ftp, file).done ? 1 : 0;
+      }
+    });
+  }
+  for (std::thread& thread : threads) {
+    thread.join();
+  }
+  EXPECT_EQ(done, 4 * 2 * count);
+}
+
+// Between any two pieces of a listing a signal comes whose handler does not restart what it interrupts.
+TEST_F(FtpPeerTest, SignalsDoNotEndATransfer) {
+  static std::atomic<int> signals;
+  signals = 0;
+  struct sigaction before;
+  struct sigaction counting = {};
+  counting.sa_handler = [](int) { ++signals; };
+  sigaction(SIGUSR1, &counting, &before);
+  Serve([client = pthread_self()](FtpConnection& connection) {
+    const auto interrupt = [client] {
+      const int seen = signals;
+      pthread_kill(client, SIGUSR1);
+      while (signals == seen) {
+        sched_yield();
+      }
+    };
+    connection.ServeUntil("PASS");
+    interrupt();
+    connection.Say("230 Logged in");
+    connection.ServeUntil("NLST");
+    interrupt();
+    connection.Say("150 Here it comes");
+    {
+      Connection data = connection.Data();
+      for (int piece = 0; piece < 100; ++piece) {
+        interrupt();
+        data.Send("name\r\n");
+      }
+    }
+    interrupt();
+    connection.Say("226 Listed");
+    connection.ServeToTheEnd();
+  });
+  {
+    QsFTP ftp(server->Login(), nullptr);
+    const Listing listing = List(ftp);
+    EXPECT_THAT(listing, Succeeds());
+    EXPECT_THAT(listing.lines, SizeIs(100));
+  }
+  server.reset();
+  EXPECT_EQ(signals, 103);
+  sigaction(SIGUSR1, &before, nullptr);
 }
 
 TEST_F(FtpPeerTest, AReplyWithoutEndIsRefused) {

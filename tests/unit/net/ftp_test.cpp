@@ -368,6 +368,35 @@ TEST_F(FtpTest, TheCallbackMayClearTheQueue) {
   EXPECT_THAT(recorder.calls, ElementsAre("1 " + Missing() + " name null", "3 " + Missing() + " name ''"));
 }
 
+TEST_F(FtpTest, TheCallbackMayReplaceTheQueue) {
+  QsFTP ftp(ServerOf(malformedHost), &recorder);
+  recorder.answer = [&](int, const std::string& file) {
+    if (file == "first") {
+      ftp.ClearUploadQueue();
+      ftp.QueueForUpload(Item("new 1"));
+      ftp.QueueForUpload(Item("new 2"));
+    }
+    return 3;
+  };
+  ftp.QueueForUpload(Item("first"));
+  ftp.QueueForUpload(Item("second"));
+  EXPECT_TRUE(ftp.StartUploadQueue());
+  EXPECT_THAT(recorder.calls, ElementsAre("1 first  null", "1 new 1  null", "1 new 2  null"));
+  EXPECT_THAT(ftp.GetUploadQueue(), IsEmpty());
+}
+
+TEST_F(FtpTest, ARunInsideARunTakesWhatIsLeft) {
+  QsFTP ftp(ServerOf(malformedHost), &recorder);
+  recorder.answer = [&](int, const std::string& file) {
+    EXPECT_TRUE(file != "a" || ftp.StartUploadQueue());
+    return 3;
+  };
+  ftp.QueueForUpload(Item("a"));
+  ftp.QueueForUpload(Item("b"));
+  EXPECT_TRUE(ftp.StartUploadQueue());
+  EXPECT_THAT(recorder.calls, ElementsAre("1 a  null", "1 b  null"));
+}
+
 TEST_F(FtpTest, AnExceptionOfTheCallbackLeavesTheRun) {
   recorder.answer = [](int, const std::string&) -> int { throw std::runtime_error("from the callback"); };
   QsFTP ftp(ServerOf(malformedHost), &recorder);
@@ -376,6 +405,22 @@ TEST_F(FtpTest, AnExceptionOfTheCallbackLeavesTheRun) {
   EXPECT_THROW(ftp.StartUploadQueue(), std::runtime_error);
   EXPECT_THAT(ftp.GetUploadQueue(), IsEmpty());
   EXPECT_EQ(recorder.calls.size(), 1u);
+
+  recorder.calls.clear();
+  recorder.answer = [](int event, const std::string&) {
+    return event == 1 ? 0 : throw std::runtime_error("after the upload");
+  };
+  ftp.QueueForUpload(Item(Missing()));
+  ftp.QueueForUpload(Item("b"));
+  EXPECT_THROW(ftp.StartUploadQueue(), std::runtime_error);
+  EXPECT_THAT(ftp.GetUploadQueue(), IsEmpty());
+  EXPECT_EQ(recorder.calls.size(), 2u);
+
+  recorder.calls.clear();
+  recorder.answer = nullptr;
+  ftp.QueueForUpload(Item(Missing()));
+  EXPECT_FALSE(ftp.StartUploadQueue());
+  EXPECT_EQ(recorder.calls.size(), 2u) << "the next run begins at the front";
 }
 
 // ---- copies ----
