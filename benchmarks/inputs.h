@@ -22,21 +22,8 @@ inline std::string RandomBytes(std::size_t size) {
 
 /// Text as mail carries it: words, line ends (CR LF), a letter beyond ASCII now and then.
 inline std::string MailText(std::size_t size) {
-  static const char* const words[] = {"the",
-                                      "harbour",
-                                      "light",
-                                      "of",
-                                      "evening",
-                                      "\xC3\xBC"
-                                      "ber",
-                                      "a=b",
-                                      "ships",
-                                      "and",
-                                      "tides",
-                                      "was",
-                                      "(quiet),",
-                                      "don't",
-                                      "2026-11-21."};
+  static const char* const words[] = {"the",   "harbour", "light", "of",  "evening",  "\303\274ber", "a=b",
+                                      "ships", "and",     "tides", "was", "(quiet),", "don't",       "2026-11-21."};
   std::mt19937_64 random(20261121);
   std::string text;
   std::size_t column = 0;

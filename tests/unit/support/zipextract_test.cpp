@@ -101,7 +101,8 @@ TEST_F(ZipExtraction, StoredAndDeflatedToMemory) {
 }
 
 TEST_F(ZipExtraction, SizesAroundTheBlocks) {
-  for (const std::size_t size : {1, 8191, 8192, 8193, 16384, 65535, 65536, 65537, 1048575, 1048576, 1048577}) {
+  for (const std::size_t size :
+       {1u, 8191u, 8192u, 8193u, 16384u, 65535u, 65536u, 65537u, 1048575u, 1048576u, 1048577u}) {
     const std::string text = Lines(size);
     Make(ZipBuilder().Add(Stored("s", text)).Add(DeflatedEntry("d", text)).Bytes());
     for (const char* name : {"s", "d"}) {

@@ -69,7 +69,7 @@ TEST(Zlib, ReadsWhatAnotherProgramWrote) {
 }
 
 TEST(Zlib, StringsComeBack) {
-  for (const std::size_t size : {0, 1, 2, 100, 65535, 65536, 1000000}) {
+  for (const std::size_t size : {0u, 1u, 2u, 100u, 65535u, 65536u, 1000000u}) {
     for (const unsigned alphabet : {1U, 4U, 256U}) {
       const std::string text = RandomText(size, alphabet);
       std::string packed = "old";
