@@ -59,6 +59,10 @@ QSBASE_API std::string QsGetIPFromDev(const std::string& dev);
 /// servers (on Linux `/etc/hosts`, then what `/etc/resolv.conf` says). Aliases are followed. Blocks until the name
 /// servers have answered or are given up.
 ///
+/// On Linux QsThread::Kill() ends a thread that waits here for a server, whose socket stays open. Mind: in the moments
+/// before and after the wait the C library holds a lock of its own, and a thread that is killed in one leaves every
+/// later look-up of the process waiting.
+///
 /// A dotted address ("10.0.0.1", and the shorter and other forms that `inet_addr` takes) is not looked up.
 ///
 /// \returns an array of 20 numbers, to be released with FreeDNSQuery(): up to 19 addresses in network byte order, in
