@@ -28,6 +28,7 @@ std::string Failure(const char* what, const std::string& path) {
 std::intptr_t OpenOrThrow(const std::string& name, bool readOnly, FileUse use, std::uint64_t& size) {
   const std::intptr_t file = OsOpenExisting(name, readOnly, use, size);
   if (file == kNoHandle) {
+    const LastErrorGuard keep;  // a program's first exception changes it on Windows
     throw ExBase(Failure("Unable to open file", name));
   }
   return file;
@@ -101,12 +102,14 @@ void QsMapFile::Impl::Open(const std::string& path, bool readOnly) {
   file = OpenOrThrow(path, readOnly, FileUse::Mapped, size);
   mapping = OsCreateMapping(file, readOnly, size);
   if (mapping == kNoHandle) {
+    const LastErrorGuard keep;
     const std::string failure = Failure("Unable to create mapping for file", path);
     Abandon().Log();
     throw ExBase(failure);
   }
   view = OsMapView(mapping, readOnly, size);
   if (view == nullptr) {
+    const LastErrorGuard keep;
     constexpr const char* kFailure = "Unable to create map file into memory";
     const std::string failure = Failure(kFailure, path);
     const Failures closing = Abandon();
@@ -116,9 +119,7 @@ void QsMapFile::Impl::Open(const std::string& path, bool readOnly) {
   }
 }
 
-/// The last error stays that of the step that failed.
 Failures QsMapFile::Impl::Abandon() {
-  const LastErrorGuard keep;
   Failures failures;
   CloseFile(failures, "QsMapFileImpl::Open: Unable to close file handle");
   CloseMapping(failures, "QsMapFileImpl::Open: Unable to close mapped file handle");
