@@ -8,12 +8,14 @@
 #include <exception>
 #include <limits>
 #include <memory>
+#include <new>
 #include <string_view>
 #include <utility>
 
 #include <libxml/encoding.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
+#include <libxml/xmlIO.h>
 #include <libxml/xmlmemory.h>
 #include <libxml/xpath.h>
 #include <libxml/xpathInternals.h>
@@ -54,7 +56,7 @@ struct Releaser {
   }
 };
 
-using Buffer = std::unique_ptr<xmlBuffer, Releaser<&xmlBufferFree>>;
+using Output = std::unique_ptr<xmlOutputBuffer, Releaser<&xmlOutputBufferClose>>;
 using XPathContext = std::unique_ptr<xmlXPathContext, Releaser<&xmlXPathFreeContext>>;
 using XPathObject = std::unique_ptr<xmlXPathObject, Releaser<&xmlXPathFreeObject>>;
 
@@ -95,16 +97,20 @@ const char* FirstText(const xmlNode* node) {
 
 // ---- Dumps ----
 
-/// False without memory. `document` may be null.
+/// What xmlNodeDump writes. That function itself releases its buffer twice when memory runs short on the way. False
+/// without memory. `document` may be null.
 bool Dump(xmlDoc* document, xmlNode* node, bool format, std::string& text) {
   const QuietXml quiet;
-  const Buffer buffer(xmlBufferCreate());
-  if (buffer == nullptr || xmlNodeDump(buffer.get(), document, node, 0, format ? 1 : 0) < 0) {
+  const Output output(xmlAllocOutputBuffer(nullptr));
+  if (output == nullptr) {
     return false;
   }
-  const xmlChar* const content = xmlBufferContent(buffer.get());
-  const auto length = static_cast<std::size_t>(xmlBufferLength(buffer.get()));
-  text.append(content != nullptr ? AsChars(content) : "", content != nullptr ? length : 0);
+  xmlNodeDumpOutput(output.get(), document, node, 0, format ? 1 : 0, nullptr);
+  const xmlChar* const content = xmlOutputBufferGetContent(output.get());
+  if (content == nullptr) {
+    return false;
+  }
+  text.append(AsChars(content), xmlOutputBufferGetSize(output.get()));
   return true;
 }
 
@@ -212,14 +218,20 @@ xmlNodeSet* FindNodes(xmlDoc* document, const char* expression, const char* pref
   return hasNodes ? std::exchange(found->nodesetval, nullptr) : nullptr;
 }
 
+/// Throws std::bad_alloc when libxml2 has no memory: a text that lacks one of its pieces looks as good as any.
 void AppendFound(xmlDoc* document, xmlNode* node, std::string& text) {
   if (node->type != XML_ATTRIBUTE_NODE) {
-    Dump(document, node, false, text);
+    if (!Dump(document, node, false, text)) {
+      throw std::bad_alloc();
+    }
     return;
   }
   xmlChar* value = xmlNodeGetContent(node);
   const XmlCharAutoPtr guard(value);
-  text += value != nullptr ? AsChars(value) : "";
+  if (value == nullptr) {
+    throw std::bad_alloc();
+  }
+  text += AsChars(value);
 }
 
 std::string FoundText(xmlDoc* document, const std::string& expression) {

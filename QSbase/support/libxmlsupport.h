@@ -182,13 +182,15 @@ QSBASE_API std::string QsEncodeEntities(const std::string& text, bool plain);
 
 /// What an XPath expression finds, one after the other: of an attribute its value, of any other node its XML, not
 /// indented. Empty when it finds nothing or something else than nodes, and for an expression in error. A std::exception
-/// on the way is logged as the error "GetXPathStringFromDoc std::exception: " + its text; the result is then empty.
+/// on the way (std::bad_alloc when libxml2 has no memory for a piece) is logged as the error "GetXPathStringFromDoc
+/// std::exception: " + its text; the result is then empty.
 QSBASE_API std::string GetXPathStringFromDoc(xmlDoc* doc, const std::string& expression);
 
 /// The same on a text. Nothing outside of it is read, neither files nor the network, and entities stay references
 /// (in the value of an attribute they are replaced). Empty, too, for a text that is not well-formed, goes beyond
 /// libxml2's limits (256 nested elements, 10,000,000 bytes in the value of an attribute), or whose references to
-/// entities stand for more than 10,000,000 bytes.
+/// entities, or to parameter entities, stand for more than 10,000,000 bytes. Elements with very many attributes take
+/// time by the square of their number.
 QSBASE_API std::string GetXPathStringFromString(const std::string& xml, const std::string& expression);
 
 /// The same on a regular file, by the rules of filesupport.h for its name; empty when it cannot be read.

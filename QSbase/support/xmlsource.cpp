@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 #include <libxml/tree.h>
@@ -76,23 +77,54 @@ class EntityText {
   std::unordered_map<const xmlEntity*, std::size_t> _sizes;
 };
 
+/// What a document's parameter entities have put into its subset so far. The parser replaces these without a limit, and
+/// goes on doing so after a mistake.
+struct ParameterText {
+  std::size_t size = 0;
+};
+
+xmlEntity* TakeParameterEntity(void* parser, const xmlChar* name) {
+  auto* const context = static_cast<xmlParserCtxt*>(parser);
+  auto* const text = static_cast<ParameterText*>(context->_private);
+  xmlEntity* const entity = xmlSAX2GetParameterEntity(parser, name);
+  const bool hasLength = entity != nullptr && entity->length > 0;
+  text->size = SaturatedSum(text->size, hasLength ? static_cast<std::size_t>(entity->length) : 1);
+  if (text->size <= kMostEntityText && context->wellFormed != 0) {
+    return entity;
+  }
+  xmlStopParser(context);
+  return nullptr;
+}
+
 bool HasEntities(const xmlDoc& document) {
   return document.intSubset != nullptr && document.intSubset->entities != nullptr;
 }
 
-/// The document, which becomes the caller's; null if it is not well-formed.
+/// A parser that is stopped or has no memory calls the half of a document that comes of it well-formed; in lack of
+/// memory it may as well go on with what it has. xmlResetLastError() was called before.
+bool IsIncomplete(const xmlParserCtxt& context) {
+  const xmlError* const last = xmlGetLastError();
+  return context.disableSAX != 0 || context.errNo == XML_ERR_NO_MEMORY ||
+         (last != nullptr && last->code == XML_ERR_NO_MEMORY);
+}
+
+/// The document, which becomes the caller's; null if it is not well-formed, expands too much or finds no memory.
 xmlDoc* Parse(const std::string& xml) {
   const QuietXml quiet;
+  xmlResetLastError();
   xmlParserCtxt* const context = xmlCreateMemoryParserCtxt(xml.data(), static_cast<int>(xml.size()));
   if (context == nullptr) {
     return nullptr;
   }
   xmlCtxtUseOptions(context, XML_PARSE_NONET);
   context->options = XML_PARSE_NONET;  // whatever the program's defaults are
+  ParameterText parameters;
+  context->_private = &parameters;
+  context->sax->getParameterEntity = &TakeParameterEntity;
   context->replaceEntities = context->loadsubset = context->validate = 0;
   xmlParseDocument(context);
   xmlDoc* document = std::exchange(context->myDoc, nullptr);
-  if (context->wellFormed == 0) {
+  if (context->wellFormed == 0 || IsIncomplete(*context)) {
     XmlDocAutoPtr(document).Free();
   }
   xmlFreeParserCtxt(context);

@@ -612,7 +612,11 @@ void LimitXmlMemory() { xmlMemSetup(&std::free, &LimitedMalloc, &LimitedRealloc,
 TEST(DocumentText, WithoutMemoryIsEmpty) {
   LimitXmlMemory();
   {
-    const Document document("<r><b>t</b></r>");
+    std::string xml = "<r>";
+    for (int i = 0; i < 2000; ++i) {
+      xml += "<b>text</b>";  // so that the buffers grow on the way
+    }
+    const Document document(xml + "</r>");
     const std::string whole = QsXmlDocSaveToString(document, true);
     std::string node;
     ASSERT_TRUE(QsXmlNodeToXmlFormatString(document.Root(), node, false));
@@ -735,6 +739,35 @@ TEST(GetXPathString, AnExceptionIsLogged) {
   EXPECT_EQ(text, "");
   ASSERT_THAT(log.Texts(), ElementsAre("GetXPathStringFromDoc std::exception: std::bad_alloc"));
   EXPECT_EQ(log.Messages().front().flags, kError);
+}
+
+// A text that lacks one of its pieces would look as good as any.
+TEST(GetXPathString, WithoutMemoryForAPieceIsEmpty) {
+  constexpr int kMany = 1000000;
+  LimitXmlMemory();
+  {
+    std::string xml = "<r>";
+    for (int i = 0; i < 100; ++i) {
+      xml += "<b n='1'>text</b>";
+    }
+    const Document document(xml + "</r>");
+    for (const char* const expression : {"//b", "//@n"}) {
+      allocationsLeft = kMany;
+      const std::string whole = GetXPathStringFromDoc(document, expression);
+      const int needed = kMany - allocationsLeft;
+      int empty = 0;
+      for (int pieces = 1; pieces <= 50; ++pieces) {
+        const LogCapture log;
+        allocationsLeft = needed - pieces;  // those at the end are of the last nodes
+        const std::string text = GetXPathStringFromDoc(document, expression);
+        allocationsLeft = -1;
+        EXPECT_TRUE(text == whole || text.empty()) << pieces << ": " << text;
+        EXPECT_EQ(log.Messages().size(), text.empty() ? 1U : 0U);
+        empty += text.empty() ? 1 : 0;
+      }
+      EXPECT_GT(empty, 10);
+    }
+  }
 }
 
 TEST(GetXPathString, TakesNamespacesAndTheDocumentItself) {

@@ -4,9 +4,13 @@
 
 #include <libxml/parser.h>
 #include <libxml/xmlIO.h>
+#include <libxml/xmlmemory.h>
 
 #include <common/tempdir.h>
 
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 
 namespace {
@@ -39,6 +43,24 @@ std::string Repeated(int count, const std::string& text) {
     all += text;
   }
   return all;
+}
+
+int allocationsLeft = -1;
+int allocations = 0;
+
+// One fails, those behind it do not.
+bool MayAllocate() {
+  ++allocations;
+  return allocationsLeft < 0 || allocationsLeft-- > 0;
+}
+
+void* LimitedMalloc(std::size_t size) { return MayAllocate() ? std::malloc(size) : nullptr; }
+void* LimitedRealloc(void* memory, std::size_t size) { return MayAllocate() ? std::realloc(memory, size) : nullptr; }
+
+char* LimitedStrdup(const char* text) {
+  const std::size_t size = std::strlen(text) + 1;
+  void* const copy = LimitedMalloc(size);
+  return copy != nullptr ? static_cast<char*>(std::memcpy(copy, text, size)) : nullptr;
 }
 
 int externals = 0;
@@ -134,6 +156,22 @@ TEST(ParseUntrustedXml, ManyReferencesToALongEntityAreTooMuch) {
                        Repeated(101, "&e;") + "\">]><r>&f;</r>"));
 }
 
+// The parser replaces these while it reads the subset. It asks for one at its declaration, too.
+TEST(ParseUntrustedXml, ParameterEntitiesHaveALimitToo) {
+  const std::string declaration = "<!DOCTYPE r [<!ENTITY % e \"" + std::string(100000, ' ') + "\">";
+  EXPECT_TRUE(IsTaken(declaration + Repeated(99, "%e;") + "]><r/>"));
+  EXPECT_FALSE(IsTaken(declaration + Repeated(100, "%e;") + "]><r/>"));
+}
+
+// The parser would go on to the end after the first mistake: 100,000,000,000 comments.
+TEST(ParseUntrustedXml, ABombOfParameterEntitiesEndsWithItsFirstMistake) {
+  std::string xml = "<!DOCTYPE r [<!ENTITY % e0 '<!--x-->'>";
+  for (int i = 1; i <= 11; ++i) {
+    xml += "<!ENTITY % e" + std::to_string(i) + " '" + Repeated(10, "&#37;e" + std::to_string(i - 1) + ";") + "'>";
+  }
+  EXPECT_FALSE(IsTaken(xml + "%e11;]><r/>"));
+}
+
 TEST(ParseUntrustedXml, NestingHasALimit) {
   const auto nested = [](int depth) { return Repeated(depth, "<a>") + Repeated(depth, "</a>"); };
   EXPECT_TRUE(IsTaken(nested(256)));
@@ -145,4 +183,28 @@ TEST(ParseUntrustedXml, NestingHasALimit) {
 TEST(ParseUntrustedXml, AValueHasALimit) {
   EXPECT_TRUE(IsTaken("<r a='" + std::string(9000000, 'x') + "'/>"));
   EXPECT_FALSE(IsTaken("<r a='" + std::string(10000001, 'x') + "'/>"));
+}
+
+// Half of a document looks as well-formed as the whole.
+TEST(ParseUntrustedXml, WithoutMemoryThereIsNoDocument) {
+  xmlMemSetup(&std::free, &LimitedMalloc, &LimitedRealloc, &LimitedStrdup);
+  const std::string xml =
+      "<r>" + Repeated(50, "<a n='1'>a text that is too long to stand in its node</a><!--c--><?p x?>") + "</r>";
+  const auto parsed = [&xml](int allowed) {
+    allocationsLeft = allowed;
+    xmlDoc* document = ParseUntrustedXml(xml);
+    allocationsLeft = -1;
+    const XmlDocAutoPtr guard(document);
+    return QsXmlDocSaveToString(document, true);
+  };
+  const std::string whole = parsed(-1);
+  ASSERT_FALSE(whole.empty());
+  allocations = 0;
+  xmlDoc* again = ParseUntrustedXml(xml);
+  const XmlDocAutoPtr guard(again);
+  const int needed = allocations;
+  for (int allowed = 0; allowed < needed; ++allowed) {
+    const std::string text = parsed(allowed);
+    EXPECT_TRUE(text.empty() || text == whole) << allowed << ": " << text;
+  }
 }
