@@ -73,13 +73,16 @@ class TargetFile {
     }
     const bool isFile = old.kind == FileKind::Regular;
     const bool isLink = old.kind == FileKind::Link;
+    if (_target.onlyFiles && !isFile && !isLink) {
+      return false;  // a pipe would wait for its reader
+    }
     if (isFile && !OsHasAccess(_path, AccessKind::Write)) {
       return false;
     }
-    if ((isFile || (isLink && _target.replacesLink)) && MakeBeside(old, isFile)) {
+    if ((isFile || (isLink && _target.onlyFiles)) && MakeBeside(old, isFile)) {
       return true;
     }
-    return !(isLink && _target.replacesLink) && Overwrite();
+    return !(isLink && _target.onlyFiles) && Overwrite();
   }
 
   bool MakeBeside(const FileStatus& old, bool isFile) {

@@ -17,7 +17,7 @@ struct EntryTarget {
   int* size = nullptr;
   int chunkSize = 0;
   bool flush = false;
-  bool replacesLink = false;  ///< a link that stands at the path gives way to the file
+  bool onlyFiles = false;  ///< a link that stands at the path gives way to the file; pipes and devices are not opened
 };
 
 /// Extracts the current entry, whose record has been read; the results are those of QsExtractFile.

@@ -170,7 +170,7 @@ class WholeExtraction {
     const std::string target = _folder + entry.name;
     EntryTarget file;
     file.path = target.c_str();
-    file.replacesLink = true;
+    file.onlyFiles = true;
     const int code = ExtractEntry({archive.Handle(), &archive}, entry, file);
     return code == 0 ? 0 : FailToExtract(entry, code);
   }

@@ -173,7 +173,7 @@ QSBASE_API int QsGetFilesInZip(const char* zipPath, std::vector<std::string>* na
 /// a component "..", one behind a link that stands in the folder, a name that holds a zero byte or has 4096 bytes or
 /// more, on Windows a component that cannot be a name there (a drive, a colon, a device). An absolute name lands below
 /// the folder. Links are never made; one that stands where a file belongs is replaced by the file. Files that are there
-/// are replaced as QsExtractFile does it.
+/// are replaced as QsExtractFile does it. A pipe or device that stands there is not opened, and ends it with -1.
 ///
 /// \param extracted  if not null, gets the path of each entry appended, also of directories: the translated folder,
 ///                   with its separator, and the name as it is in the archive.

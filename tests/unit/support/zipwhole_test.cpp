@@ -17,6 +17,12 @@
 #include <QSbase/support/paths.h>
 #include <QSbase/support/zlibsupport.h>
 
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
 namespace {
 
 using namespace qsbase::testing;
@@ -333,6 +339,26 @@ TEST_F(ZipLinks, StayWhenTheFileIsBad) {
   EXPECT_EQ(Read("filelink"), "outside");
   EXPECT_THAT(NamesIn(out), UnorderedElementsAre("file", "filelink", "link"));
 }
+
+#ifndef _WIN32  // no pipes in folders there
+TEST_F(ZipWhole, APipeInTheFolderIsNotWaitedFor) {
+  Make(ZipBuilder().Add(Stored("pipe", "new")));
+  dir.Write("out/file", "");
+  ASSERT_EQ(mkfifo((out + "/pipe").c_str(), 0600), 0);
+  // Opened for reading, it would take what it must not get; without a reader its writer would wait.
+  const int reader = open((out + "/pipe").c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_NE(reader, -1);
+  const LogCapture log;
+  EXPECT_EQ(Extract(), -1);
+  EXPECT_THAT(
+      log.Texts(),
+      ElementsAre("An error (Could not create new file) occured during the extraction of pipe in " + shownPath));
+  char byte = 0;
+  EXPECT_EQ(read(reader, &byte, 1), 0);
+  close(reader);
+  EXPECT_EQ(QsGetFSObjectType(out + "/pipe"), FSO_PIPE);
+}
+#endif
 
 // ---- progress and abort ----
 
