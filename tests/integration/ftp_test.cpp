@@ -5,7 +5,6 @@
 #include <atomic>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -28,6 +27,7 @@
 #include <QSbase/net/http.h>
 #include <QSbase/net/url.h>
 
+#include <common/curlmemory.h>
 #include <common/logcapture.h>
 #include <common/platform.h>
 #include <common/tempdir.h>
@@ -828,21 +828,8 @@ TEST_F(FtpPeerTest, NothingLentToATransferIsUsedAfterIt) {
 
 // ---- allocations ----
 
-namespace {
-
-std::atomic<int> allocationsLeft{INT_MAX};
-
-bool Allocates() { return allocationsLeft-- > 0; }
-
-void* Allocate(std::size_t size) { return Allocates() ? std::malloc(size) : nullptr; }
-void* Reallocate(void* memory, std::size_t size) { return Allocates() ? std::realloc(memory, size) : nullptr; }
-char* Duplicate(const char* text) { return Allocates() ? strdup(text) : nullptr; }
-void* AllocateCleared(std::size_t count, std::size_t size) { return Allocates() ? std::calloc(count, size) : nullptr; }
-
-}  // namespace
-
 TEST(FtpMemory, EveryAllocationOfATransferMayFail) {
-  curl_global_init_mem(CURL_GLOBAL_ALL, &Allocate, &std::free, &Reallocate, &Duplicate, &AllocateCleared);
+  StartCurlOfCountedAllocations();
   const TempDir dir;
   const LogCapture log;
   const std::string file = dir.Write("f", "content");
@@ -851,10 +838,10 @@ TEST(FtpMemory, EveryAllocationOfATransferMayFail) {
   int failed = 0;
   for (int allocations = 0; !result.done; ++allocations) {
     ASSERT_LT(allocations, 3000);
-    allocationsLeft = allocations;
+    curlAllocationsLeft = allocations;
     QsFTP ftp(server.Login(), nullptr);
     result = Upload(ftp, file, "name", "d");
-    allocationsLeft = INT_MAX;
+    curlAllocationsLeft = INT_MAX;
     EXPECT_TRUE(!result.done || result.errorText.empty());
     failed += result.done ? 0 : 1;
   }

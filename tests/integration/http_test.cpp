@@ -8,7 +8,6 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -20,6 +19,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <common/curlmemory.h>
 #include <common/tempdir.h>
 #include <integration/common/scriptedserver.h>
 #include <integration/common/server.h>
@@ -908,23 +908,14 @@ TEST_F(HttpNginx, TlsPeerThatClosesDuringAPost) {
 
 namespace {
 
-std::atomic<int> allocationsLeft{0};
-bool Allocates() { return allocationsLeft-- > 0; }
-
-void* Allocate(std::size_t size) { return Allocates() ? std::malloc(size) : nullptr; }
-void* Reallocate(void* memory, std::size_t size) { return Allocates() ? std::realloc(memory, size) : nullptr; }
-char* Duplicate(const char* text) { return Allocates() ? strdup(text) : nullptr; }
-void* AllocateCleared(std::size_t count, std::size_t size) { return Allocates() ? std::calloc(count, size) : nullptr; }
-
 class HttpMemory : public ::testing::Test {
  protected:
   HttpMemory() {
     InitQsInetHttp(2);
-    allocationsLeft = INT_MAX;
-    curl_global_init_mem(CURL_GLOBAL_ALL, &Allocate, &std::free, &Reallocate, &Duplicate, &AllocateCleared);
+    StartCurlOfCountedAllocations();
   }
   ~HttpMemory() override {
-    allocationsLeft = INT_MAX;
+    curlAllocationsLeft = INT_MAX;
     InitQsInetHttp(2);
     InitQsInetHttp(1);
   }
@@ -935,7 +926,7 @@ class HttpMemory : public ::testing::Test {
 TEST_F(HttpMemory, NoHandleLeavesAnEmptyResponse) {
   QsInetHttpRequest request = Get("http://127.0.0.1:1/");
   request.proxyServer = std::string(256, 'p');
-  allocationsLeft = 0;
+  curlAllocationsLeft = 0;
   const Outcome outcome = Fetch(request);
   EXPECT_FALSE(outcome.result);
   EXPECT_EQ(outcome.response.curlCode, 0) << "the limits are not looked at";
@@ -953,7 +944,7 @@ TEST_F(HttpMemory, EveryFailedAllocationEndsInAResult) {
   Outcome outcome{};
   int allocations = 0;
   for (; allocations < 2000 && !outcome.result; ++allocations) {
-    allocationsLeft = allocations;
+    curlAllocationsLeft = allocations;
     outcome = Fetch(request);
     EXPECT_EQ(outcome.response.httpCode, outcome.result ? 200 : 0) << allocations;
   }

@@ -2,8 +2,6 @@
 
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -18,11 +16,14 @@
 #include <QSbase/net/ftptransfer.h>
 #include <QSbase/net/http.h>
 #include <QSbase/net/url.h>
+#include <common/curlmemory.h>
 #include <common/logcapture.h>
 #include <common/tempdir.h>
 
 using namespace qsbase::detail;
+using qsbase::testing::curlAllocationsLeft;
 using qsbase::testing::LogCapture;
+using qsbase::testing::StartCurlOfCountedAllocations;
 using qsbase::testing::TempDir;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -464,25 +465,11 @@ TEST_F(FtpTest, AssignmentTakesServerCallbackAndQueues) {
 
 namespace {
 
-int allocationsLeft = INT_MAX;
-
-bool Allocates() { return allocationsLeft-- > 0; }
-
-void* Allocate(std::size_t size) { return Allocates() ? std::malloc(size) : nullptr; }
-void* Reallocate(void* memory, std::size_t size) { return Allocates() ? std::realloc(memory, size) : nullptr; }
-void* AllocateCleared(std::size_t count, std::size_t size) { return Allocates() ? std::calloc(count, size) : nullptr; }
-char* Duplicate(const char* text) {
-  char* const copy = static_cast<char*>(Allocate(std::strlen(text) + 1));
-  return copy == nullptr ? nullptr : std::strcpy(copy, text);
-}
-
 class FtpMemoryTest : public ::testing::Test {
  protected:
-  FtpMemoryTest() {
-    curl_global_init_mem(CURL_GLOBAL_ALL, &Allocate, &std::free, &Reallocate, &Duplicate, &AllocateCleared);
-  }
+  FtpMemoryTest() { StartCurlOfCountedAllocations(); }
   ~FtpMemoryTest() override {
-    allocationsLeft = INT_MAX;
+    curlAllocationsLeft = INT_MAX;
     InitQsInetHttp(2);
   }
 
@@ -494,10 +481,10 @@ class FtpMemoryTest : public ::testing::Test {
 TEST_F(FtpMemoryTest, WithoutAHandleEveryTransferIsRefused) {
   const std::string file = dir.Write("f", "content");
   const LogCapture log;
-  allocationsLeft = 0;
+  curlAllocationsLeft = 0;
   QsFTP ftp(ServerOf(malformedHost), nullptr);
   const QsFTP copy(ftp);
-  allocationsLeft = INT_MAX;
+  curlAllocationsLeft = INT_MAX;
   std::string errorText = "old";
   EXPECT_FALSE(ftp.Upload(Item(file), errorText));
   EXPECT_EQ(errorText, "");
@@ -518,10 +505,10 @@ TEST_F(FtpMemoryTest, EveryAllocationOfTheHandleMayFail) {
   std::string errorText;
   for (int allocations = 0; errorText != MalformedUrlText(); ++allocations) {
     ASSERT_LT(allocations, 1000);
-    allocationsLeft = allocations;
+    curlAllocationsLeft = allocations;
     QsFTP ftp(ServerOf(malformedHost), nullptr);
     EXPECT_FALSE(ftp.Upload(Item(file), errorText));
-    allocationsLeft = INT_MAX;
+    curlAllocationsLeft = INT_MAX;
     refused += errorText.empty() ? 1 : 0;
     lacking += errorText == curl_easy_strerror(CURLE_OUT_OF_MEMORY) ? 1 : 0;
   }
