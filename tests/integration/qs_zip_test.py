@@ -261,6 +261,16 @@ class Tool(ZipTest):
         self.assertFalse([name for name in names if name.startswith(("/", ".", "in.zip"))])
         self.assertEqual(len(names), len(set(names)))
 
+    def test_only_the_archive_itself_is_left_out(self):
+        source = self.make_tree(utf8=False)
+        (source / "a.zip").write_bytes(b"another of that name")
+        for archive, expected in (("../a.zip", True), (source / "a.zip", False)):
+            result = subprocess.run(QS.command("zip", archive, ".", "-q"), cwd=source, capture_output=True, timeout=60)
+            self.assertEqual((result.returncode, result.stderr), (0, b""))
+            with zipfile.ZipFile(source / archive) as written:
+                self.assertEqual("a.zip" in written.namelist(), expected)
+                self.assertIn("text.txt", written.namelist())
+
     def test_a_parent_is_not_in_the_name(self):
         source = self.make_tree(utf8=False)
         result = subprocess.run(QS.command("zip", "../a.zip", "../text.txt", "-q"), cwd=source / "deep", capture_output=True, timeout=60)

@@ -14,6 +14,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 
 #include "fetch.h"
 #include "interrupt.h"
@@ -107,7 +109,7 @@ class Packer {
     CQsFindFile find(path, "*", 0);
     for (long found = find.FindFirst(); found != -1 && !Interrupted(); found = find.FindNext()) {
       const std::string below = ConstructPath(path, find.Filename());
-      if (find.IsThisDir_PrevDir() || NameInArchive(below) == NameInArchive(_options.archive)) {
+      if (find.IsThisDir_PrevDir() || IsArchive(below)) {
         continue;
       }
       if (find.IsDir()) {
@@ -115,6 +117,16 @@ class Packer {
       } else if (QsGetFSObjectType(below) == FSO_FILE) {
         Add({below, prefix + find.Filename(), find.FileSize(), find.FileDate()});
       }
+    }
+  }
+
+  // Whatever the two are called. Of a name that the standard library does not take, the name decides.
+  bool IsArchive(const std::string& path) const {
+    std::error_code noneIsThere;
+    try {
+      return std::filesystem::equivalent(QsNativePath(path), QsNativePath(_options.archive), noneIsThere);
+    } catch (const std::filesystem::filesystem_error&) {
+      return NameInArchive(path) == NameInArchive(_options.archive);
     }
   }
 
