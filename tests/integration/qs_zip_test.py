@@ -271,6 +271,24 @@ class Tool(ZipTest):
                 self.assertEqual("a.zip" in written.namelist(), expected)
                 self.assertIn("text.txt", written.namelist())
 
+    def test_what_is_left_out_is_named(self):
+        if QS.windows:
+            self.skipTest("the pipes and links of the host are none to Wine")
+        source = self.make_tree(utf8=False)
+        os.mkfifo(source / "deep" / "pipe")
+        (source / "dangling").symlink_to("nowhere")
+        (source / "around").symlink_to("deep")
+        (source / "same.txt").symlink_to("text.txt")
+        result = qs("zip", self.archive, source, "-q")
+        self.assertEqual((result.returncode, result.stdout), (1, b""))
+        lines = sorted(line for line in result.stderr.decode().splitlines() if line.startswith("qs: left out: "))
+        self.assertEqual([line.rsplit("\\", 1)[1] for line in lines],
+                         [f"{name}': neither a file nor a folder of its own" for name in ("around", "dangling", "pipe")])
+        with zipfile.ZipFile(self.archive) as written:
+            names = written.namelist()
+            self.assertEqual([name for name in names if "er/noise" in name], [names[0][:-1] + "/deep/er/noise"])
+            self.assertEqual(written.read(names[0] + "same.txt"), b"line\r\n" * 5000)
+
     def test_a_parent_is_not_in_the_name(self):
         source = self.make_tree(utf8=False)
         result = subprocess.run(QS.command("zip", "../a.zip", "../text.txt", "-q"), cwd=source / "deep", capture_output=True, timeout=60)

@@ -78,10 +78,18 @@ class Packer {
     if (problem.empty() && !QsMoveFile(_temporary, _options.archive, true, false)) {
       return Fail("cannot write '" + Printable(_options.archive) + "': " + QsErrorMessage(QsGetLastError()));
     }
-    return problem.empty() ? kExitGood : Fail(problem);
+    return problem.empty() ? LeftOut() : Fail(problem);
   }
 
  private:
+  // The archive stands, but its user learns what it lacks.
+  int LeftOut() const {
+    for (const std::string& line : _leftOut) {
+      PrintError("left out: " + line);
+    }
+    return _leftOut.empty() ? kExitGood : kExitFailed;
+  }
+
   bool Collect(const std::string& input) {
     const FSOType type = QsGetFSObjectType(input);
     if (type != FSO_FILE && type != FSO_DIRECTORY) {
@@ -107,7 +115,13 @@ class Packer {
       Add(member);
     }
     CQsFindFile find(path, "*", 0);
-    for (long found = find.FindFirst(); found != -1 && !Interrupted(); found = find.FindNext()) {
+    constexpr int kNothingThere = 2;  // on both systems; an empty drive of Windows, too
+    QsSetLastError(0);
+    long found = find.FindFirst();
+    if (found == -1 && QsGetLastError() != 0 && QsGetLastError() != kNothingThere) {
+      _leftOut.push_back("'" + Printable(path) + "': " + QsErrorMessage(QsGetLastError()));
+    }
+    for (; found != -1 && !Interrupted(); found = find.FindNext()) {
       const std::string below = ConstructPath(path, find.Filename());
       if (find.IsThisDir_PrevDir() || IsArchive(below)) {
         continue;
@@ -116,6 +130,8 @@ class Packer {
         CollectFolder(below, prefix + find.Filename());
       } else if (QsGetFSObjectType(below) == FSO_FILE) {
         Add({below, prefix + find.Filename(), find.FileSize(), find.FileDate()});
+      } else {
+        _leftOut.push_back("'" + Printable(below) + "': neither a file nor a folder of its own");
       }
     }
   }
@@ -171,6 +187,7 @@ class Packer {
   const std::string _temporary;
   Progress _progress;
   std::vector<Member> _members;
+  std::vector<std::string> _leftOut;
   std::uint64_t _total = 0;
 };
 

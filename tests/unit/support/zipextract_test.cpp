@@ -212,15 +212,14 @@ TEST_F(ZipExtraction, ChecksComeInTheirOrder) {
 TEST_F(ZipExtraction, ARecordThatIsDamagedComesBeforeTheMethod) {
   RawZipEntry entry = Stored("x", "text");
   entry.method = 14;
-  std::string bytes = ZipBuilder().Add(Stored("a", "")).Add(entry).Bytes();
+  const std::string bytes = ZipBuilder().Add(entry).Add(Stored("a", std::string(1 << 20, 'a'))).Bytes();
   dir.Write("a.zip", bytes);
   unzFile archive = unzOpen(path.c_str());
-  ASSERT_EQ(unzGoToNextFile(archive), UNZ_OK);
-  const std::size_t record = bytes.rfind("PK\1\2");
-  WriteAt(path, static_cast<std::int64_t>(record), "XX");
+  // It reads the entry's beginning, so that no buffer holds the record any more.
+  ASSERT_EQ(unzOpenCurrentFile(archive), UNZ_BADZIPFILE);
+  WriteAt(path, static_cast<std::int64_t>(bytes.find("PK\1\2")), "XX");
   int size = 77;
-  const int code = QsExtractFile(archive, nullptr, nullptr, nullptr, &size, 0);
-  EXPECT_TRUE(code == -4 || code == -13) << code;  // minizip may have the record in its buffer
+  EXPECT_EQ(QsExtractFile(archive, nullptr, nullptr, nullptr, &size, 0), -4);
   EXPECT_EQ(unzClose(archive), UNZ_OK);
 }
 
