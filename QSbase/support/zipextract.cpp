@@ -124,40 +124,29 @@ class TargetFile {
   State _state = State::Closed;
 };
 
-// Reads chunk by chunk and writes as soon as no further one has room in the block.
-int CopyToFile(EntryReader& reader, TargetFile& file, std::size_t chunk) {
-  constexpr std::size_t kBlock = 65536;
-  const std::size_t capacity = std::max(chunk, kBlock);
-  const std::unique_ptr<char[]> block(new (std::nothrow) char[capacity]);
+// In blocks of the chunk's size, or larger ones where it is small: each costs a call of the decoder and of the system.
+int CopyToFile(EntryReader& reader, TargetFile& file, int chunkSize) {
+  constexpr int kLeastBlock = 65536;
+  const auto size = static_cast<std::size_t>(std::max(chunkSize, kLeastBlock));
+  const std::unique_ptr<char[]> block(new (std::nothrow) char[size]);
   if (!block) {
     return -4;
   }
-  std::size_t used = 0;
   int count = 0;
-  do {
-    count = reader.Read(block.get() + used, chunk);
-    if (count < 0) {
-      return -5;
+  while ((count = reader.Read(block.get(), size)) > 0) {
+    if (!file.Write(block.get(), static_cast<std::size_t>(count))) {
+      return -6;
     }
-    used += static_cast<std::size_t>(count);
-    if (used > 0 && (count == 0 || capacity - used < chunk)) {
-      if (!file.Write(block.get(), used)) {
-        return -6;
-      }
-      used = 0;
-    }
-  } while (count > 0);
-  return reader.Close();
+  }
+  return count < 0 ? -5 : reader.Close();
 }
 
 int ExtractToFile(EntryReader& reader, const EntryTarget& target) {
-  constexpr std::size_t kDefaultChunk = 8192;
   TargetFile file(target);
   if (!file.Open()) {
     return -3;
   }
-  const int result =
-      CopyToFile(reader, file, target.chunkSize > 0 ? static_cast<std::size_t>(target.chunkSize) : kDefaultChunk);
+  const int result = CopyToFile(reader, file, target.chunkSize);
   if (result != 0) {
     return result;
   }

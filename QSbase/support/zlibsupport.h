@@ -127,7 +127,7 @@ QSBASE_API bool QsWrite2Zip(const char* zipPath, const std::string& content, con
 ///                   empty entry. Null after a failure, unless it is -12, -11 or -1.
 /// \param size       gets the number of bytes in `buffer`, 0 after a failure as there. Alone, without `destPath` and
 ///                   `buffer`: gets the size that the archive states, unverified; the result then is 1.
-/// \param chunkSize  bytes that are decoded in one step to a file; 0 or less for 8192.
+/// \param chunkSize  bytes that are decoded in one step to a file, at least 65536.
 QSBASE_API int QsExtractFile(void* unzFile, const char* nameInZip, const char* destPath, char** buffer, int* size,
                              int chunkSize);
 
