@@ -3,9 +3,9 @@
 
 usage: archives.py PATH_TO_ARCHIVES_PROGRAM [MEBIBYTES_OF_THE_LARGE_FILE [RUNS]]
 
-Wall time, processor time and peak memory of whole processes; medians, the programs in turn. Every extraction is compared with what went
-into the archive before anything is timed. Of these libzip, zip and the library use zlib; unzip and 7z have decoders of
-their own. Memory below that of this script (about 12 MiB) does not show.
+Wall time, processor time and peak memory of whole processes; medians, the programs in turn. Every extraction is
+compared with what went into the archive before anything is timed. libzip and the library use zlib; zip, unzip and 7z
+have coders of their own. Memory below that of this script (about 18 MiB) does not show.
 """
 
 import filecmp
