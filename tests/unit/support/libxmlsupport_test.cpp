@@ -7,11 +7,11 @@
 #include <common/memorylimit.h>
 #include <common/sanitized.h>
 #include <common/tempdir.h>
+#include <common/xmlmemory.h>
 
 #include <QSbase/errors.h>
 
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <random>
 #include <stdexcept>
@@ -34,10 +34,12 @@ using namespace std::string_literals;
 
 namespace {
 
+using qsbase::testing::CountXmlAllocations;
 using qsbase::testing::kNoLimit;
 using qsbase::testing::largestAllocation;
 using qsbase::testing::LogCapture;
 using qsbase::testing::TempDir;
+using qsbase::testing::xmlAllocationsLeft;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -589,28 +591,9 @@ TEST(DocumentText, InAnEncodingThatNobodyKnowsIsEmpty) {
   EXPECT_EQ(log.Messages().front().flags, kError);
 }
 
-namespace {
-
-int allocationsLeft = -1;
-
-bool MayAllocate() { return allocationsLeft < 0 || allocationsLeft-- > 0; }
-
-void* LimitedMalloc(std::size_t size) { return MayAllocate() ? std::malloc(size) : nullptr; }
-void* LimitedRealloc(void* memory, std::size_t size) { return MayAllocate() ? std::realloc(memory, size) : nullptr; }
-
-char* LimitedStrdup(const char* text) {
-  const std::size_t size = std::strlen(text) + 1;
-  void* const copy = LimitedMalloc(size);
-  return copy != nullptr ? static_cast<char*>(std::memcpy(copy, text, size)) : nullptr;
-}
-
-void LimitXmlMemory() { xmlMemSetup(&std::free, &LimitedMalloc, &LimitedRealloc, &LimitedStrdup); }
-
-}  // namespace
-
 // Whatever libxml2 gets no memory for, the text is all of it or empty.
 TEST(DocumentText, WithoutMemoryIsEmpty) {
-  LimitXmlMemory();
+  CountXmlAllocations();
   {
     std::string xml = "<r>";
     for (int i = 0; i < 2000; ++i) {
@@ -622,12 +605,12 @@ TEST(DocumentText, WithoutMemoryIsEmpty) {
     ASSERT_TRUE(QsXmlNodeToXmlFormatString(document.Root(), node, false));
     int empty = 0;
     for (int allowed = 0; allowed < 30; ++allowed) {
-      allocationsLeft = allowed;
+      xmlAllocationsLeft = allowed;
       const std::string text = QsXmlDocSaveToString(document, true);
-      allocationsLeft = allowed;
+      xmlAllocationsLeft = allowed;
       std::string dump = "as it was";
       const bool dumped = QsXmlNodeToXmlFormatString(document.Root(), dump, false);
-      allocationsLeft = -1;
+      xmlAllocationsLeft = -1;
       empty += text.empty() ? 1 : 0;
       EXPECT_TRUE(text.empty() || text == whole) << allowed;
       EXPECT_EQ(dump, dumped ? node : "as it was") << allowed;
@@ -744,7 +727,7 @@ TEST(GetXPathString, AnExceptionIsLogged) {
 // A text that lacks one of its pieces would look as good as any.
 TEST(GetXPathString, WithoutMemoryForAPieceIsEmpty) {
   constexpr int kMany = 1000000;
-  LimitXmlMemory();
+  CountXmlAllocations();
   {
     std::string xml = "<r>";
     for (int i = 0; i < 100; ++i) {
@@ -752,15 +735,15 @@ TEST(GetXPathString, WithoutMemoryForAPieceIsEmpty) {
     }
     const Document document(xml + "</r>");
     for (const char* const expression : {"//b", "//@n"}) {
-      allocationsLeft = kMany;
+      xmlAllocationsLeft = kMany;
       const std::string whole = GetXPathStringFromDoc(document, expression);
-      const int needed = kMany - allocationsLeft;
+      const int needed = kMany - xmlAllocationsLeft;
       int empty = 0;
       for (int pieces = 1; pieces <= 50; ++pieces) {
         const LogCapture log;
-        allocationsLeft = needed - pieces;  // those at the end are of the last nodes
+        xmlAllocationsLeft = needed - pieces;  // those at the end are of the last nodes
         const std::string text = GetXPathStringFromDoc(document, expression);
-        allocationsLeft = -1;
+        xmlAllocationsLeft = -1;
         EXPECT_TRUE(text == whole || text.empty()) << pieces << ": " << text;
         EXPECT_EQ(log.Messages().size(), text.empty() ? 1U : 0U);
         empty += text.empty() ? 1 : 0;

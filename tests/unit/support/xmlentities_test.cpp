@@ -9,12 +9,11 @@
 #include <gtest/gtest.h>
 
 #include <common/memorylimit.h>
+#include <common/xmlmemory.h>
 
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <string>
@@ -26,6 +25,9 @@ using namespace std::string_literals;
 namespace {
 
 using qsbase::detail::EncodeEntitiesBuffer;
+using qsbase::testing::CountXmlAllocations;
+using qsbase::testing::xmlAllocations;
+using qsbase::testing::xmlAllocationsLeft;
 
 std::string Format(const char* format, unsigned int value) {
   char text[32];
@@ -252,40 +254,19 @@ TEST_F(EncodeForDocument, HtmlKeepsCarriageReturns) {
   EXPECT_EQ(EncodedExactly("a\rb", false, document), "a&#13;b");
 }
 
-namespace {
-
-int allocationsLeft = -1;
-int allocations = 0;
-
-bool MayAllocate() {
-  ++allocations;
-  return allocationsLeft < 0 || allocationsLeft-- > 0;
-}
-
-void* LimitedMalloc(std::size_t size) { return MayAllocate() ? std::malloc(size) : nullptr; }
-void* LimitedRealloc(void* memory, std::size_t size) { return MayAllocate() ? std::realloc(memory, size) : nullptr; }
-
-char* LimitedStrdup(const char* text) {
-  const std::size_t size = std::strlen(text) + 1;
-  void* const copy = LimitedMalloc(size);
-  return copy != nullptr ? static_cast<char*>(std::memcpy(copy, text, size)) : nullptr;
-}
-
-}  // namespace
-
 TEST(EncodeEntities, WithoutMemoryIsEmpty) {
-  xmlMemSetup(&std::free, &LimitedMalloc, &LimitedRealloc, &LimitedStrdup);
+  CountXmlAllocations();
   const std::string text(100000, '<');
   EXPECT_EQ(QsEncodeEntities(text, false).size(), 400000U);
-  const int needed = allocations;
+  const int needed = xmlAllocations;
   EXPECT_EQ(needed, 10);  // 1000 bytes, doubled until they are 512,000
   for (int allowed = 0; allowed < needed; ++allowed) {
-    allocationsLeft = allowed;
+    xmlAllocationsLeft = allowed;
     EXPECT_EQ(QsEncodeEntities(text, false), "") << allowed;
   }
-  allocationsLeft = needed;
+  xmlAllocationsLeft = needed;
   EXPECT_EQ(QsEncodeEntities(text, false).size(), 400000U);
-  allocationsLeft = -1;
+  xmlAllocationsLeft = -1;
 }
 
 // The other memory, that of the string.

@@ -4,19 +4,19 @@
 
 #include <libxml/parser.h>
 #include <libxml/xmlIO.h>
-#include <libxml/xmlmemory.h>
 
 #include <common/tempdir.h>
+#include <common/xmlmemory.h>
 
-#include <cstddef>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
 namespace {
 
 using qsbase::detail::ParseUntrustedXml;
+using qsbase::testing::CountXmlAllocations;
 using qsbase::testing::TempDir;
+using qsbase::testing::xmlAllocations;
+using qsbase::testing::xmlAllocationsLeft;
 
 bool IsTaken(const std::string& xml) {
   xmlDoc* document = ParseUntrustedXml(xml);
@@ -43,24 +43,6 @@ std::string Repeated(int count, const std::string& text) {
     all += text;
   }
   return all;
-}
-
-int allocationsLeft = -1;
-int allocations = 0;
-
-// One fails, those behind it do not.
-bool MayAllocate() {
-  ++allocations;
-  return allocationsLeft < 0 || allocationsLeft-- > 0;
-}
-
-void* LimitedMalloc(std::size_t size) { return MayAllocate() ? std::malloc(size) : nullptr; }
-void* LimitedRealloc(void* memory, std::size_t size) { return MayAllocate() ? std::realloc(memory, size) : nullptr; }
-
-char* LimitedStrdup(const char* text) {
-  const std::size_t size = std::strlen(text) + 1;
-  void* const copy = LimitedMalloc(size);
-  return copy != nullptr ? static_cast<char*>(std::memcpy(copy, text, size)) : nullptr;
 }
 
 int externals = 0;
@@ -187,22 +169,22 @@ TEST(ParseUntrustedXml, AValueHasALimit) {
 
 // Half of a document looks as well-formed as the whole.
 TEST(ParseUntrustedXml, WithoutMemoryThereIsNoDocument) {
-  xmlMemSetup(&std::free, &LimitedMalloc, &LimitedRealloc, &LimitedStrdup);
+  CountXmlAllocations();
   const std::string xml =
       "<r>" + Repeated(50, "<a n='1'>a text that is too long to stand in its node</a><!--c--><?p x?>") + "</r>";
   const auto parsed = [&xml](int allowed) {
-    allocationsLeft = allowed;
+    xmlAllocationsLeft = allowed;
     xmlDoc* document = ParseUntrustedXml(xml);
-    allocationsLeft = -1;
+    xmlAllocationsLeft = -1;
     const XmlDocAutoPtr guard(document);
     return QsXmlDocSaveToString(document, true);
   };
   const std::string whole = parsed(-1);
   ASSERT_FALSE(whole.empty());
-  allocations = 0;
+  xmlAllocations = 0;
   xmlDoc* again = ParseUntrustedXml(xml);
   const XmlDocAutoPtr guard(again);
-  const int needed = allocations;
+  const int needed = xmlAllocations;
   for (int allowed = 0; allowed < needed; ++allowed) {
     const std::string text = parsed(allowed);
     EXPECT_TRUE(text.empty() || text == whole) << allowed << ": " << text;
