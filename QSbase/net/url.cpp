@@ -26,13 +26,7 @@ std::string Encoded(std::string_view text) {
   std::string encoded(plain + 3 * (text.size() - plain), '\0');
   char* out = encoded.data();
   for (const char c : text) {
-    if (IsLetterOrDigit(c)) {
-      *out++ = c;
-    } else {
-      *out++ = '%';
-      std::memcpy(out, &kHexPairs[std::size_t{2} * static_cast<unsigned char>(c)], 2);
-      out += 2;
-    }
+    out = WriteByte(c, !IsLetterOrDigit(c), out);
   }
   return encoded;
 }

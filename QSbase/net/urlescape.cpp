@@ -128,13 +128,7 @@ bool IsIn(char c, unsigned int classes) { return (kEscapeClasses[static_cast<uns
 
 char* WriteEscaped(std::string_view text, unsigned int classes, char* out) {
   for (const char c : text) {
-    if (IsIn(c, classes)) {
-      *out++ = '%';
-      std::memcpy(out, &kHexPairs[std::size_t{2} * static_cast<unsigned char>(c)], 2);
-      out += 2;
-    } else {
-      *out++ = c;
-    }
+    out = WriteByte(c, IsIn(c, classes), out);
   }
   return out;
 }

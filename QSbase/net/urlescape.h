@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <string>
@@ -33,6 +34,17 @@ enum UrlFlag : unsigned int {
 
 /// Of ASCII.
 constexpr bool IsLetterOrDigit(char c) { return HasClass(c, kSymbol) && c != '_'; }
+
+/// Writes the byte, or its escape in three, and gives where the next one goes.
+inline char* WriteByte(char c, bool isEscaped, char* out) {
+  if (!isEscaped) {
+    *out = c;
+    return out + 1;
+  }
+  *out = '%';
+  std::memcpy(out + 1, &kHexPairs[std::size_t{2} * static_cast<unsigned char>(c)], 2);
+  return out + 3;
+}
 
 /// Room to work in: on the stack for a URL of usual length, on the heap for a longer one.
 class UrlBuffer {

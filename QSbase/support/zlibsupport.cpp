@@ -124,13 +124,13 @@ const unsigned char* Bytes(const std::string& text) { return reinterpret_cast<co
 // zlib's compressBound for sizes that an unsigned long does not hold.
 std::size_t CompressBound(std::size_t size) { return size + (size >> 12) + (size >> 14) + (size >> 25) + 13; }
 
-// Says of a stream that does not end in its buffer what zlib's uncompress() says.
-int UncompressResult(int result, bool isRoomLeft) {
+// Says of a stream that does not end in its buffer what zlib's uncompress() says. `isCut`: whether it is the input
+// that ended, when neither side could go on.
+int UncompressResult(int result, bool isCut) {
   if (result == Z_STREAM_END) {
     return Z_OK;
   }
-  const bool cut = result == Z_BUF_ERROR && isRoomLeft;
-  return result == Z_NEED_DICT || cut ? Z_DATA_ERROR : result;
+  return result == Z_NEED_DICT || (result == Z_BUF_ERROR && isCut) ? Z_DATA_ERROR : result;
 }
 
 struct CodeText {
@@ -207,8 +207,7 @@ int QsUncompress(unsigned char* dest, unsigned long* destLen, const unsigned cha
   ZBuffers buffers{dest, *destLen, src, *srcLen};
   const int result = InflateAll(buffers);
   if (result != Z_STREAM_END) {
-    const bool cut = result == Z_BUF_ERROR && buffers.srcLen == *srcLen;
-    return result == Z_NEED_DICT || cut ? Z_DATA_ERROR : result;
+    return UncompressResult(result, buffers.srcLen == *srcLen);
   }
   *destLen = static_cast<unsigned long>(buffers.destLen);
   *srcLen = static_cast<unsigned long>(buffers.srcLen);

@@ -54,6 +54,9 @@ void Fill(const Record& native, FileData& data) {
   data.size = Join(native.nFileSizeHigh, native.nFileSizeLow);
 }
 
+/// The handle that the shared files know as a number.
+inline HANDLE ToHandle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
+
 /// Closes a handle of the system; keeps the last error.
 class HandleCloser {
  public:

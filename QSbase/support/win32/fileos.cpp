@@ -27,8 +27,6 @@ std::string SystemPath(const std::string& path) {
   return path.find('\0') == std::string::npos ? NativePath(path) : std::string();
 }
 
-HANDLE ToHandle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
-
 std::intptr_t Open(const std::string& path, DWORD access, DWORD creation, DWORD attributes = FILE_ATTRIBUTE_NORMAL,
                    DWORD share = kShared) {
   return reinterpret_cast<std::intptr_t>(

@@ -8,8 +8,6 @@ namespace qsbase::detail {
 
 namespace {
 
-HANDLE ToHandle(std::intptr_t handle) { return reinterpret_cast<HANDLE>(handle); }
-
 /// One read of a file that is open for overlapped ones; how many bytes came, 0 at the end of the file and on an error.
 DWORD ReadOnce(HANDLE file, HANDLE event, std::uint64_t position, char* bytes, DWORD length) {
   OVERLAPPED overlapped{};
