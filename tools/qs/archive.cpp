@@ -25,11 +25,6 @@
 namespace qs {
 namespace {
 
-int Fail(const std::string& text) {
-  PrintError(text);
-  return kExitFailed;
-}
-
 // ---- zip ----
 
 struct Member {

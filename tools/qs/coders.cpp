@@ -31,11 +31,6 @@ constexpr unsigned int kLineLength = 76;
 
 std::string LastError() { return QsErrorMessage(QsGetLastError()); }
 
-int Fail(const std::string& problem) {
-  PrintError(problem);
-  return kExitFailed;
-}
-
 // A file or standard input, read piece by piece.
 class Input {
  public:

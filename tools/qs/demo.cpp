@@ -1,6 +1,5 @@
 #include "demo.h"
 
-#include <QSbase/net/socket.h>
 #include <QSbase/process.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/findfile.h>
@@ -98,24 +97,9 @@ int Report(const std::vector<std::string>& names, const std::vector<Outcome>& ou
   return surprises == 0 ? kExitGood : kExitFailed;
 }
 
-// Starts and stops what the origin needs; before the log, which it would tell of the system's sockets.
-class SocketSession {
- public:
-  SocketSession() { InitQsSocket(1); }
-  ~SocketSession() { InitQsSocket(2); }
-  SocketSession(const SocketSession&) = delete;
-  SocketSession& operator=(const SocketSession&) = delete;
-};
-
-int Fail(const std::string& problem) {
-  PrintError(problem);
-  return kExitFailed;
-}
-
 }  // namespace
 
 int RunDemo(const DemoOptions& options) {
-  const SocketSession session;
   const std::string source = ArticleFolder(options.articles);
   const std::map<std::string, std::string> articles = ArticlesIn(source);
   if (articles.empty()) {

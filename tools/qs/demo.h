@@ -15,7 +15,7 @@ struct DemoOptions {
 };
 
 /// Serves every regular file of the folder but *.md, fetches all of them, prints log and table. An article whose name
-/// begins with "damaged-" is expected to be reported.
+/// begins with "damaged-" is expected to be reported. InitBase() has started the library.
 /// \returns 0 when every article is as expected, 1 otherwise.
 int RunDemo(const DemoOptions& options);
 

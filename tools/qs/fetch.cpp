@@ -225,4 +225,17 @@ int RunFetch(const FetchOptions& options) {
 
 void PrintError(const std::string& text) { std::fprintf(stderr, "qs: %s\n", text.c_str()); }
 
+int Fail(const std::string& problem) {
+  PrintError(problem);
+  return kExitFailed;
+}
+
+bool FlushOutput() {
+  const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+  if (!written) {
+    PrintError("cannot write to standard output");
+  }
+  return written;
+}
+
 }  // namespace qs

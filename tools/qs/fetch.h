@@ -46,6 +46,12 @@ int RunFetch(const FetchOptions& options);
 /// Writes "qs: " and the text to standard error.
 void PrintError(const std::string& text);
 
+/// The same, and the exit code for it.
+int Fail(const std::string& problem);
+
+/// Flushes standard output. False if anything could not be written to it, which is printed as an error.
+bool FlushOutput();
+
 }  // namespace qs
 
 #endif

@@ -108,10 +108,7 @@ class Watcher : public QsFTPQueueCallback {
 };
 
 int ExitCode(bool done) {
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    PrintError("cannot write to standard output");
-    done = false;
-  }
+  done = FlushOutput() && done;
   if (Interrupted()) {
     PrintError("interrupted");
     return InterruptExitCode();

@@ -2,7 +2,6 @@
 
 #include <QSbase/log/log.h>
 #include <QSbase/net/hostinfo.h>
-#include <QSbase/net/socket.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -15,15 +14,6 @@
 
 namespace qs {
 namespace {
-
-// Starts and stops what names and addresses need.
-class SocketSession {
- public:
-  SocketSession() { InitQsSocket(1); }
-  ~SocketSession() { InitQsSocket(2); }
-  SocketSession(const SocketSession&) = delete;
-  SocketSession& operator=(const SocketSession&) = delete;
-};
 
 // The last message of the library, which tells why a look-up gave nothing.
 std::string& Message() {
@@ -51,8 +41,7 @@ int LookUp(const std::string& name) {
   const std::unique_ptr<int[], decltype(&FreeDNSQuery)> addresses(DNSQuery(name.c_str()), &FreeDNSQuery);
   DisableLogCallback(&KeepMessage);
   if (addresses == nullptr || addresses[0] == 0) {
-    PrintError(Printable(Message()));
-    return kExitFailed;
+    return Fail(Printable(Message()));
   }
   for (const int* address = addresses.get(); *address != 0; ++address) {
     std::printf("%s\n", Dotted(*address).c_str());
@@ -72,8 +61,7 @@ std::string Joined(const std::vector<std::string>& texts) {
 int ShowAdapters() {
   std::vector<QsAdapterInfoEx> adapters;
   if (!QsGetAdapterInfoEx(adapters)) {
-    PrintError("the system does not tell its network adapters");
-    return kExitFailed;
+    return Fail("the system does not tell its network adapters");
   }
   std::size_t width = std::strlen("Adapter");
   for (QsAdapterInfoEx& adapter : adapters) {
@@ -99,13 +87,8 @@ int ShowMachine() {
 }  // namespace
 
 int RunHost(const HostOptions& options) {
-  const SocketSession session;
   const int exitCode = options.name ? LookUp(*options.name) : ShowMachine();
-  if (std::fflush(stdout) != 0) {
-    PrintError("cannot write to standard output");
-    return kExitFailed;
-  }
-  return exitCode;
+  return FlushOutput() ? exitCode : kExitFailed;
 }
 
 }  // namespace qs

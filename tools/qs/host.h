@@ -12,7 +12,8 @@ struct HostOptions {
   std::optional<std::string> name;  ///< none: this machine
 };
 
-/// Writes what it finds, a name's addresses one a line. Gives the program's exit code.
+/// Writes what it finds, a name's addresses one a line. InitBase() has started the library. Gives
+/// the exit code.
 int RunHost(const HostOptions& options);
 
 }  // namespace qs

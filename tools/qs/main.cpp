@@ -306,15 +306,13 @@ std::string UsageProblem(const CLI::App& app, const Options& options) {
   return {};
 }
 
-int RunUploadCommand(Options& options) {
-  options.upload.quiet = options.log.quiet;
+// A transfer that is logged and may be interrupted.
+template <typename Run>
+int RunLogged(const qs::LogOptions& log, Run run) {
   qs::CatchInterrupts();
   const Session session;
-  if (const std::string problem = qs::StartLog(options.log); !problem.empty()) {
-    qs::PrintError(problem);
-    return qs::kExitFailed;
-  }
-  return qs::RunUpload(options.upload);
+  const std::string problem = qs::StartLog(log);
+  return problem.empty() ? run() : qs::Fail(problem);
 }
 
 int RunCommand(const CLI::App& app, Options& options) {
@@ -326,13 +324,7 @@ int RunCommand(const CLI::App& app, Options& options) {
   if (app.got_subcommand("fetch")) {
     options.fetch.quiet = options.log.quiet;
     options.fetch.memoryLimit = std::uint64_t{options.memoryLimit} << 20;
-    qs::CatchInterrupts();
-    const Session session;
-    if (const std::string problem = qs::StartLog(options.log); !problem.empty()) {
-      qs::PrintError(problem);
-      return qs::kExitFailed;
-    }
-    return qs::RunFetch(options.fetch);
+    return RunLogged(options.log, [&] { return qs::RunFetch(options.fetch); });
   }
   if (app.got_subcommand("demo")) {
     qs::CatchInterrupts();
@@ -346,13 +338,15 @@ int RunCommand(const CLI::App& app, Options& options) {
     return qs::RunDecode(options.decode);
   }
   if (app.got_subcommand("upload")) {
-    return RunUploadCommand(options);
+    options.upload.quiet = options.log.quiet;
+    return RunLogged(options.log, [&] { return qs::RunUpload(options.upload); });
   }
   if (app.got_subcommand("ls")) {
     const Session session;
     return qs::RunLs(options.ls);
   }
   if (app.got_subcommand("host")) {
+    const Session session;
     return qs::RunHost(options.host);
   }
   if (app.got_subcommand("sysinfo")) {

@@ -49,11 +49,7 @@ int RunUrl(const std::vector<std::string>& urls) {
     lines.append(lines.empty() ? "" : "\n").append(DescribeUrl(url));
   }
   std::fwrite(lines.data(), 1, lines.size(), stdout);
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    PrintError("cannot write to standard output");
-    return kExitFailed;
-  }
-  return std::all_of(urls.begin(), urls.end(), &QsIsValidURL) ? kExitGood : kExitFailed;
+  return FlushOutput() && std::all_of(urls.begin(), urls.end(), &QsIsValidURL) ? kExitGood : kExitFailed;
 }
 
 }  // namespace qs

@@ -7,15 +7,6 @@
 #include "text.h"
 
 namespace qs {
-namespace {
-
-int Fail(const std::string& problem) {
-  PrintError(problem);
-  return kExitFailed;
-}
-
-}  // namespace
-
 int RunXPath(const XPathOptions& options) {
   std::string xml;
   if (const std::string problem = ReadAll(options.input, xml); !problem.empty()) {
