@@ -77,10 +77,10 @@ inline bool IsInlineCallOver(const char* buffer, unsigned int length, unsigned i
 
 /// A coder's output buffer: from array new under 0x10000000, otherwise from the C heap. Released by the destructor
 /// unless handed to the caller. Behind the requested size there are always `kSlack` more bytes that a kernel may
-/// scratch.
+/// scratch: a vector of the widest level.
 class CoderBuffer {
  public:
-  static constexpr std::size_t kSlack = 16;
+  static constexpr std::size_t kSlack = 64;
 
   explicit CoderBuffer(int flags) : _flags(flags) {}
   ~CoderBuffer() { CEncodeDecode::FreeBuffer(_data, _flags); }

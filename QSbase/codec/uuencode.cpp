@@ -1,7 +1,8 @@
 #include <QSbase/codec/coderbuffer.h>
 #include <QSbase/codec/encodedecode.h>
 #include <QSbase/codec/uukernel.h>
-#include <QSbase/codec/wordscan.h>
+#include <QSbase/simd/search.h>
+#include <QSbase/simd/wordscan.h>
 
 #include <algorithm>
 #include <array>

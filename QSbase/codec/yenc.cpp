@@ -1,7 +1,7 @@
 #include <QSbase/codec/coderbuffer.h>
 #include <QSbase/codec/encodedecode.h>
 #include <QSbase/codec/hash.h>
-#include <QSbase/codec/wordscan.h>
+#include <QSbase/simd/wordscan.h>
 #include <QSbase/codec/yenckernel.h>
 #include <QSbase/text/qsstring.h>
 

@@ -1,7 +1,7 @@
 /// \file
 /// Eight characters at a time (internal): words whose first character is the lowest byte.
-#ifndef QSBASE_CODEC_WORDSCAN_H
-#define QSBASE_CODEC_WORDSCAN_H
+#ifndef QSBASE_SIMD_WORDSCAN_H
+#define QSBASE_SIMD_WORDSCAN_H
 
 #include <bit>
 #include <cstddef>
@@ -32,16 +32,18 @@ inline std::uint64_t MarkByte(std::uint64_t word, unsigned char c) {
 /// The index of the lowest byte whose high bit is set; 8 for none.
 inline std::size_t FirstMark(std::uint64_t marks) { return static_cast<std::size_t>(std::countr_zero(marks)) / 8; }
 
-/// The next CR or LF, or the end.
-inline const char* FindLineEnd(const char* position, const char* end) {
+/// The first of two bytes in the range, or its end.
+inline const char* FindEitherByWords(const char* position, const char* end, char one, char other) {
   for (; end - position >= 8; position += 8) {
     const std::uint64_t word = LoadWord(position);
-    const std::uint64_t marks = (MarkByte(word, '\n') | MarkByte(word, '\r')) & kWordHighBits;
+    const std::uint64_t marks =
+        (MarkByte(word, static_cast<unsigned char>(one)) | MarkByte(word, static_cast<unsigned char>(other))) &
+        kWordHighBits;
     if (marks != 0) {
       return position + FirstMark(marks);
     }
   }
-  while (position != end && *position != '\n' && *position != '\r') {
+  while (position != end && *position != one && *position != other) {
     ++position;
   }
   return position;

@@ -1,0 +1,68 @@
+/// \file
+/// Vectors of bytes, for the files that are compiled once a level (internal). It is included once for each of them, and
+/// so guarded by Highway's toggle.
+
+#if defined(QSBASE_SIMD_BYTES_INL_H) == defined(HWY_TARGET_TOGGLE)
+#ifdef QSBASE_SIMD_BYTES_INL_H
+#undef QSBASE_SIMD_BYTES_INL_H
+#else
+#define QSBASE_SIMD_BYTES_INL_H
+#endif
+
+#include <QSbase/simd/kept.h>
+#include <QSbase/simd/targets.h>
+
+#include <hwy/highway.h>
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+#if QSBASE_SIMD_TARGET
+HWY_BEFORE_NAMESPACE();
+namespace qsbase::detail::HWY_NAMESPACE {
+
+namespace hn = hwy::HWY_NAMESPACE;
+
+using Bytes = hn::ScalableTag<std::uint8_t>;
+using ByteVector = hn::Vec<Bytes>;
+
+/// How many bytes a vector holds.
+constexpr std::ptrdiff_t kBytes = HWY_MAX_BYTES;
+
+HWY_INLINE ByteVector LoadBytes(const void* p) { return hn::LoadU(Bytes(), static_cast<const std::uint8_t*>(p)); }
+
+HWY_INLINE void StoreBytes(ByteVector bytes, void* p) { hn::StoreU(bytes, Bytes(), static_cast<std::uint8_t*>(p)); }
+
+template <class Byte>
+HWY_INLINE ByteVector Splat(Byte byte) {
+  return hn::Set(Bytes(), static_cast<std::uint8_t>(byte));
+}
+
+/// One bit a byte, that of the first byte lowest.
+HWY_INLINE std::uint64_t MaskBits(hn::Mask<Bytes> mask) {
+  std::uint64_t bits = 0;
+  hn::StoreMaskBits(Bytes(), mask, reinterpret_cast<std::uint8_t*>(&bits));
+  return bits;
+}
+
+/// Stores the bytes whose bit in `kept` is set, without gaps, and scratches up to `kBytes` bytes from `out` on. Returns
+/// the end of what was kept.
+template <class Byte>
+HWY_INLINE Byte* StoreKept(ByteVector bytes, std::uint64_t kept, Byte* out) {
+  const hn::Full64<std::uint8_t> eight;
+  alignas(kBytes) std::uint8_t all[kBytes];
+  hn::Store(bytes, Bytes(), all);
+  for (std::ptrdiff_t i = 0; i < kBytes; i += 8, kept >>= 8) {
+    const auto places = hn::LoadU(eight, kKeptPlaces[kept & 0xFF].data());
+    hn::StoreU(hn::TableLookupBytes(hn::Load(eight, all + i), places), eight, reinterpret_cast<std::uint8_t*>(out));
+    out += std::popcount(kept & 0xFF);
+  }
+  return out;
+}
+
+}  // namespace qsbase::detail::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+#endif
+
+#endif
