@@ -1,8 +1,8 @@
 #include <QSbase/codec/coderbuffer.h>
 #include <QSbase/codec/encodedecode.h>
 #include <QSbase/codec/hash.h>
-#include <QSbase/simd/wordscan.h>
 #include <QSbase/codec/yenckernel.h>
+#include <QSbase/simd/wordscan.h>
 #include <QSbase/text/qsstring.h>
 
 #include <algorithm>
