@@ -46,19 +46,40 @@ HWY_INLINE std::uint64_t MaskBits(hn::Mask<Bytes> mask) {
   return bits;
 }
 
+using Sixteen = hn::Full128<std::uint8_t>;
+
+/// The shuffle that moves what is kept of each eight of sixteen bytes to their start. Two loads over the table's rows
+/// give a half each; what else they read is a neighbour's row.
+HWY_INLINE hn::Vec<Sixteen> KeptPlacesOf(std::size_t lower, std::size_t upper) {
+  const std::uint8_t* const rows = kKeptPlaces.front().data();
+  return hn::ConcatUpperLower(Sixteen(), hn::LoadU(Sixteen(), rows + 8 * (256 + upper) - 8),
+                              hn::LoadU(Sixteen(), rows + 8 * lower));
+}
+
+template <class Byte>
+HWY_INLINE Byte* StoreKept(Sixteen, hn::Vec<Sixteen> bytes, std::uint64_t kept, Byte* out) {
+  const hn::Full64<std::uint8_t> eight;
+  const std::size_t lower = kept & 0xFF;
+  const std::size_t upper = kept >> 8 & 0xFF;
+  const auto halves = hn::TableLookupBytes(bytes, KeptPlacesOf(lower, upper));
+  hn::StoreU(hn::LowerHalf(halves), eight, reinterpret_cast<std::uint8_t*>(out));
+  out += std::popcount(lower);
+  hn::StoreU(hn::UpperHalf(eight, halves), eight, reinterpret_cast<std::uint8_t*>(out));
+  return out + std::popcount(upper);
+}
+
+template <class Tag, class Byte>
+HWY_INLINE Byte* StoreKept(Tag, hn::Vec<Tag> bytes, std::uint64_t kept, Byte* out) {
+  const hn::Half<Tag> half;
+  out = StoreKept(half, hn::LowerHalf(half, bytes), kept, out);
+  return StoreKept(half, hn::UpperHalf(half, bytes), kept >> hn::MaxLanes(half), out);
+}
+
 /// Stores the bytes whose bit in `kept` is set, without gaps, and scratches up to `kBytes` bytes from `out` on. Returns
 /// the end of what was kept.
 template <class Byte>
 HWY_INLINE Byte* StoreKept(ByteVector bytes, std::uint64_t kept, Byte* out) {
-  const hn::Full64<std::uint8_t> eight;
-  alignas(kBytes) std::uint8_t all[kBytes];
-  hn::Store(bytes, Bytes(), all);
-  for (std::ptrdiff_t i = 0; i < kBytes; i += 8, kept >>= 8) {
-    const auto places = hn::LoadU(eight, kKeptPlaces[kept & 0xFF].data());
-    hn::StoreU(hn::TableLookupBytes(hn::Load(eight, all + i), places), eight, reinterpret_cast<std::uint8_t*>(out));
-    out += std::popcount(kept & 0xFF);
-  }
-  return out;
+  return StoreKept(Bytes(), bytes, kept, out);
 }
 
 }  // namespace qsbase::detail::HWY_NAMESPACE
