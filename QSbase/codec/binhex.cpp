@@ -1,9 +1,9 @@
 #include <QSbase/codec/binhex.h>
+#include <QSbase/codec/binhexkernel.h>
 #include <QSbase/codec/coderbuffer.h>
 #include <QSbase/codec/encodedecode.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <string_view>
 
@@ -17,33 +17,15 @@ constexpr int kInvalid = -8;
 constexpr int kNoEnd = -9;
 constexpr int kInputEnds = -10;
 
-constexpr unsigned char kRunMark = 0x90;
 constexpr std::size_t kLargestPiece = std::size_t{1} << 30;
 constexpr std::size_t kScratchSize = 16384;
+constexpr std::ptrdiff_t kShortestStretch = 48;
+constexpr std::ptrdiff_t kFirstStretch = 768;
+constexpr std::ptrdiff_t kLongestStretch = 6144;
 constexpr std::string_view kMarker = "(This file must be converted with BinHex";
-constexpr std::string_view kDigits = "!\"#$%&'()*+,-012345689@ABCDEFGHIJKLMNPQRSTUVXYZ[`abcdefhijklmpqr";
-constexpr std::string_view kWhiteSpace = "\t\n\r ";
+bool IsWhite(char c) { return kBinHexWhiteSpace.find(c) != kBinHexWhiteSpace.npos; }
 
-constexpr unsigned char kWhite = 64;
-constexpr unsigned char kNoDigit = 65;
-
-constexpr std::array<unsigned char, 256> MakeValues() {
-  std::array<unsigned char, 256> values{};
-  for (unsigned char& value : values) {
-    value = kNoDigit;
-  }
-  for (const char c : kWhiteSpace) {
-    values[static_cast<unsigned char>(c)] = kWhite;
-  }
-  for (std::size_t i = 0; i < kDigits.size(); ++i) {
-    values[static_cast<unsigned char>(kDigits[i])] = static_cast<unsigned char>(i);
-  }
-  return values;
-}
-
-constexpr std::array<unsigned char, 256> kValues = MakeValues();
-
-bool IsWhite(char c) { return kWhiteSpace.find(c) != kWhiteSpace.npos; }
+unsigned char ValueOf(char c) { return kBinHexValues[static_cast<unsigned char>(c)]; }
 
 /// A guess at the size of the data fork that no header can drive up: without runs, the rest of the text holds no more.
 std::uint64_t FirstCapacity(std::ptrdiff_t textLeft, std::uint32_t claimed) {
@@ -211,31 +193,89 @@ int CBinHexDecoder::SkipToEndOfData() {
 }
 
 int CBinHexDecoder::DecodeData(unsigned char* buffer, int count) {
-  for (int done = 0; done < count;) {
-    if (_repeatCount > 0) {
-      const int copies = std::min(_repeatCount, count - done);
-      std::memset(buffer + done, _lastByte, static_cast<std::size_t>(copies));
-      _repeatCount -= copies;
-      done += copies;
-      continue;
-    }
-    unsigned char value = 0;
-    unsigned char copies = 0;
-    int status = GetNextDecodedChar(value);
-    if (status == kCoderOk && value == kRunMark) {
-      status = GetNextDecodedChar(copies);
-    }
+  unsigned char* const end = buffer + count;
+  std::ptrdiff_t stretch = kFirstStretch;
+  while (buffer < end) {
+    const bool isLong = _phase == 0 && end - buffer >= kShortestStretch;
+    const int status = isLong ? DecodeStretch(buffer, end, stretch) : DecodeStep(buffer, end);
     if (status != kCoderOk) {
       return status;
     }
-    if (copies != 0) {
-      _repeatCount = copies - 1;  // one of them is written already
-      continue;
-    }
-    _lastByte = value;  // a literal 0x90 too: a run may follow it
-    buffer[done++] = value;
+    stretch = std::min(2 * stretch, kLongestStretch);
   }
   return kCoderOk;
+}
+
+/// Writes one byte, or what is pending of a run, or takes a run's start.
+int CBinHexDecoder::DecodeStep(unsigned char*& out, unsigned char* end) {
+  if (_repeatCount > 0) {
+    const auto copies = std::min<std::ptrdiff_t>(_repeatCount, end - out);
+    std::memset(out, _lastByte, static_cast<std::size_t>(copies));
+    _repeatCount -= static_cast<int>(copies);
+    out += copies;
+    return kCoderOk;
+  }
+  unsigned char value = 0;
+  const int status = GetNextDecodedChar(value);
+  if (status == kCoderOk && value == kBinHexRunMark) {
+    return TakeCount(out);
+  }
+  if (status == kCoderOk) {
+    _lastByte = value;
+    *out++ = value;
+  }
+  return status;
+}
+
+/// Takes what follows a run mark.
+int CBinHexDecoder::TakeCount(unsigned char*& out) {
+  unsigned char copies = 0;
+  const int status = GetNextDecodedChar(copies);
+  if (status != kCoderOk) {
+    return status;
+  }
+  if (copies != 0) {
+    _repeatCount = copies - 1;  // one of them is written already
+    return kCoderOk;
+  }
+  _lastByte = kBinHexRunMark;  // a run may follow it
+  *out++ = kBinHexRunMark;
+  return kCoderOk;
+}
+
+/// Decodes many groups at once, at least one step. The runs in them may yield more than there is room for: what was
+/// read too far is given back then.
+int CBinHexDecoder::DecodeStretch(unsigned char*& out, unsigned char* end, std::ptrdiff_t longest) {
+  const BinHexKernels& kernels = BinHexKernelsOf(CurrentSimdLevel());
+  unsigned char bytes[kLongestStretch + kBinHexSlack];
+  const char* const start = _position;
+  const BinHexGroups groups = kernels.decodeGroups(start, _end, bytes, bytes + std::min(end - out, longest));
+  if (groups.out == bytes) {
+    return DecodeStep(out, end);
+  }
+  BinHexRuns runs{bytes, groups.out, out, end, _repeatCount, _lastByte};
+  kernels.expandRuns(runs);
+  _position = groups.position;
+  _repeatCount = runs.repeatCount;
+  _lastByte = runs.lastByte;
+  out = runs.out;
+  if (runs.read == groups.out) {
+    return kCoderOk;
+  }
+  if (out != end) {
+    return TakeCount(out);
+  }
+  const std::ptrdiff_t used = runs.read - bytes;
+  _position = kernels.decodeGroups(start, _end, bytes, bytes + used).position;
+  return SkipDecodedChars(static_cast<int>(used % 3));
+}
+
+int CBinHexDecoder::SkipDecodedChars(int count) {
+  int status = kCoderOk;
+  for (unsigned char value = 0; count > 0 && status == kCoderOk; --count) {
+    status = GetNextDecodedChar(value);
+  }
+  return status;
 }
 
 int CBinHexDecoder::DecodeInteger(unsigned int& value, unsigned int bytes) {
@@ -272,13 +312,13 @@ int CBinHexDecoder::GetNextByteFromBinHexData(unsigned char& value) {
   if (_position == _end) {
     return kInputEnds;
   }
-  while (kValues[static_cast<unsigned char>(*_position)] == kWhite) {
+  while (ValueOf(*_position) == kBinHexWhite) {
     if (++_position == _end) {
       return kInvalid;
     }
   }
-  value = kValues[static_cast<unsigned char>(*_position)];
-  if (value == kNoDigit) {
+  value = ValueOf(*_position);
+  if (value == kNoBinHexDigit) {
     return kInvalid;
   }
   ++_position;

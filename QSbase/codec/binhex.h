@@ -4,6 +4,7 @@
 #ifndef QSBASE_CODEC_BINHEX_H
 #define QSBASE_CODEC_BINHEX_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -93,6 +94,10 @@ class QSBASE_API CBinHexDecoder {
 
  private:
   void Start(const char* input, unsigned int length);
+  int DecodeStep(unsigned char*& out, unsigned char* end);
+  int TakeCount(unsigned char*& out);
+  int DecodeStretch(unsigned char*& out, unsigned char* end, std::ptrdiff_t longest);
+  int SkipDecodedChars(int count);
   int DiscardData(std::uint32_t count);
   int ReadResourceFork();
   int SkipToEndOfData();

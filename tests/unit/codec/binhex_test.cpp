@@ -1,6 +1,7 @@
 #include <QSbase/codec/binhex.h>
 #include <QSbase/codec/encodedecode.h>
 #include <gtest/gtest.h>
+#include <tests/common/simdlevels.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -10,6 +11,8 @@
 #include <vector>
 
 namespace {
+
+using qsbase::test::OnEveryLevel;
 
 constexpr int kHeaderOnly = 0x20000;
 constexpr int kArrays = 0x10000000;
@@ -560,6 +563,140 @@ TEST(BinHex, StepsWithoutAnInput) {
   EXPECT_EQ(steps.DecodeInteger(value, 2), -10);
   EXPECT_EQ(steps.GetNextDecodedChar(byte), -10);
   EXPECT_EQ(steps.GetNextByteFromBinHexData(byte), -10);
+}
+
+/// A decoder behind the header of a text: at the data fork's first byte.
+std::unique_ptr<Steps> AtTheData(const std::string& text) {
+  auto steps = std::make_unique<Steps>();
+  char* out = nullptr;
+  unsigned int length = 0;
+  EXPECT_EQ(steps->Decode(text.data(), static_cast<unsigned int>(text.size()), &out, length, kHeaderOnly), 0);
+  return steps;
+}
+
+/// Byte by byte, as far as it goes: the status and the bytes.
+Result ReadSlowly(Steps& steps, std::size_t count) {
+  Result result{0, "", false};
+  while (result.data.size() < count && result.status == 0) {
+    unsigned char byte = 0;
+    result.status = steps.DecodeData(&byte, 1);
+    if (result.status == 0) {
+      result.data += static_cast<char>(byte);
+    }
+  }
+  return result;
+}
+
+/// The bytes are only told after a success.
+Result ReadAtOnce(Steps& steps, std::size_t count) {
+  const std::unique_ptr<unsigned char[]> bytes(new unsigned char[count]);
+  Result result{0, "", false};
+  result.status = steps.DecodeData(bytes.get(), static_cast<int>(count));
+  if (result.status == 0) {
+    result.data.assign(reinterpret_cast<const char*>(bytes.get()), count);
+  }
+  return result;
+}
+
+/// Some bytes, with many runs and run marks when `few` is small.
+std::string DataWithRuns(std::size_t size, unsigned int few, std::mt19937& random) {
+  std::string data;
+  while (data.size() < size) {
+    const char byte = random() % 4 == 0 ? '\x90' : static_cast<char>(random());
+    data.append(random() % few == 0 ? 1 + random() % 600 : 1, random() % few == 0 ? byte : static_cast<char>(random()));
+  }
+  data.resize(size);
+  return data;
+}
+
+/// White space of all kinds at random places behind the opening colon.
+std::string Scattered(const std::string& characters, unsigned int seldom, std::mt19937& random) {
+  std::string text;
+  for (std::size_t i = 0; i < characters.size(); ++i) {
+    text += characters[i];
+    for (; random() % seldom == 0;) {
+      text += "\t\n\r "[random() % 4];
+    }
+  }
+  return text;
+}
+
+TEST(BinHex, LongReadsStopWhereShortOnesDo) {
+  OnEveryLevel([] {
+    std::mt19937 random(4);
+    for (int i = 0; i < 400; ++i) {
+      File file;
+      file.name = Random(random() % 64, random);
+      file.data = DataWithRuns(20000, i % 2 == 0 ? 400 : 6, random);
+      const std::string characters = Characters(RunLengths(Stream(file), random() % 4));
+      const std::string text =
+          kMarker + (i % 3 == 0 ? Wrapped(characters) : Scattered(characters, i % 3 == 1 ? 3 : 70, random));
+      const auto fast = AtTheData(text);
+      const auto slow = AtTheData(text);
+      for (std::size_t left = file.data.size(); left > 300;) {
+        const std::size_t count = 1 + random() % std::min<std::size_t>(left - 100, random() % 4 == 0 ? 9000 : 300);
+        const Result expected = ReadSlowly(*slow, count);
+        const Result result = ReadAtOnce(*fast, count);
+        ASSERT_EQ(result.status, 0) << i;
+        ASSERT_EQ(result.data, expected.data) << i;
+        left -= count;
+        if (random() % 16 == 0) {
+          // What was taken of the text, and the bits that were carried, are the same.
+          unsigned char next = 0;
+          unsigned char expectedNext = 0;
+          ASSERT_EQ(slow->GetNextDecodedChar(expectedNext), 0);
+          ASSERT_EQ(fast->GetNextDecodedChar(next), 0);
+          ASSERT_EQ(next, expectedNext) << i;
+          break;  // half a run may be left
+        }
+      }
+    }
+  });
+}
+
+TEST(BinHex, LongReadsFailWhereShortOnesDo) {
+  OnEveryLevel([] {
+    std::mt19937 random(5);
+    for (int i = 0; i < 3000; ++i) {
+      File file;
+      file.data = DataWithRuns(2000, i % 2 == 0 ? 400 : 6, random);
+      std::string text = kMarker + Wrapped(Characters(RunLengths(Stream(file), 2)));
+      const std::size_t first = kMarker.size() + 60;
+      const std::size_t at = first + random() % (text.size() - first);
+      if (i % 3 == 0) {
+        text.resize(at);
+      } else {
+        text[at] = i % 3 == 1 ? '.' : static_cast<char>(0x80 + random() % 128);
+      }
+      const std::unique_ptr<char[]> exact(new char[text.size()]);
+      std::copy(text.begin(), text.end(), exact.get());
+      const auto fast = AtTheData(text);
+      const auto slow = AtTheData(text);
+      const Result expected = ReadSlowly(*slow, 4000);
+      ASSERT_NE(expected.status, 0);
+      ASSERT_EQ(ReadAtOnce(*fast, expected.data.size() + 1).status, expected.status) << i;
+      unsigned char next = 0;
+      ASSERT_EQ(fast->GetNextDecodedChar(next), slow->GetNextDecodedChar(next)) << i;
+      const auto again = AtTheData(text);
+      ASSERT_EQ(ReadAtOnce(*again, expected.data.size()).data, expected.data) << i;
+    }
+  });
+}
+
+TEST(BinHex, EveryLevelDecodesRandomFiles) {
+  OnEveryLevel([] {
+    std::mt19937 random(6);
+    for (int i = 0; i < 1000; ++i) {
+      File file;
+      file.data = DataWithRuns(1 + random() % 30000, i % 2 == 0 ? 300 : 5, random);
+      file.resource = DataWithRuns(random() % 2 == 0 ? 0 : random() % 100000, 20, random);
+      const std::string characters = Characters(RunLengths(Stream(file)));
+      const Result result = Decode(kMarker + (i % 2 == 0 ? Wrapped(characters) : Scattered(characters, 50, random)),
+                                   i % 3 == 0 ? kArrays : 0);
+      ASSERT_EQ(result.status, 0) << i;
+      ASSERT_EQ(result.data, file.data) << i;
+    }
+  });
 }
 
 }  // namespace
