@@ -1,0 +1,381 @@
+#include <QSbase/codec/base64kernel.h>
+#include <QSbase/simd/targets.h>
+
+#include <algorithm>
+#include <bit>
+
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "QSbase/codec/base64vector.cpp"
+#include <hwy/foreach_target.h>
+
+#include <QSbase/simd/bytes-inl.h>
+
+#if QSBASE_SIMD_TARGET
+HWY_BEFORE_NAMESPACE();
+namespace qsbase::detail::HWY_NAMESPACE {
+namespace {
+
+using Words = hn::Repartition<std::uint16_t, Bytes>;
+
+/// A vector of text is so many groups, which are so many bytes of data.
+constexpr std::ptrdiff_t kGroups = kBytes / 4;
+constexpr std::ptrdiff_t kData = kGroups * 3;
+
+/// The decoder stores whole vectors of data. This many characters from the first one on it cannot pass the room that
+/// they give: with n groups before them that is 3 * (n + kAhead / 4) + 2 bytes, at least 3 * n + kBytes.
+constexpr std::ptrdiff_t kAhead = kBytes + kBytes / 2;
+static_assert(kAhead / 4 * 3 + 2 >= kBytes);
+
+/// A table of 16 bytes, for every block of a vector.
+HWY_INLINE ByteVector Table(const std::uint8_t* table) { return hn::LoadDup128(Bytes(), table); }
+
+/// A vector that repeats four bytes, the first one lowest.
+HWY_INLINE ByteVector Repeat(std::uint32_t bytes) {
+  return hn::BitCast(Bytes(), hn::Set(hn::Repartition<std::uint32_t, Bytes>(), bytes));
+}
+
+// ---- Encoding
+
+/// Twelve bytes of data at the start of every block; reads `kBytes` bytes at most.
+HWY_INLINE ByteVector LoadData(const unsigned char* input) {
+#if HWY_TARGET == HWY_AVX2
+  const hn::Half<Bytes> half;
+  return hn::Combine(Bytes(), hn::LoadU(half, input + 12), hn::LoadU(half, input));
+#elif HWY_TARGET == HWY_AVX3
+  const hn::Repartition<std::uint32_t, Bytes> lanes;
+  alignas(64) static constexpr std::uint32_t kPlaces[16] = {0, 1, 2, 3, 3, 4, 5, 6, 6, 7, 8, 9, 9, 10, 11, 12};
+  const auto places = hn::SetTableIndices(lanes, kPlaces);
+  return hn::BitCast(Bytes(), hn::TableLookupLanes(hn::BitCast(lanes, LoadBytes(input)), places));
+#else
+  return LoadBytes(input);
+#endif
+}
+
+/// Six bits in every byte, from twelve bytes in every block. A group's bytes a, b, c become the words a:b and b:c, so
+/// that two of its numbers are to be moved down in their word, and two up.
+HWY_INLINE ByteVector SixBits(ByteVector data) {
+  alignas(16) static constexpr std::uint8_t kPlaces[16] = {1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10};
+  const Words words;
+  const auto pairs = hn::TableLookupBytes(data, Table(kPlaces));
+  const auto first = hn::BitCast(words, hn::And(pairs, Repeat(0x0FC0FC00)));
+  const auto second = hn::BitCast(words, hn::And(pairs, Repeat(0x003F03F0)));
+  const auto down = hn::MulHigh(first, hn::BitCast(words, Repeat(0x04000040)));
+  const auto up = hn::Mul(second, hn::BitCast(words, Repeat(0x01000010)));
+  return hn::BitCast(Bytes(), hn::Or(down, up));
+}
+
+/// The characters of numbers below 64. What is to be added depends on the range that a number is in: 0 and 13 are the
+/// letters, 1 to 10 the digits, 11 and 12 "+" and "/".
+HWY_INLINE ByteVector Characters(ByteVector numbers) {
+  constexpr auto kDigit = static_cast<std::uint8_t>('0' - 52);
+  alignas(16) static constexpr std::uint8_t kOffsets[16] = {'a' - 26,
+                                                            kDigit,
+                                                            kDigit,
+                                                            kDigit,
+                                                            kDigit,
+                                                            kDigit,
+                                                            kDigit,
+                                                            kDigit,
+                                                            kDigit,
+                                                            kDigit,
+                                                            kDigit,
+                                                            static_cast<std::uint8_t>('+' - 62),
+                                                            static_cast<std::uint8_t>('/' - 63),
+                                                            'A',
+                                                            0,
+                                                            0};
+  const hn::Repartition<std::int8_t, Bytes> sign;
+  const auto capital = hn::VecFromMask(hn::RebindMask(Bytes(), hn::BitCast(sign, numbers) < hn::Set(sign, 26)));
+  const auto range = hn::Or(hn::SaturatedSub(numbers, Splat(51)), hn::And(capital, Splat(13)));
+  return hn::Add(numbers, hn::TableLookupBytes(Table(kOffsets), range));
+}
+
+/// A vector of text from `kData` bytes. Reads `kBytes` bytes.
+HWY_INLINE ByteVector Encoded(const unsigned char* input) { return Characters(SixBits(LoadData(input))); }
+
+struct EncodeState {
+  const unsigned char* position;
+  const unsigned char* end;
+  char* output;
+};
+
+HWY_INLINE void PutLineBreak(char*& output) {
+  output[0] = '\r';
+  output[1] = '\n';
+  output += 2;
+}
+
+/// Encodes groups without a break. A vector may hold fewer groups than it has room for: what it writes behind them is
+/// less than the text of the `kBytes` bytes that were there to read, and so is written again.
+void EncodeRun(EncodeState& state, std::size_t groups) {
+  while (groups > 0 && state.end - state.position >= kBytes) {
+    const auto count = std::min(groups, static_cast<std::size_t>(kGroups));
+    StoreBytes(Encoded(state.position), state.output);
+    state.position += count * 3;
+    state.output += count * 4;
+    groups -= count;
+  }
+  state.output =
+      Base64EncodeGroups(state.position, static_cast<std::size_t>(state.end - state.position), groups, state.output);
+  state.position += groups * 3;
+}
+
+/// Encodes whole lines as long as all their vectors can be read.
+void EncodeLines(EncodeState& state, std::ptrdiff_t groups) {
+  const std::ptrdiff_t vectors = (groups + kGroups - 1) / kGroups;
+  const std::ptrdiff_t readable = std::max(groups * 3, (vectors - 1) * kData + kBytes);
+  const unsigned char* input = state.position;
+  char* output = state.output;
+  for (; state.end - input >= readable; input += groups * 3) {
+    for (std::ptrdiff_t i = 0; i < vectors; ++i) {
+      StoreBytes(Encoded(input + i * kData), output + i * kBytes);
+    }
+    output += groups * 4;
+    PutLineBreak(output);
+  }
+  state.position = input;
+  state.output = output;
+}
+
+char* Encode(const unsigned char* input, std::size_t length, unsigned int groupsPerLine, char* output) {
+  if (length < static_cast<std::size_t>(kBytes)) {
+    return Base64EncodeScalar(input, length, groupsPerLine, output);
+  }
+  EncodeState state{input, input + length, output};
+  if (groupsPerLine != 0 && groupsPerLine <= length / 3) {
+    EncodeLines(state, static_cast<std::ptrdiff_t>(groupsPerLine));
+  }
+  for (;;) {
+    const std::size_t groups = static_cast<std::size_t>(state.end - state.position) / 3;
+    if (groupsPerLine == 0 || groups < groupsPerLine) {
+      EncodeRun(state, groups);
+      return Base64EncodeRest(state.position, length % 3, state.output);
+    }
+    EncodeRun(state, groupsPerLine);
+    PutLineBreak(state.output);
+  }
+}
+
+// ---- Decoding
+
+struct Values {
+  ByteVector numbers;
+  ByteVector legal;  ///< zero where the character is none of the alphabet
+};
+
+/// The numbers of characters. A character is legal when its lower half allows the class of its upper one: a byte
+/// shuffle takes four bits for a place, and gives 0 for bytes with the highest bit. What is to be added depends on the
+/// upper half alone, but that "/" becomes 66 then.
+HWY_INLINE Values ValuesOf(ByteVector characters) {
+  alignas(16) static constexpr std::uint8_t kClasses[16] = {0, 0, 1, 2, 4, 8, 4, 8, 0, 0, 0, 0, 0, 0, 0, 0};
+  alignas(16) static constexpr std::uint8_t kAllowed[16] = {10, 14, 14, 14, 14, 14, 14, 14, 14, 14, 12, 5, 4, 4, 4, 5};
+  constexpr auto kCapital = static_cast<std::uint8_t>(0 - 'A');
+  constexpr auto kSmall = static_cast<std::uint8_t>(26 - 'a');
+  alignas(16) static constexpr std::uint8_t kOffsets[16] = {
+      0, 0, 62 - '+', 52 - '0', kCapital, kCapital, kSmall, kSmall, 0, 0, 0, 0, 0, 0, 0, 0};
+  const auto upper = hn::ShiftRight<4>(characters);
+  const auto legal =
+      hn::And(hn::TableLookupBytes(Table(kClasses), upper), hn::TableLookupBytes(Table(kAllowed), characters));
+  const auto numbers = hn::Add(characters, hn::TableLookupBytes(Table(kOffsets), upper));
+  return {hn::Min(numbers, Splat(63)), legal};
+}
+
+HWY_INLINE std::uint64_t ForeignBits(ByteVector legal) { return MaskBits(hn::Eq(legal, hn::Zero(Bytes()))); }
+
+/// Pairs of numbers a, b as words a * 64 + b.
+HWY_INLINE hn::Vec<hn::Repartition<std::int16_t, Bytes>> TwelveBits(ByteVector numbers) {
+  const hn::Repartition<std::int16_t, Bytes> words;
+#if HWY_TARGET == HWY_SSE4
+  return hn::Vec<decltype(words)>{_mm_maddubs_epi16(numbers.raw, Repeat(0x01400140).raw)};
+#elif HWY_TARGET == HWY_AVX2
+  return hn::Vec<decltype(words)>{_mm256_maddubs_epi16(numbers.raw, Repeat(0x01400140).raw)};
+#elif HWY_TARGET == HWY_AVX3
+  return hn::Vec<decltype(words)>{_mm512_maddubs_epi16(numbers.raw, Repeat(0x01400140).raw)};
+#else
+  const auto pairs = hn::BitCast(words, numbers);
+  return hn::Or(hn::And(hn::ShiftLeft<6>(pairs), hn::Set(words, 0xFC0)), hn::ShiftRight<8>(pairs));
+#endif
+}
+
+/// Stores the `kData` bytes of a vector of numbers, and scratches up to `kBytes`.
+HWY_INLINE void StoreData(ByteVector numbers, char* output) {
+  alignas(16) static constexpr std::uint8_t kPlaces[16] = {2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, 15, 15, 15, 15};
+  const hn::Repartition<std::int16_t, Bytes> words;
+  const hn::Repartition<std::int32_t, Bytes> groups;
+  auto odd = hn::Zero(groups);
+  const auto weights = hn::BitCast(words, hn::Set(groups, 0x00011000));
+  const auto joined = hn::ReorderWidenMulAccumulate(groups, TwelveBits(numbers), weights, hn::Zero(groups), odd);
+  const auto data = hn::TableLookupBytes(hn::BitCast(Bytes(), joined), Table(kPlaces));
+#if HWY_TARGET == HWY_AVX2
+  const hn::Half<Bytes> half;
+  auto* const out = reinterpret_cast<std::uint8_t*>(output);
+  hn::StoreU(hn::LowerHalf(half, data), half, out);
+  hn::StoreU(hn::UpperHalf(half, data), half, out + 12);
+#elif HWY_TARGET == HWY_AVX3
+  alignas(64) static constexpr std::int32_t kLanes[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 15, 15, 15, 15};
+  const auto lanes = hn::SetTableIndices(groups, kLanes);
+  StoreBytes(hn::BitCast(Bytes(), hn::TableLookupLanes(hn::BitCast(groups, data), lanes)), output);
+#else
+  StoreBytes(data, output);
+#endif
+}
+
+HWY_INLINE bool IsLineBreak(unsigned char c) { return c == '\r' || c == '\n'; }
+
+/// In place, bytes that are not read yet begin at `position`.
+HWY_INLINE bool HasRoom(const Base64DecodeState& state, const unsigned char* position, const char* output,
+                        std::ptrdiff_t size) {
+  return !state.inPlace || reinterpret_cast<const char*>(position) - output >= size;
+}
+
+/// A line and its break.
+struct LineForm {
+  std::ptrdiff_t columns;
+  std::ptrdiff_t breakSize;
+  bool operator==(const LineForm& other) const { return columns == other.columns && breakSize == other.breakSize; }
+};
+
+HWY_INLINE bool HasBreak(const unsigned char* position, std::ptrdiff_t size) {
+  return size == 1 ? position[0] == '\n' : position[0] == '\r' && position[1] == '\n';
+}
+
+/// Decodes lines that have all the same form, as long as they do. Where a line begins does not depend on what the one
+/// before it holds, so that the processor works at several of them.
+void DecodeLines(Base64DecodeState& state, LineForm form) {
+  const std::ptrdiff_t rest = form.columns % kBytes;
+  const std::ptrdiff_t full = form.columns - rest;
+  const auto behind = hn::VecFromMask(hn::Not(hn::FirstN(Bytes(), static_cast<std::size_t>(rest))));
+  const unsigned char* p = state.position;
+  char* output = state.output;
+  while (state.end - p >= form.columns + kAhead && HasRoom(state, p, output, form.columns + kBytes)) {
+    char* out = output;
+    auto legal = Splat(0xFF);
+    for (std::ptrdiff_t i = 0; i < full; i += kBytes, out += kData) {
+      const auto values = ValuesOf(LoadBytes(p + i));
+      StoreData(values.numbers, out);
+      legal = hn::Min(legal, values.legal);
+    }
+    if (rest != 0) {
+      const auto values = ValuesOf(LoadBytes(p + full));
+      StoreData(values.numbers, out);
+      legal = hn::Min(legal, hn::Or(values.legal, behind));
+    }
+    if (ForeignBits(legal) != 0 || !HasBreak(p + form.columns, form.breakSize)) {
+      break;
+    }
+    p += form.columns + form.breakSize;
+    output += form.columns / 4 * 3;
+  }
+  state.position = p;
+  state.output = output;
+}
+
+/// Lines that are longer have little to gain from being decoded by their form.
+constexpr std::ptrdiff_t kLongestForm = 8 * kBytes;
+
+/// Decodes groups straight from the text, with line breaks between them. Stops at anything else.
+void DecodeGroups(Base64DecodeState& state) {
+  LineForm last{0, 0};
+  const unsigned char* line = state.position;
+  while (state.end - state.position >= kAhead) {
+    const auto values = ValuesOf(LoadBytes(state.position));
+    const std::uint64_t foreign = ForeignBits(values.legal);
+    if (foreign == 0) {
+      StoreData(values.numbers, state.output);
+      state.position += kBytes;
+      state.output += kData;
+      continue;
+    }
+    const std::ptrdiff_t clean = std::countr_zero(foreign);
+    const unsigned char* p = state.position + clean;
+    if (clean % 4 != 0 || !IsLineBreak(*p) || !HasRoom(state, p, state.output, kBytes)) {
+      return;
+    }
+    StoreData(values.numbers, state.output);
+    state.output += clean / 4 * 3;
+    LineForm form{p - line, 0};
+    while (p != state.end && IsLineBreak(*p)) {
+      ++p;
+    }
+    form.breakSize = p - state.position - clean;
+    state.position = p;
+    if (form == last && form.breakSize <= 2 && form.columns <= kLongestForm) {
+      DecodeLines(state, form);
+    }
+    line = state.position;
+    last = form;
+  }
+}
+
+/// Decodes collected characters of the alphabet. What was read of the text is ahead of the output by as many at least.
+void DecodeCollected(Base64DecodeState& state, const unsigned char* p, const unsigned char* end) {
+  for (; end - p >= kBytes; p += kBytes, state.output += kData) {
+    StoreData(ValuesOf(LoadBytes(p)).numbers, state.output);
+  }
+  Base64DecodeState rest{p, end, state.output, false};
+  Base64DecodeScalar(rest);
+  state.output = rest.output;
+  state.begun = rest.begun;
+  state.group = rest.group;
+}
+
+/// Collects characters of the alphabet from wherever they are, and decodes them then. Returns false at a "=", which is
+/// less than `kBytes` characters ahead then.
+bool DecodeScattered(Base64DecodeState& state) {
+  constexpr std::ptrdiff_t kCollected = 1024;
+  unsigned char collected[kCollected + kBytes];
+  unsigned char* filled = collected;
+  bool padded = false;
+  while (filled - collected < kCollected && state.end - state.position >= kAhead) {
+    const auto bytes = LoadBytes(state.position);
+    const std::uint64_t foreign = ForeignBits(ValuesOf(bytes).legal);
+    if (foreign == 0) {
+      StoreBytes(bytes, filled);
+      filled += kBytes;
+    } else {
+      padded = MaskBits(hn::Eq(bytes, Splat('='))) != 0;
+      if (padded) {
+        break;
+      }
+      const std::uint64_t breaks = MaskBits(hn::Or(hn::Eq(bytes, Splat('\r')), hn::Eq(bytes, Splat('\n'))));
+      state.illegal += static_cast<std::uint32_t>(std::popcount(foreign & ~breaks));
+      filled = StoreKept(bytes, foreign ^ (~std::uint64_t{0} >> (64 - kBytes)), filled);
+    }
+    state.position += kBytes;
+  }
+  DecodeCollected(state, collected, filled);
+  return !padded;
+}
+
+void Decode(Base64DecodeState& state) {
+  bool more = true;
+  while (more && state.end - state.position >= kAhead && !state.ended) {
+    if (state.begun != 0) {
+      Base64DecodeGroup(state);
+      continue;
+    }
+    DecodeGroups(state);
+    more = state.end - state.position < kAhead || DecodeScattered(state);
+  }
+  Base64DecodeScalar(state);
+}
+
+}  // namespace
+
+constexpr Base64Kernels kBase64Kernels = {&Encode, &Decode};
+
+}  // namespace qsbase::detail::HWY_NAMESPACE
+HWY_AFTER_NAMESPACE();
+#endif
+
+#if HWY_ONCE
+namespace qsbase::detail {
+
+const Base64Kernels& Base64KernelsOf(SimdLevel level) {
+  static constexpr Base64Kernels kScalar = {&Base64EncodeScalar, &Base64DecodeScalar};
+  static constexpr const Base64Kernels* kTables[kSimdLevels] = {QSBASE_SIMD_TABLES(kScalar, kBase64Kernels)};
+  return *kTables[static_cast<int>(level)];
+}
+
+}  // namespace qsbase::detail
+#endif
