@@ -2,11 +2,10 @@
 #include <QSbase/codec/encodedecode.h>
 #include <QSbase/codec/hash.h>
 #include <QSbase/codec/yenckernel.h>
-#include <QSbase/simd/wordscan.h>
+#include <QSbase/simd/search.h>
 #include <QSbase/text/qsstring.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <exception>
 #include <string_view>
@@ -14,235 +13,32 @@
 namespace qsbase::detail {
 namespace {
 
-constexpr unsigned char kShift = 42;
-constexpr unsigned char kEscapeShift = 64;
-constexpr unsigned char kEscape = '=';
-
-constexpr bool NeedsEscape(unsigned char shifted, bool plainTabDot) {
-  return shifted == 0 || shifted == '\n' || shifted == '\r' || shifted == kEscape ||
-         (!plainTabDot && (shifted == '\t' || shifted == '.'));
-}
-
-/// What a byte becomes: its one or two characters, the first one lowest, and above them their number.
-using EncodeTable = std::array<std::uint32_t, 256>;
-
-constexpr EncodeTable MakeEncodeTable(bool plainTabDot) {
-  EncodeTable table{};
-  for (unsigned int i = 0; i < 256; ++i) {
-    const auto shifted = static_cast<unsigned char>(i + kShift);
-    const auto escaped = static_cast<unsigned char>(shifted + kEscapeShift);
-    const std::uint32_t pair = static_cast<std::uint32_t>(escaped) << 8 | kEscape;
-    table[i] = NeedsEscape(shifted, plainTabDot) ? 2u << 16 | pair : 1u << 16 | shifted;
-  }
-  return table;
-}
-
-constexpr std::array<EncodeTable, 2> kEncodeTables = {MakeEncodeTable(false), MakeEncodeTable(true)};
-
-/// The lowest mark is at the first byte that is no plain character.
-inline std::uint64_t MarkSpecials(std::uint64_t word) {
-  return (MarkByte(word, '\0') | MarkByte(word, '\n') | MarkByte(word, '\r') | MarkByte(word, kEscape)) & kWordHighBits;
-}
-
-/// Subtracts the shift from each of eight bytes.
-inline std::uint64_t Unshift(std::uint64_t word) {
-  constexpr std::uint64_t kAddend = kWordOnes * (256 - kShift);
-  return ((word & ~kWordHighBits) + (kAddend & ~kWordHighBits)) ^ ((word ^ kAddend) & kWordHighBits);
-}
-
-/// How far a decoder has come.
-struct Place {
-  std::size_t read = 0;
-  std::size_t written = 0;
-  bool isOver = false;
-};
-
-/// Takes a NUL, a CR, a LF or an escape.
-inline void TakeSpecial(Place& place, const unsigned char* input, std::size_t length, unsigned char* output) {
-  const unsigned char c = input[place.read];
-  if (c != kEscape) {
-    place.isOver = c == '\0';
-    place.read += c != '\0';
-    return;
-  }
-  if (place.read + 1 == length) {
-    ++place.read;
-    return;
-  }
-  const unsigned char escaped = input[place.read + 1];
-  if (escaped == '\0') {
-    place.isOver = true;
-    return;
-  }
-  output[place.written++] = static_cast<unsigned char>(escaped - kEscapeShift - kShift);
-  place.read += 2;
-}
-
-/// Stores the first `count` bytes of a word and nothing else.
-inline void StoreSome(unsigned char* output, std::uint64_t word, std::size_t count) {
-  for (std::size_t i = 0; i < count; ++i) {
-    output[i] = static_cast<unsigned char>(word >> (8 * i));
-  }
-}
-
-constexpr std::size_t kStretch = 128;
-
-/// 1 for a character to escape, otherwise 0. In single bytes and without a branch: compilers make vector code of loops
-/// over this form, and of few others.
-inline unsigned char EscapeMark(unsigned char c, unsigned char tab, unsigned char dot) {
-  unsigned char mark = 0;
-  for (const unsigned char special : {static_cast<unsigned char>(0), static_cast<unsigned char>('\n'),
-                                      static_cast<unsigned char>('\r'), kEscape, tab, dot}) {
-    mark |= static_cast<unsigned char>(c == special ? 1 : 0);
-  }
-  return mark;
-}
-
-inline unsigned char CountStretch(const unsigned char* input, unsigned char tab, unsigned char dot) {
-  unsigned char count = 0;
-  for (std::size_t i = 0; i < kStretch; ++i) {
-    count = static_cast<unsigned char>(count + EscapeMark(static_cast<unsigned char>(input[i] + kShift), tab, dot));
-  }
-  return count;
-}
-
-/// A stretch of input, shifted, with the marks of what is to be escaped. Words may be read up to its end.
-struct Stretch {
-  explicit Stretch(bool plainTabDot) : tab(plainTabDot ? '\0' : '\t'), dot(plainTabDot ? '\0' : '.') {}
-
-  void Load(const unsigned char* input, std::size_t count) {
-    unsigned char padded[kStretch];
-    if (count < kStretch) {
-      std::memset(padded, 0, sizeof(padded));
-      std::memcpy(padded, input, count);
-      input = padded;
-    }
-    for (std::size_t i = 0; i < kStretch; ++i) {
-      const auto c = static_cast<unsigned char>(input[i] + kShift);
-      shifted[i] = c;
-      marks[i] = EscapeMark(c, tab, dot);
-    }
-  }
-
-  unsigned char tab;
-  unsigned char dot;
-  unsigned char shifted[kStretch + 8] = {};
-  unsigned char marks[kStretch + 8] = {};
-};
-
-inline std::size_t PutBreak(unsigned char* output, std::size_t written) {
-  output[written] = '\r';
-  output[written + 1] = '\n';
-  return written + 2;
-}
-
-/// Writes a stretch behind the `written` characters. `lineEnd` says where the next break is due.
-inline std::size_t WriteStretch(const Stretch& stretch, std::size_t count, unsigned char* output, std::size_t written,
-                                std::size_t& lineEnd, std::size_t lineLength) {
-  for (std::size_t i = 0; i < count;) {
-    const std::uint64_t marks = LoadWord(stretch.marks + i);
-    StoreWord(output + written, LoadWord(stretch.shifted + i));
-    const std::size_t room = std::min(count - i, lineEnd - written);
-    const std::size_t plain = FirstMark(marks);
-    if (marks == 0 && room > 8) {
-      i += 8;
-      written += 8;
-      continue;
-    }
-    if (plain >= room) {
-      i += room;
-      written += room;
-    } else {
-      output[written + plain] = kEscape;
-      output[written + plain + 1] = static_cast<unsigned char>(stretch.shifted[i + plain] + kEscapeShift);
-      i += plain + 1;
-      written += plain + 2;
-    }
-    if (written >= lineEnd) {
-      written = PutBreak(output, written);
-      lineEnd = written + lineLength;
-    }
-  }
-  return written;
+/// A "=" before the NUL that ends the data counts as little as that.
+YEncDecoded DecodedOf(const YEncDecoding& decoding, const unsigned char* input, const unsigned char* output) {
+  const std::ptrdiff_t consumed = decoding.read - input - (decoding.isOver && decoding.isEscape ? 1 : 0);
+  return {static_cast<std::size_t>(consumed), static_cast<std::size_t>(decoding.written - output)};
 }
 
 }  // namespace
 
-std::uint64_t YEncCountEscapes(const unsigned char* input, std::size_t length, bool plainTabDot) {
-  const unsigned char tab = plainTabDot ? '\0' : '\t';
-  const unsigned char dot = plainTabDot ? '\0' : '.';
-  std::uint64_t total = 0;
-  std::size_t start = 0;
-  for (; length - start >= kStretch; start += kStretch) {
-    total += CountStretch(input + start, tab, dot);
-  }
-  for (; start < length; ++start) {
-    total += NeedsEscape(static_cast<unsigned char>(input[start] + kShift), plainTabDot) ? 1 : 0;
-  }
-  return total;
-}
-
 std::uint64_t YEncMeasure(const unsigned char* input, std::size_t length, std::uint32_t lineLength, bool plainTabDot) {
-  const EncodeTable& table = kEncodeTables[plainTabDot];
-  std::uint64_t size = 0;
-  for (std::size_t i = 0; i < length;) {
-    std::uint64_t column = 0;
-    for (; i < length && column < lineLength; ++i) {
-      column += table[input[i]] >> 16;
-    }
-    size += column + 2;
-  }
-  return size;
+  YEncLine line = YEncFirstLine(lineLength, length, plainTabDot);
+  const std::uint64_t size = YEncKernelsOf(CurrentSimdLevel()).measure(input, length, line);
+  return size + (line.room == line.length ? 0 : 2);
 }
 
 std::size_t YEncEncode(const unsigned char* input, std::size_t length, unsigned char* output, std::uint32_t lineLength,
                        bool plainTabDot) {
-  // A line that nothing can fill is as good as a longer one, and its end is no number too large.
-  const auto columns =
-      static_cast<std::size_t>(std::min<std::uint64_t>(lineLength, 2 * static_cast<std::uint64_t>(length) + 1));
-  Stretch stretch(plainTabDot);
-  std::size_t written = 0;
-  std::size_t lineEnd = columns;
-  for (std::size_t start = 0; start < length; start += kStretch) {
-    const std::size_t count = std::min(kStretch, length - start);
-    stretch.Load(input + start, count);
-    written = WriteStretch(stretch, count, output, written, lineEnd, columns);
-  }
-  return written + columns == lineEnd ? written : PutBreak(output, written);
+  YEncLine line = YEncFirstLine(lineLength, length, plainTabDot);
+  unsigned char* end = YEncKernelsOf(CurrentSimdLevel()).encode(input, length, output, line);
+  end = line.room == line.length ? end : YEncPutBreak(end);
+  return static_cast<std::size_t>(end - output);
 }
 
 YEncDecoded YEncDecode(const unsigned char* input, std::size_t length, unsigned char* output) {
-  const bool isApart = input != output;
-  Place place;
-  while (!place.isOver && length - place.read >= 8) {
-    const std::uint64_t word = LoadWord(input + place.read);
-    const std::uint64_t marks = MarkSpecials(word);
-    if (marks == 0) {
-      StoreWord(output + place.written, Unshift(word));
-      place.read += 8;
-      place.written += 8;
-      continue;
-    }
-    const std::size_t plain = FirstMark(marks);
-    if (isApart || place.read - place.written >= 8) {
-      StoreWord(output + place.written, Unshift(word));
-    } else {
-      StoreSome(output + place.written, Unshift(word), plain);  // in place: the rest is not read yet
-    }
-    place.read += plain;
-    place.written += plain;
-    TakeSpecial(place, input, length, output);
-  }
-  while (!place.isOver && place.read < length) {
-    const unsigned char c = input[place.read];
-    if (NeedsEscape(c, true)) {
-      TakeSpecial(place, input, length, output);
-      continue;
-    }
-    output[place.written++] = static_cast<unsigned char>(c - kShift);
-    ++place.read;
-  }
-  return {place.read, place.written};
+  YEncDecoding decoding{input, output};
+  YEncKernelsOf(CurrentSimdLevel()).decode(decoding, input + length);
+  return DecodedOf(decoding, input, output);
 }
 
 }  // namespace qsbase::detail
@@ -327,19 +123,28 @@ struct Frame {
   std::string end;
 };
 
-/// The first place, from `start` on, where a line begins with `mark`.
+bool StartsLine(std::string_view text, std::size_t at) {
+  return at == 0 || kLineBreaks.find(text[at - 1]) != kLineBreaks.npos;
+}
+
+/// The first place, from `start` on, where a line begins with `mark`, which is a "=y" and more; or `npos`.
 std::size_t FindLine(std::string_view text, std::string_view mark, std::size_t start) {
-  std::size_t at = text.find(mark, start);
-  while (at != text.npos && at != 0 && kLineBreaks.find(text[at - 1]) == kLineBreaks.npos) {
-    at = text.find(mark, at + 1);
+  const YEncKernels& kernels = YEncKernelsOf(CurrentSimdLevel());
+  const char* const end = text.data() + text.size();
+  const char* at = kernels.findKeyword(text.data() + start, end);
+  for (; at != end; at = kernels.findKeyword(at + kLineMark.size(), end)) {
+    const auto offset = static_cast<std::size_t>(at - text.data());
+    if (text.substr(offset, mark.size()) == mark && StartsLine(text, offset)) {
+      return offset;
+    }
   }
-  return at;
+  return text.npos;
 }
 
 /// The start of the next line; line breaks in a row count as one.
 std::size_t NextLine(std::string_view text, std::size_t at) {
-  const std::size_t lineEnd = text.find_first_of(kLineBreaks, at);
-  return std::min(text.find_first_not_of(kLineBreaks, std::min(lineEnd, text.size())), text.size());
+  const char* const lineEnd = FindLineEnd(text.data() + at, text.data() + text.size());
+  return std::min(text.find_first_not_of(kLineBreaks, static_cast<std::size_t>(lineEnd - text.data())), text.size());
 }
 
 /// The parts of an input, as offsets.
@@ -532,7 +337,8 @@ int CEncodeDecode::EncodeYEnc(const char* input, unsigned int length, char** out
     return kCoderNoMemory;
   }
   const bool plainTabDot = IsPlainTabDot(flags);
-  const std::uint64_t characters = length + YEncCountEscapes(AsBytes(input), length, plainTabDot);
+  const std::uint64_t characters =
+      length + YEncKernelsOf(CurrentSimdLevel()).countEscapes(AsBytes(input), length, plainTabDot);
   const std::uint64_t breaks = 2 * (characters / header.lineLength + 1);
   CoderBuffer buffer(flags);
   if (buffer.Allocate(frame.begin.size() + characters + breaks + frame.end.size()) != kCoderOk) {
