@@ -8,11 +8,16 @@
 #include <QSbase/support/qsfile.h>
 #include <QSbase/text/qsstring.h>
 
-#include <array>
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <limits>
+#include <memory>
+#include <string_view>
 
 #include "attachment.h"
+#include "coderoutput.h"
 #include "consoleos.h"
 #include "fetch.h"
 #include "store.h"
@@ -28,6 +33,10 @@ constexpr int kFlagXX = 0x8;
 constexpr int kFlagHardBreaks = 0x200;
 constexpr int kFlagYEncLines = 0x1000;
 constexpr unsigned int kLineLength = 76;
+constexpr int kNothingSelected = -2;
+constexpr int kOutOfMemory = -3;
+constexpr std::size_t kBlock = 65536;
+constexpr std::uint32_t kMaxLength = std::numeric_limits<std::uint32_t>::max();  // that a coder takes or gives
 
 std::string LastError() { return QsErrorMessage(QsGetLastError()); }
 
@@ -36,27 +45,38 @@ class Input {
  public:
   explicit Input(const std::string& path) : _path(path) {}
 
-  bool Open() {
+  // \returns what went wrong, empty for success.
+  std::string Open() {
     if (_path == "-") {
       SetBinaryMode(stdin);
       _stream = stdin;
-      return true;
+      return {};
     }
     if (!_file.Open(_path.c_str(), "rb")) {
-      return false;
+      return "cannot open " + Shown(_path) + " (" + LastError() + ")";
     }
     _stream = static_cast<std::FILE*>(_file);
-    return true;
+    return {};
   }
 
-  // Calls take(data, length) for each piece. False when reading failed.
+  // How long it is; 0 when that is not known, or more than a coder takes.
+  std::size_t KnownLength() const {
+    std::int64_t size = 0;
+    const bool known = _path != "-" && QsGetFileSize64(_path.c_str(), size) == 0 && size <= kMaxLength;
+    return known ? static_cast<std::size_t>(size) : 0;
+  }
+
+  // Calls take(data, length) for each piece, until it returns false. All pieces but the last one have that length.
+  // \returns what went wrong, empty for success.
   template <typename Take>
-  bool Read(Take take) {
-    std::array<char, 65536> block{};
-    for (std::size_t count; (count = std::fread(block.data(), 1, block.size(), _stream)) > 0;) {
-      take(block.data(), static_cast<unsigned int>(count));
+  std::string Read(std::size_t pieceLength, Take take) {
+    const auto piece = std::make_unique_for_overwrite<char[]>(pieceLength);
+    for (std::size_t count; (count = std::fread(piece.get(), 1, pieceLength, _stream)) > 0;) {
+      if (!take(piece.get(), static_cast<unsigned int>(count))) {
+        return {};
+      }
     }
-    return std::ferror(_stream) == 0;
+    return std::ferror(_stream) == 0 ? "" : "cannot read " + Shown(_path) + " (" + LastError() + ")";
   }
 
  private:
@@ -65,22 +85,24 @@ class Input {
   std::FILE* _stream = nullptr;
 };
 
+std::string TooLong(const std::string& path) { return Shown(path) + " is longer than 4 GiB"; }
+
 }  // namespace
 
 std::string Shown(const std::string& path) { return path == "-" ? "standard input" : "'" + Printable(path) + "'"; }
 
 std::string ReadAll(const std::string& path, std::string& content) {
   Input input(path);
-  if (!input.Open()) {
-    return "cannot open " + Shown(path) + " (" + LastError() + ")";
+  std::string problem = input.Open();
+  if (!problem.empty()) {
+    return problem;
   }
-  if (!input.Read([&](const char* data, unsigned int length) { content.append(data, length); })) {
-    return "cannot read " + Shown(path) + " (" + LastError() + ")";
-  }
-  if (content.size() > std::numeric_limits<unsigned int>::max()) {
-    return Shown(path) + " is longer than 4 GiB";
-  }
-  return {};
+  content.reserve(content.size() + input.KnownLength());
+  problem = input.Read(kBlock, [&](const char* data, unsigned int length) {
+    content.append(data, length);
+    return true;
+  });
+  return problem.empty() && content.size() > kMaxLength ? TooLong(path) : problem;
 }
 
 int WriteAll(const std::string& path, const std::string& content) {
@@ -104,15 +126,80 @@ unsigned int LineLength(const CodeOptions& options, unsigned int otherwise) {
   return options.lineLength > 0 ? static_cast<unsigned int>(options.lineLength) : otherwise;
 }
 
-int EncodeBase64(const CodeOptions& options, const std::string& content, std::string& text) {
-  CEncodeDecode coder(kLineLength, kLineLength);
-  coder.SetMaxLineLengthBase64(LineLength(options, kLineLength));
-  const int status = coder.Encode(content, text, kFlagBase64);
+// A codec whose lines stand for the same number of bytes each, and so for a piece of the input alone.
+struct LineCodec {
+  CEncodeDecode coder;
+  int flags;
+  std::size_t lineBytes;
+  std::size_t lineChars;    // with the line break
+  std::string_view ending;  // what the coder writes behind the last line
+};
+
+// A multiple of the blocks that streams and file systems read, whatever a line stands for; small enough that what the
+// coder gives is still in the processor's cache when it is appended.
+constexpr std::size_t kLinesPerPiece = 4096;
+
+// Appends a piece's lines. False when that is not possible; the status says why.
+bool AppendLines(LineCodec& codec, const char* data, unsigned int length, std::string& text, int& status) {
+  CoderOutput lines;
+  status = codec.coder.Encode(data, 0, length, &lines.data, lines.length, codec.flags);
+  if (status == 0) {
+    text.append(lines.data, lines.length - codec.ending.size());
+    status = text.size() + codec.ending.size() > kMaxLength ? kOutOfMemory : 0;
+  }
+  return status == 0;
+}
+
+// Reads, encodes and appends a piece at a time: the content is never in memory as a whole, nor is its text twice.
+// \returns what went wrong with the input, empty for success.
+std::string EncodeByLines(const std::string& path, LineCodec& codec, std::string& text, int& status) {
+  Input input(path);
+  if (std::string problem = input.Open(); !problem.empty()) {
+    return problem;
+  }
+  const std::uint64_t room = (std::uint64_t{input.KnownLength()} / codec.lineBytes + 2) * codec.lineChars;
+  text.reserve(static_cast<std::size_t>(std::min<std::uint64_t>(room, text.max_size())));
+  std::uint64_t total = 0;
+  std::string problem = input.Read(kLinesPerPiece * codec.lineBytes, [&](const char* data, unsigned int length) {
+    total += length;
+    return total <= kMaxLength && AppendLines(codec, data, length, text, status);
+  });
+  if (total > 0 && status == 0) {
+    text += codec.ending;
+  }
+  return total > kMaxLength ? TooLong(path) : problem;
+}
+
+std::string EncodeBase64(const CodeOptions& options, std::string& text, int& status) {
+  const std::size_t lineChars = LineLength(options, kLineLength) / 4 * 4;
+  LineCodec codec = {CEncodeDecode(kLineLength, kLineLength), kFlagBase64, lineChars / 4 * 3, lineChars + 2, ""};
+  codec.coder.SetMaxLineLengthBase64(LineLength(options, kLineLength));
+  std::string problem = EncodeByLines(options.input, codec, text, status);
   // The coder leaves the last line open when it is not full.
   if (!text.empty() && text.back() != '\n') {
     text += "\r\n";
   }
-  return status;
+  return problem;
+}
+
+std::string EncodeUue(const CodeOptions& options, std::string& text, int& status) {
+  constexpr std::size_t kLineBytes = 45;
+  constexpr std::size_t kLineChars = 63;
+  const bool isXX = options.codec == Codec::XX;
+  LineCodec codec = {CEncodeDecode(kLineLength, kLineLength), isXX ? kFlagXX : kFlagUU, kLineBytes, kLineChars,
+                     isXX ? "+\r\n" : "`\r\n"};
+  if (options.name.empty()) {
+    return EncodeByLines(options.input, codec, text, status);
+  }
+  // The coder gives nothing for nothing; a framed file has its terminator line.
+  const std::string begin = "begin 644 " + options.name + "\r\n";
+  text = begin;
+  std::string problem = EncodeByLines(options.input, codec, text, status);
+  if (text.size() == begin.size()) {
+    text += codec.ending;
+  }
+  text += "end\r\n";
+  return problem;
 }
 
 int EncodeQP(const CodeOptions& options, const std::string& content, std::string& text) {
@@ -120,24 +207,6 @@ int EncodeQP(const CodeOptions& options, const std::string& content, std::string
   // The "=" of a soft break stands behind the last column that the coder counts.
   coder.SetMaxLineLengthQP(LineLength(options, kLineLength) - 1);
   return coder.Encode(content, text, kFlagQP | (options.text ? kFlagHardBreaks : 0));
-}
-
-int EncodeUue(const CodeOptions& options, const std::string& content, std::string& text) {
-  const bool framed = !options.name.empty();
-  if (framed) {
-    text = "begin 644 " + options.name + "\r\n";
-  }
-  const int flags = options.codec == Codec::XX ? kFlagXX : kFlagUU;
-  std::string lines;
-  const int status = CEncodeDecode(kLineLength, kLineLength).Encode(content, lines, flags);
-  if (framed && lines.empty()) {  // the coder gives nothing for nothing; a framed file has its terminator line
-    lines = options.codec == Codec::XX ? "+\r\n" : "`\r\n";
-  }
-  text += lines;
-  if (framed) {
-    text += "end\r\n";
-  }
-  return status;
 }
 
 int EncodeYEnc(const CodeOptions& options, const std::string& content, std::string& text) {
@@ -155,33 +224,48 @@ int EncodeYEnc(const CodeOptions& options, const std::string& content, std::stri
   return CEncodeDecode::EncodeYEnc(content, text, header, kFlagYEncLines);
 }
 
-int Encode(const CodeOptions& options, const std::string& content, std::string& text) {
+std::string EncodeWhole(const CodeOptions& options, std::string& text, int& status) {
+  std::string content;
+  std::string problem = ReadAll(options.input, content);
+  if (problem.empty()) {
+    status = options.codec == Codec::YEnc ? EncodeYEnc(options, content, text) : EncodeQP(options, content, text);
+  }
+  return problem;
+}
+
+// \returns what went wrong with the input, empty for success. The status is the coder's.
+std::string Encode(const CodeOptions& options, std::string& text, int& status) {
   switch (options.codec) {
     case Codec::Base64:
-      return EncodeBase64(options, content, text);
-    case Codec::QuotedPrintable:
-      return EncodeQP(options, content, text);
+      return EncodeBase64(options, text, status);
     case Codec::UU:
     case Codec::XX:
-      return EncodeUue(options, content, text);
+      return EncodeUue(options, text, status);
+    case Codec::QuotedPrintable:
     case Codec::YEnc:
-      return EncodeYEnc(options, content, text);
+      return EncodeWhole(options, text, status);
     case Codec::BinHex:
     case Codec::Auto:
       break;
   }
-  return -2;
+  status = kNothingSelected;
+  return {};
 }
 
 // No codec has a CR LF anywhere but at the ends of its lines.
 void ToLineFeeds(std::string& text) {
-  std::size_t to = 0;
-  for (std::size_t from = 0; from < text.size(); ++from) {
-    if (text[from] != '\r' || from + 1 == text.size() || text[from + 1] != '\n') {
-      text[to++] = text[from];
-    }
+  char* to = text.data();
+  const char* from = to;
+  const char* const end = from + text.size();
+  while (from != end) {
+    const void* const found = std::memchr(from + 1, '\n', static_cast<std::size_t>(end - from - 1));
+    const char* const feed = found == nullptr ? end : static_cast<const char*>(found);
+    const std::ptrdiff_t kept = feed - from - (feed != end && feed[-1] == '\r' ? 1 : 0);
+    std::memmove(to, from, static_cast<std::size_t>(kept));
+    to += kept;
+    from = feed;
   }
-  text.resize(to);
+  text.resize(static_cast<std::size_t>(to - text.data()));
 }
 
 // ---- decode
@@ -301,28 +385,33 @@ std::string HashLine(const std::string& hex, const std::string& name) {
 
 std::string HexOf(const unsigned char digest[16]) { return Bytes2Hex(digest, 16, false); }
 
-bool HashMd5(Input& input, std::string& hex) {
+// \returns what went wrong, empty for success.
+std::string HashMd5(Input& input, std::string& hex) {
   QsMD5 md5;
   md5.Init();
   unsigned char digest[16];
-  const bool read = input.Read(
-      [&](const char* data, unsigned int length) { md5.Update(reinterpret_cast<const unsigned char*>(data), length); });
+  const std::string problem = input.Read(kBlock, [&](const char* data, unsigned int length) {
+    md5.Update(reinterpret_cast<const unsigned char*>(data), length);
+    return true;
+  });
   md5.Final(digest);
   hex = HexOf(digest);
-  return read;
+  return problem;
 }
 
-bool HashHmac(Input& input, const std::string& key, std::string& hex) {
+// \returns what went wrong, empty for success.
+std::string HashHmac(Input& input, const std::string& key, std::string& hex) {
   CHMACMD5 hmac;
   hmac.Init(reinterpret_cast<const unsigned char*>(key.data()), static_cast<int>(key.size()));
   unsigned char digest[16];
-  const bool read = input.Read([&](const char* data, unsigned int length) {
+  const std::string problem = input.Read(kBlock, [&](const char* data, unsigned int length) {
     hmac.Update(reinterpret_cast<const unsigned char*>(data), static_cast<int>(length));
+    return true;
   });
   hmac.Final();
   hmac.CopyDigest(digest);
   hex = HexOf(digest);
-  return read;
+  return problem;
 }
 
 // \returns what went wrong, empty for success.
@@ -334,22 +423,20 @@ std::string HashOne(const HashOptions& options, const std::string& path, std::st
     return problem;
   }
   Input input(path);
-  if (!input.Open()) {
-    return "cannot open " + Shown(path) + " (" + LastError() + ")";
+  if (std::string problem = input.Open(); !problem.empty()) {
+    return problem;
   }
-  const bool read = options.digest == Digest::MD5 ? HashMd5(input, hex) : HashHmac(input, options.key, hex);
-  return read ? "" : "cannot read " + Shown(path) + " (" + LastError() + ")";
+  return options.digest == Digest::MD5 ? HashMd5(input, hex) : HashHmac(input, options.key, hex);
 }
 
 }  // namespace
 
 int RunEncode(const CodeOptions& options) {
-  std::string content;
-  if (const std::string problem = ReadAll(options.input, content); !problem.empty()) {
+  std::string text;
+  int status = 0;
+  if (const std::string problem = Encode(options, text, status); !problem.empty()) {
     return Fail(problem);
   }
-  std::string text;
-  const int status = Encode(options, content, text);
   if (status != 0) {
     return Fail("cannot encode " + Shown(options.input) + " (the coder gave " + std::to_string(status) + ")");
   }
