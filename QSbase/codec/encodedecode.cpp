@@ -1,8 +1,10 @@
 #include <QSbase/codec/coderbuffer.h>
 #include <QSbase/codec/encodedecode.h>
+#include <QSbase/simd/search.h>
 #include <QSbase/support/filesupport.h>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <memory>
 
@@ -40,11 +42,24 @@ int CodeSource(const void* source, int sourceKind, unsigned int length, char** o
   return status == 0 ? coder(content, size) : kCoderNoInputFile;
 }
 
-bool IsLineBreak(char c) { return c == '\r' || c == '\n'; }
-
-bool IsWhiteSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
-
 unsigned int HexDigit(unsigned char c) { return c <= '9' ? c - '0' : (c | 0x20u) - 'a' + 10; }
+
+/// Copies what stands before the next escape to `out`, at or before it, and moves `out` on. Returns where it ends.
+const char* CopyPlainRun(const char* position, const char* end, char escape, char*& out) {
+  // Most runs are short: they are not worth a search.
+  const char* const shortEnd = end - position > 8 ? position + 8 : end;
+  while (position != shortEnd && *position != escape) {
+    *out++ = *position++;
+  }
+  if (position != shortEnd || position == end) {
+    return position;
+  }
+  const char* const runEnd = FindEither(position, end, escape, escape);
+  const auto size = static_cast<std::size_t>(runEnd - position);
+  std::memmove(out, position, size);
+  out += size;
+  return runEnd;
+}
 
 }  // namespace
 
@@ -168,31 +183,28 @@ unsigned char CEncodeDecode::GetHexValue(unsigned char high, unsigned char low) 
 }
 
 void CEncodeDecode::SkipToStartOfLine(const char*& position, const char* end) {
-  position = std::find_if_not(position, end, IsLineBreak);
+  position = SkipLineBreaks(position, end);
 }
 
-void CEncodeDecode::SkipToEndOfLine(const char*& position, const char* end) {
-  position = std::find_if(position, end, IsLineBreak);
-}
+void CEncodeDecode::SkipToEndOfLine(const char*& position, const char* end) { position = FindLineEnd(position, end); }
 
-void CEncodeDecode::SkipWhiteSpace(const char*& position, const char* end) {
-  position = std::find_if_not(position, end, IsWhiteSpace);
-}
+void CEncodeDecode::SkipWhiteSpace(const char*& position, const char* end) { position = SkipSpaces(position, end); }
 
 int CEncodeDecode::UnescapeHexString(std::string& text, unsigned char escape) {
-  std::size_t written = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (static_cast<unsigned char>(text[i]) != escape) {
-      text[written++] = text[i];
+  const char* const end = text.data() + text.size();
+  char* out = text.data();
+  for (const char* position = text.data(); position != end;) {
+    if (static_cast<unsigned char>(*position) != escape) {
+      position = CopyPlainRun(position, end, static_cast<char>(escape), out);
       continue;
     }
-    if (text.size() - i < 3) {
+    if (end - position < 3) {
       break;
     }
-    text[written++] = static_cast<char>(
-        GetHexValue(static_cast<unsigned char>(text[i + 1]), static_cast<unsigned char>(text[i + 2])));
-    i += 2;
+    *out++ = static_cast<char>(
+        GetHexValue(static_cast<unsigned char>(position[1]), static_cast<unsigned char>(position[2])));
+    position += 3;
   }
-  text.resize(written);
+  text.resize(static_cast<std::size_t>(out - text.data()));
   return kCoderOk;
 }

@@ -63,9 +63,8 @@ class LineDecoder {
   /// Moves the position to the end, or behind the line that failed.
   int Run(const char*& position, const char* end) {
     for (;;) {
-      CEncodeDecode::SkipToStartOfLine(position, end);
-      position = FullLines(position, end);
-      CEncodeDecode::SkipToStartOfLine(position, end);
+      position = FullLines(SkipLineBreaks(position, end), end);
+      position = SkipLineBreaks(position, end);
       if (position == end) {
         return kCoderOk;
       }
@@ -165,12 +164,8 @@ bool IsBeginMark(const char* line, std::size_t length) {
                     [](char mark, char c) { return mark == (c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c); });
 }
 
-/// "begin ", more blanks perhaps, three or four octal digits, a blank.
-bool IsBeginLine(const char* line, std::size_t length) {
-  if (!IsBeginMark(line, length)) {
-    return false;
-  }
-  const char* end = line + length;
+/// Behind "begin ": more blanks perhaps, three or four octal digits, a blank.
+bool IsBeginLine(const char* line, const char* end) {
   const char* digits = std::find_if(line + kBegin.size(), end, [](char c) { return c != ' '; });
   const char* behind = std::find_if_not(digits, end, IsOctalDigit);
   return (behind - digits == 3 || behind - digits == 4) && behind != end && *behind == ' ';
@@ -248,10 +243,8 @@ EEncDecUueType CEncodeDecode::IsUueOrXxe(const char* input, unsigned int length)
     return EEncDecUueNone;
   }
   const char* end = input + length;
-  const char* line = input;
-  SkipToStartOfLine(line, end);
-  const char* lineEnd = line;
-  SkipToEndOfLine(lineEnd, end);
+  const char* line = SkipLineBreaks(input, end);
+  const char* lineEnd = FindLineEnd(line, end);
   if (line == lineEnd) {
     return EEncDecUueNone;
   }
@@ -268,14 +261,13 @@ int CEncodeDecode::SkipUueHeader(const char* input, unsigned int length, const c
     return length == 0 ? kCoderOk : kCoderNullPointer;
   }
   const char* end = input + length;
-  for (const char* line = input; line != end;) {
-    const char* lineEnd = line;
-    SkipToEndOfLine(lineEnd, end);
-    const bool isFound = IsBeginLine(line, static_cast<std::size_t>(lineEnd - line));
-    SkipToStartOfLine(lineEnd, end);
-    line = lineEnd;
-    if (isFound) {
-      dataStart = line;
+  for (const char* line = input; line != end; line = FindLineOf(line, end, 'b', 'e')) {
+    if (!IsBeginMark(line, static_cast<std::size_t>(end - line))) {
+      continue;
+    }
+    const char* lineEnd = FindLineEnd(line, end);
+    if (IsBeginLine(line, lineEnd)) {
+      dataStart = SkipLineBreaks(lineEnd, end);
       return kCoderOk;
     }
   }

@@ -32,10 +32,11 @@ struct UuKernels {
   /// behind them may be scratched.
   std::size_t (*encodeLines)(const unsigned char* input, std::size_t length, unsigned char* output);
 
-  /// Decodes full lines, each with CR LF, LF or CR behind it, as long as they are regular: without characters outside
-  /// the alphabet, and without control characters and NUL at all. `dropped` (0 or 1) characters stand between the
-  /// digits and the line break. What it does not take, if only for its own reasons, is to be decoded line by line.
-  /// `output` may begin anywhere at or before the text; up to eight bytes behind the last line's may be scratched.
+  /// Decodes full lines, each with CR LF, LF or CR behind it, as long as they are regular: the same line break behind
+  /// each, no characters outside the alphabet, no control characters and no NUL. `dropped` (0 or 1) characters stand
+  /// between the digits and the line break. What it does not take, if only for its own reasons, is to be decoded line
+  /// by line. `output` may begin anywhere at or before the text; up to eight bytes behind the last line's may be
+  /// scratched.
   UuFullLines (*decodeFullLines)(const unsigned char* text, const unsigned char* end, unsigned char* output,
                                  std::size_t dropped);
 

@@ -119,38 +119,67 @@ constexpr std::size_t StartOf(std::size_t block) {
   return block + 1 < 64 / kDigits ? block * kDigits : kUuLineDigits - kDigits;
 }
 
+/// Decodes 60 digits, unless they are not regular or `isFull` is not true.
 template <class Alphabet>
-HWY_INLINE bool DecodeFullLine(const unsigned char* text, unsigned char* output) {
+HWY_INLINE bool DecodeFullLine(const unsigned char* text, unsigned char* output, bool isFull) {
   constexpr std::size_t kBlocks = 64 / kDigits;
   const Digits digits;
   DigitVector seen = All(255);
-  DigitVector values[kBlocks];
+  DigitVector bytes[kBlocks];
   for (std::size_t block = 0; block < kBlocks; ++block) {
-    values[block] = Alphabet::ValuesOf(hn::LoadU(digits, text + StartOf(block)), seen);
+    const auto values = Alphabet::ValuesOf(hn::LoadU(digits, text + StartOf(block)), seen);
+    bytes[block] = GatherSixBits(digits, values);
   }
-  if (!Alphabet::IsRegular(seen)) {
+  // In front of the only branch, so that a compiler keeps the constants of all that out of the loop.
+  if (!(isFull & Alphabet::IsRegular(seen))) {
     return false;
   }
   for (std::size_t block = 0; block < kBlocks; ++block) {
-    StoreTwelves(digits, GatherSixBits(digits, values[block]), output + StartOf(block) / 4 * 3);
+    StoreTwelves(digits, bytes[block], output + StartOf(block) / 4 * 3);
   }
   return true;
 }
 
-HWY_INLINE bool IsLineBreak(unsigned char c) { return c == '\r' || c == '\n'; }
+bool IsLineBreak(unsigned char c) { return c == '\r' || c == '\n'; }
+
+/// The line break of a text's lines: taking the first one's for that of all lets the processor begin with a line before
+/// it knows what ends the one before.
+class LineBreak {
+ public:
+  explicit LineBreak(const unsigned char* text) : _length(text[0] == '\r' && text[1] == '\n' ? 2 : 1) {
+    _mask = _length == 2 ? 0xFFFF : 0xFF;
+    _break = Load(text);
+  }
+
+  std::size_t Length() const { return _length; }
+  HWY_INLINE bool Is(const unsigned char* text) const { return Load(text) == _break; }
+
+ private:
+  HWY_INLINE unsigned int Load(const unsigned char* text) const {
+    return (text[0] | static_cast<unsigned int>(text[1]) << 8) & _mask;
+  }
+
+  std::size_t _length;
+  unsigned int _mask;
+  unsigned int _break;
+};
 
 template <class Alphabet>
 UuFullLines DecodeFullLines(const unsigned char* text, const unsigned char* end, unsigned char* output,
                             std::size_t dropped) {
   const std::size_t length = 1 + kUuLineDigits + dropped;
+  if (static_cast<std::size_t>(end - text) < length + 2 || !IsLineBreak(text[length])) {
+    return {text, 0};
+  }
+  const LineBreak lineBreak(text + length);
   const unsigned char* const begin = output;
-  while (static_cast<std::size_t>(end - text) >= length + 2 && text[0] == Alphabet::kFullCount) {
-    const unsigned char* const behind = text + length;
-    if (!IsLineBreak(*behind) || (dropped != 0 && IsLineBreak(behind[-1])) ||
-        !DecodeFullLine<Alphabet>(text + 1, output)) {
+  while (static_cast<std::size_t>(end - text) >= length + 2) {
+    const bool isFull = (text[0] == Alphabet::kFullCount) & lineBreak.Is(text + length) &
+                        (dropped == 0 || !IsLineBreak(text[length - 1]));
+    if (!DecodeFullLine<Alphabet>(text + 1, output, isFull)) {
       break;
     }
-    text = behind + (behind[0] == '\r' && behind[1] == '\n' ? 2 : 1);
+    text += length + lineBreak.Length();
     output += kUuLineBytes;
   }
   return {text, static_cast<std::size_t>(output - begin) / kUuLineBytes};

@@ -49,6 +49,41 @@ inline const char* FindEitherByWords(const char* position, const char* end, char
   return position;
 }
 
+/// The first byte in the range that is neither of two, or its end.
+inline const char* FindNeitherByBytes(const char* position, const char* end, char one, char other) {
+  while (position != end && (*position == one || *position == other)) {
+    ++position;
+  }
+  return position;
+}
+
+/// Whether `c` is a blank, TAB, LF, VT, FF or CR.
+inline bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+/// The first byte in the range that is no such one, or its end.
+inline const char* FindNonSpaceByBytes(const char* position, const char* end) {
+  while (position != end && IsSpace(*position)) {
+    ++position;
+  }
+  return position;
+}
+
+/// What small letters have and capitals have not.
+inline constexpr unsigned char kCaseBit = 0x20;
+
+/// The first CR or LF in the range that two characters follow in it, bit 5 of which does not count; or its end.
+inline const char* FindBreakBeforeByWords(const char* position, const char* end, char one, char other) {
+  for (;; ++position) {
+    position = FindEitherByWords(position, end, '\r', '\n');
+    if (end - position < 3) {
+      return end;
+    }
+    if ((position[1] | kCaseBit) == (one | kCaseBit) && (position[2] | kCaseBit) == (other | kCaseBit)) {
+      return position;
+    }
+  }
+}
+
 }  // namespace qsbase::detail
 
 #endif

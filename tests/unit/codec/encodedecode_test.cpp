@@ -1,6 +1,7 @@
 #include <QSbase/codec/coderbuffer.h>
 #include <QSbase/codec/encodedecode.h>
 #include <QSbase/errors.h>
+#include <common/simdlevels.h>
 #include <common/tempdir.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,6 +20,8 @@
 #endif
 
 namespace {
+
+using qsbase::test::OnEveryLevel;
 
 constexpr int kBase64 = 0x1;
 constexpr int kQP = 0x2;
@@ -393,6 +396,20 @@ TEST(EncodeDecode, UnescapesHex) {
                       "41",
                       0xFF),
             "A");
+}
+
+TEST(EncodeDecode, UnescapesHexBehindTextOfAnyLength) {
+  OnEveryLevel([] {
+    for (std::size_t length = 0; length <= 150; ++length) {
+      std::string plain;
+      for (std::size_t i = 0; i < length; ++i) {
+        plain += static_cast<char>(0x80 + i % 100);
+      }
+      ASSERT_EQ(Unescaped(plain), plain);
+      ASSERT_EQ(Unescaped(plain + "%41" + plain + "%25" + plain), plain + "A" + plain + "%" + plain) << length;
+      ASSERT_EQ(Unescaped("%00" + plain + "%4"), std::string(1, '\0') + plain) << length;
+    }
+  });
 }
 
 TEST(EncodeDecode, AnEscapeTooNearTheEndIsDroppedWithWhatFollows) {
