@@ -1,11 +1,10 @@
 #!/usr/bin/python3
-"""Codecs whose peers are programs or interpreters: sharutils and Python's C codecs beside the qs tool.
+"""The qs tool's coding beside programs: sharutils, coreutils and Python's C codecs.
 
 usage: processes.py PATH_TO_QS [MEBIBYTES]
 
-Two tables. Whole process: a file in, a file out, everything counted. In process: Python's C codec called on the whole
-input (line by line where its interface is line by line), beside which the Google Benchmark figures of bench_codec
-stand. Medians of five runs; outputs are compared before anything is timed.
+Whole processes: a file in, a file out, everything counted. Medians of five runs; outputs are compared before anything
+is timed.
 """
 
 import binascii
@@ -40,14 +39,6 @@ def mail_text(size):
         lines.append(line)
         length += len(line) + 2
     return ("\r\n".join(lines) + "\r\n").encode()[:size]
-
-
-def uu_encode(data):
-    return b"".join(binascii.b2a_uu(data[at : at + 45], backtick=True) for at in range(0, len(data), 45))
-
-
-def uu_decode(text):
-    return b"".join(map(binascii.a2b_uu, text.splitlines()))
 
 
 PYTHON = {
@@ -117,23 +108,6 @@ def whole_process(qs, folder, binary, text):
     return rows
 
 
-def in_process(binary, text):
-    encoded = uu_encode(binary)
-    if uu_decode(encoded) != binary:
-        sys.exit("processes.py: Python's UU round trip differs")
-    quoted = binascii.b2a_qp(text, istext=True)
-    base64_text = binascii.b2a_base64(binary)
-    jobs = [
-        ("uu encode", len(binary), lambda: uu_encode(binary)),
-        ("uu decode", len(binary), lambda: uu_decode(encoded)),
-        ("qp encode", len(text), lambda: binascii.b2a_qp(text, istext=True)),
-        ("qp decode", len(text), lambda: binascii.a2b_qp(quoted)),
-        ("base64 encode, no breaks", len(binary), lambda: binascii.b2a_base64(binary)),
-        ("base64 decode, no breaks", len(binary), lambda: binascii.a2b_base64(base64_text)),
-    ]
-    return [(job, "Python", size / median_seconds(action) / 1e6) for job, size, action in jobs]
-
-
 def show(title, rows):
     print(f"\n{title}\n")
     print(f"| {'job':26} | {'program':10} | MB/s |\n|---|---|---:|")
@@ -149,7 +123,6 @@ def main():
     text = mail_text(size)
     with tempfile.TemporaryDirectory() as name:
         show(f"Whole process, {size >> 20} MiB", whole_process(sys.argv[1], pathlib.Path(name), binary, text))
-    show(f"In process, {size >> 20} MiB", in_process(binary, text))
 
 
 if __name__ == "__main__":
