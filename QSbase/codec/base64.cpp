@@ -3,6 +3,11 @@
 #include <QSbase/codec/encodedecode.h>
 #include <QSbase/errors.h>
 
+#include <algorithm>
+#include <functional>
+#include <new>
+#include <stdexcept>
+
 namespace qsbase::detail {
 
 std::uint64_t Base64TextSize(std::uint64_t length, unsigned int groupsPerLine) {
@@ -25,15 +30,109 @@ using namespace qsbase::detail;
 
 namespace {
 
-constexpr int kStringFlags = 0x20000000;
-constexpr unsigned int kStringLineQP = 75;
-constexpr unsigned int kStringLineBase64 = 76;
+constexpr unsigned int kStringGroupsPerLine = 19;
+
+/// The string forms work in pieces of so many groups. A string fills what it grows by with zeros: of a piece they are
+/// still in the first cache when the kernel writes over them.
+constexpr std::size_t kPieceGroups = 4096;
 
 /// What a failed string convenience throws.
 void ThrowOnError(const char* operation, int status) {
   if (status != kCoderOk) {
     throw ExBase(std::string("CEncodeDecode::") + operation + " returns error " + std::to_string(status));
   }
+}
+
+/// Makes room for more bytes. Returns 0 or -3.
+int Reserve(std::string& text, std::uint64_t more) {
+  if (more > text.max_size() - text.size()) {
+    return kCoderNoMemory;
+  }
+  try {
+    text.reserve(text.size() + static_cast<std::size_t>(more));
+  } catch (const std::bad_alloc&) {
+    return kCoderNoMemory;
+  }
+  return kCoderOk;
+}
+
+void AppendPiece(const unsigned char* input, std::size_t length, unsigned int groupsPerLine, std::string& text) {
+  const std::size_t before = text.size();
+  text.resize(before + static_cast<std::size_t>(Base64TextSize(length, groupsPerLine)));
+  Base64EncodeText(input, length, groupsPerLine, text.data() + before);
+}
+
+/// Pieces of whole lines, or of no lines at all.
+void AppendLines(const unsigned char* input, std::size_t length, unsigned int groupsPerLine, std::string& text) {
+  const std::size_t piece = (kPieceGroups - (groupsPerLine == 0 ? 0 : kPieceGroups % groupsPerLine)) * 3;
+  for (std::size_t at = 0; at < length; at += piece) {
+    AppendPiece(input + at, std::min(piece, length - at), groupsPerLine, text);
+  }
+}
+
+/// Lines that are longer than a piece.
+void AppendLongLines(const unsigned char* input, std::size_t length, std::size_t groupsPerLine, std::string& text) {
+  const unsigned char* const end = input + length;
+  std::size_t groupsLeft = groupsPerLine;
+  while (input != end) {
+    const std::size_t groups = std::min(groupsLeft, kPieceGroups);
+    const std::size_t size = std::min(groups * 3, static_cast<std::size_t>(end - input));
+    AppendPiece(input, size, 0, text);
+    input += size;
+    groupsLeft -= size / 3;
+    if (groupsLeft == 0) {
+      text += "\r\n";
+      groupsLeft = groupsPerLine;
+    }
+  }
+}
+
+/// Appends the text of the bytes, which must not lie in `text`. Returns 0 or -3.
+int AppendEncoded(const char* input, std::size_t length, unsigned int groupsPerLine, std::string& text) {
+  unsigned int size = 0;
+  if (StoreCoderSize(Base64TextSize(length, groupsPerLine), size) != kCoderOk || Reserve(text, size) != kCoderOk) {
+    return kCoderNoMemory;
+  }
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(input);
+  if (groupsPerLine > kPieceGroups) {
+    AppendLongLines(bytes, length, groupsPerLine, text);
+  } else {
+    AppendLines(bytes, length, groupsPerLine, text);
+  }
+  return kCoderOk;
+}
+
+/// The room that a decoder asks for.
+std::uint64_t DecodedRoom(std::uint64_t length) { return length / 4 * 3 + 2; }
+
+/// Appends what a text gives, which must not lie in `data`. Returns 0 or -3.
+int AppendDecoded(const char* text, std::size_t length, std::string& data, Base64Decoded& decoded) {
+  if (Reserve(data, DecodedRoom(length)) != kCoderOk) {
+    return kCoderNoMemory;
+  }
+  const auto* const begin = reinterpret_cast<const unsigned char*>(text);
+  Base64DecodeState state{begin, begin, nullptr, false};
+  const std::size_t before = data.size();
+  while (state.end != begin + length && !state.ended) {
+    const std::size_t size = std::min(kPieceGroups * 4, static_cast<std::size_t>(begin + length - state.end));
+    const std::size_t written = data.size();
+    data.resize(written + static_cast<std::size_t>(DecodedRoom(size + state.begun)));
+    state.output = data.data() + written;
+    state.end += size;
+    Base64KernelsOf(CurrentSimdLevel()).decode(state);
+    if (state.ended || state.end == begin + length) {
+      Base64DecodeRest(state);
+    }
+    data.resize(static_cast<std::size_t>(state.output - data.data()));
+  }
+  decoded = {data.size() - before, static_cast<std::size_t>(state.position - begin), state.illegal};
+  return kCoderOk;
+}
+
+/// Whether bytes lie in a string that is to be written.
+bool LiesIn(const char* bytes, std::size_t length, const std::string& text) {
+  const std::less<const char*> before;
+  return before(bytes, text.data() + text.size()) && before(text.data(), bytes + length);
 }
 
 }  // namespace
@@ -58,7 +157,17 @@ int CEncodeDecode::EncodeBase64(const char* input, unsigned int length, char** o
 }
 
 int CEncodeDecode::EncodeBase64(const std::string& input, std::string& output, int flags) {
-  return CodeString(*this, &CEncodeDecode::EncodeBase64, input, output, flags);
+  if (&input == &output) {
+    return EncodeBase64(std::string(input), output, flags);
+  }
+  if (input.size() > kCoderMaxSize) {
+    return kCoderNoMemory;
+  }
+  _illegalChars = 0;
+  _parsedChars = 0;
+  const int status = AppendEncoded(input.data(), input.size(), _maxLineLengthBase64 / 4, output);
+  _parsedChars = status == kCoderOk ? static_cast<unsigned int>(input.size()) : 0;
+  return status;
 }
 
 int CEncodeDecode::DecodeBase64(const char* input, unsigned int length, char** output, unsigned int& outputLength,
@@ -70,7 +179,7 @@ int CEncodeDecode::DecodeBase64(const char* input, unsigned int length, char** o
     return status;
   }
   CoderBuffer buffer(flags);
-  if (buffer.Allocate(std::uint64_t{length} / 4 * 3 + 2) != kCoderOk) {
+  if (buffer.Allocate(DecodedRoom(length)) != kCoderOk) {
     return kCoderNoMemory;
   }
   const Base64Decoded decoded = Base64DecodeText(input, length, buffer.Data());
@@ -80,7 +189,17 @@ int CEncodeDecode::DecodeBase64(const char* input, unsigned int length, char** o
 }
 
 int CEncodeDecode::DecodeBase64(const std::string& input, std::string& output, int flags) {
-  return CodeString(*this, &CEncodeDecode::DecodeBase64, input, output, flags);
+  if (&input == &output) {
+    return DecodeBase64(std::string(input), output, flags);
+  }
+  if (input.size() > kCoderMaxSize) {
+    return kCoderNoMemory;
+  }
+  Base64Decoded decoded{};
+  const int status = AppendDecoded(input.data(), input.size(), output, decoded);
+  _illegalChars = decoded.illegal;
+  _parsedChars = static_cast<unsigned int>(decoded.parsed);
+  return status;
 }
 
 int CEncodeDecode::DecodeBase64Inline(char* buffer, unsigned int length, unsigned int& outputLength, int) {
@@ -121,20 +240,21 @@ int CEncodeDecode::DecodeBase64Char(unsigned char c) {
 }
 
 void QsBase64Encode(const void* data, unsigned int length, std::string& text) {
-  CEncodeDecode coder(kStringLineQP, kStringLineBase64);
-  CoderResult result(kStringFlags);
-  const int status = data == nullptr ? kCoderOk
-                                     : coder.EncodeBase64(static_cast<const char*>(data), length, &result.data,
-                                                          result.length, kStringFlags);
-  text.assign(result.data == nullptr ? "" : result.data, result.length);
-  ThrowOnError("EncodeBase64", status);
+  const char* const bytes = static_cast<const char*>(data);
+  if (bytes == nullptr || length == 0) {
+    return text.clear();
+  }
+  const std::string copy = LiesIn(bytes, length, text) ? std::string(bytes, length) : std::string();
+  text.clear();
+  ThrowOnError("EncodeBase64", AppendEncoded(copy.empty() ? bytes : copy.data(), length, kStringGroupsPerLine, text));
 }
 
 void QsBase64Decode(const char* text, unsigned int length, std::string& data) {
-  CEncodeDecode coder(kStringLineQP, kStringLineBase64);
-  CoderResult result(kStringFlags);
-  const int status =
-      text == nullptr ? kCoderOk : coder.DecodeBase64(text, length, &result.data, result.length, kStringFlags);
-  data.assign(result.data == nullptr ? "" : result.data, result.length);
-  ThrowOnError("DecodeBase64", status);
+  if (text == nullptr || length == 0) {
+    return data.clear();
+  }
+  const std::string copy = LiesIn(text, length, data) ? std::string(text, length) : std::string();
+  data.clear();
+  Base64Decoded decoded{};
+  ThrowOnError("DecodeBase64", AppendDecoded(copy.empty() ? text : copy.data(), length, data, decoded));
 }

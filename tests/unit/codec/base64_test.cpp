@@ -1,12 +1,17 @@
+#include <QSbase/codec/base64kernel.h>
 #include <QSbase/codec/encodedecode.h>
 #include <QSbase/errors.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
+
+#include "common/simdlevels.h"
 
 namespace {
 
@@ -65,11 +70,45 @@ Decoded DecodedInline(const std::string& text) {
   return {std::string(buffer.data(), length), coder.GetNumberIllegalChars(), coder.GetNumberParsedChars()};
 }
 
+/// A block of exactly this size at any alignment, so that an overrun is found.
+struct Block {
+  explicit Block(std::size_t size) : bytes(new char[size]) {}
+  explicit Block(const std::string& content) : Block(content.size()) { content.copy(bytes.get(), content.size()); }
+  std::unique_ptr<char[]> bytes;
+};
+
+/// What the kernel of the level in use makes of the text, given in pieces of at most this size, with no more room than
+/// it may use.
+Decoded DecodedByKernel(const std::string& text, std::size_t piece, bool inPlace) {
+  const Block input(text);
+  const Block room(text.size() / 4 * 3 + 2);
+  const auto* const begin = reinterpret_cast<const unsigned char*>(input.bytes.get());
+  char* const output = inPlace ? input.bytes.get() : room.bytes.get();
+  qsbase::detail::Base64DecodeState state{begin, begin, output, inPlace};
+  while (state.end != begin + text.size() && !state.ended) {
+    state.end += std::min(piece, static_cast<std::size_t>(begin + text.size() - state.end));
+    qsbase::detail::Base64KernelsOf(qsbase::detail::CurrentSimdLevel()).decode(state);
+  }
+  qsbase::detail::Base64DecodeRest(state);
+  return {std::string(output, state.output), state.illegal, static_cast<unsigned int>(state.position - begin)};
+}
+
+/// The kernels of all levels, which must agree.
+Decoded DecodedOnEveryLevel(const std::string& text) {
+  const Decoded result = DecodedByKernel(text, text.size(), false);
+  qsbase::test::OnEveryLevel([&] {
+    EXPECT_EQ(DecodedByKernel(text, text.size(), false), result);
+    EXPECT_EQ(DecodedByKernel(text, text.size(), true), result);
+  });
+  return result;
+}
+
 /// All forms of the decoder, which must agree.
 Decoded Decode(const std::string& text) {
   const Decoded result = DecodedBuffer(text);
   EXPECT_EQ(DecodedBuffer(text, kArrayBuffers), result);
   EXPECT_EQ(DecodedInline(text), result);
+  EXPECT_EQ(DecodedOnEveryLevel(text), result);
   std::string appended = "x";
   EXPECT_EQ(CEncodeDecode(75, 76).DecodeBase64(text, appended, 0), 0);
   EXPECT_EQ(appended, "x" + result.data);
@@ -123,6 +162,24 @@ Decoded ReferenceDecode(const std::string& text) {
     result.data += static_cast<char>(std::stoul(bits.substr(at, 8), nullptr, 2));
   }
   return result;
+}
+
+/// What the kernel of the level in use makes of the data, with no more room than it may use.
+std::string EncodedByKernel(const std::string& data, unsigned int groupsPerLine) {
+  const Block input(data);
+  const Block text(static_cast<std::size_t>(qsbase::detail::Base64TextSize(data.size(), groupsPerLine)));
+  char* const end = qsbase::detail::Base64EncodeText(reinterpret_cast<const unsigned char*>(input.bytes.get()),
+                                                     data.size(), groupsPerLine, text.bytes.get());
+  return {text.bytes.get(), end};
+}
+
+/// A text of several lines, the last one with its break too.
+std::string Lines(const std::string& plain, std::size_t columns, const std::string& lineBreak) {
+  std::string text;
+  for (std::size_t at = 0; at < plain.size(); at += columns) {
+    text += plain.substr(at, columns) + lineBreak;
+  }
+  return text;
 }
 
 std::string RandomBytes(std::mt19937& random, std::size_t length) {
@@ -210,6 +267,33 @@ TEST(Base64, EncodesLikeTheReferenceAtEveryLength) {
   }
 }
 
+TEST(Base64, EveryLevelEncodesLikeTheReference) {
+  std::mt19937 random(6);
+  for (std::size_t length = 0; length <= 300; ++length) {
+    const std::string data = RandomBytes(random, length);
+    for (const unsigned int groups : {0U, 1U, 2U, 3U, 4U, 5U, 7U, 8U, 9U, 15U, 16U, 17U, 19U, 24U, 50U, 0x40000001U}) {
+      const std::string expected = ReferenceEncode(data, std::min(groups, 1000U) * 4);
+      qsbase::test::OnEveryLevel(
+          [&] { EXPECT_EQ(EncodedByKernel(data, groups), expected) << length << " " << groups; });
+    }
+  }
+}
+
+TEST(Base64, EveryLevelEncodesAtEveryAlignment) {
+  std::mt19937 random(7);
+  const std::string data = RandomBytes(random, 64 + 257);
+  for (std::size_t at = 0; at < 64; ++at) {
+    const std::string expected = ReferenceEncode(data.substr(at, 257), 76);
+    qsbase::test::OnEveryLevel([&] {
+      std::string text(64 + expected.size(), '.');
+      char* const end = qsbase::detail::Base64EncodeText(reinterpret_cast<const unsigned char*>(data.data()) + at, 257,
+                                                         19, text.data() + 63 - at);
+      EXPECT_EQ(std::string(text.data() + 63 - at, end), expected) << at;
+      EXPECT_EQ(std::string(end, text.data() + text.size()), std::string(at + 1, '.'));
+    });
+  }
+}
+
 TEST(Base64, FormsOfTheEncoderAgree) {
   std::mt19937 random(2);
   const std::string data = RandomBytes(random, 1000);
@@ -223,6 +307,8 @@ TEST(Base64, FormsOfTheEncoderAgree) {
   std::string same = "abc";
   EXPECT_EQ(coder.EncodeBase64(same, same, 0), 0);
   EXPECT_EQ(same, "abcYWJj");
+  EXPECT_EQ(coder.DecodeBase64(same, same, 0), 0);
+  EXPECT_EQ(same, "abcYWJji\xB7\x18X\x98");
 }
 
 TEST(Base64, DecodesTheVectorsOfRfc4648) {
@@ -301,6 +387,82 @@ TEST(Base64, DecodesDamagedTextsLikeTheReference) {
   }
 }
 
+TEST(Base64, EveryLevelDecodesLinesOfEveryForm) {
+  std::mt19937 random(8);
+  const std::string data = RandomBytes(random, 2000);
+  const std::string plain = ReferenceEncode(data, 0);
+  for (const std::size_t columns : {1U, 3U, 4U, 8U, 20U, 31U, 32U, 60U, 64U, 72U, 73U, 76U, 128U, 252U, 400U, 1000U}) {
+    for (const std::string lineBreak : {"\n", "\r\n", "\r", "\n\n\r", " \r\n", "?"}) {
+      const std::string text = Lines(plain, columns, lineBreak);
+      const Decoded expected = ReferenceDecode(text);
+      ASSERT_EQ(expected.data, data);
+      ASSERT_EQ(DecodedOnEveryLevel(text), expected) << columns;
+    }
+  }
+}
+
+TEST(Base64, EveryLevelDecodesEveryCutOfLines) {
+  std::mt19937 random(9);
+  const std::string text = ReferenceEncode(RandomBytes(random, 500), 76);
+  for (std::size_t length = 0; length <= text.size(); ++length) {
+    const std::string cut = text.substr(text.size() - length);
+    ASSERT_EQ(DecodedOnEveryLevel(text.substr(0, length)), ReferenceDecode(text.substr(0, length))) << length;
+    ASSERT_EQ(DecodedOnEveryLevel(cut), ReferenceDecode(cut)) << length;
+  }
+}
+
+TEST(Base64, EveryLevelDecodesAtEveryAlignment) {
+  std::mt19937 random(12);
+  const std::string data = RandomBytes(random, 257);
+  const std::string text = ReferenceEncode(data, 76);
+  for (std::size_t at = 0; at < 64; ++at) {
+    qsbase::test::OnEveryLevel([&] {
+      const std::string input = std::string(at, '=') + text;
+      std::string output(64 + data.size() + text.size(), '.');
+      const auto decoded = qsbase::detail::Base64DecodeText(input.data() + at, text.size(), output.data() + 63 - at);
+      EXPECT_EQ(output.substr(63 - at, decoded.written), data);
+      EXPECT_EQ(output.substr(0, 63 - at), std::string(63 - at, '.'));
+    });
+  }
+}
+
+TEST(Base64, EveryLevelDecodesEveryCharacterAtEveryPlaceOfAVector) {
+  std::mt19937 random(10);
+  const std::string plain = ReferenceEncode(RandomBytes(random, 150), 0);
+  for (std::size_t at = 0; at < 64; ++at) {
+    for (int c = 0; c < 256; ++c) {
+      std::string text = plain;
+      text[at] = static_cast<char>(c);
+      ASSERT_EQ(DecodedOnEveryLevel(text), ReferenceDecode(text)) << at << " " << c;
+    }
+  }
+}
+
+TEST(Base64, EveryLevelDecodesDamagedLines) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 500; ++round) {
+    const std::size_t columns = random() % 3 == 0 ? random() % 300 + 1 : (random() % 75 + 1) * 4;
+    std::string text =
+        Lines(ReferenceEncode(RandomBytes(random, random() % 3000 + 1), 0), columns, random() % 2 == 0 ? "\r\n" : "\n");
+    for (std::size_t damages = random() % 6; damages > 0; --damages) {
+      const std::size_t at = random() % text.size();
+      if (random() % 2 == 0) {
+        text.insert(at, 1, " \r\n\t.?\xE4"[random() % 7]);
+      } else {
+        text.erase(at, random() % 3 + 1);
+        text += "A=\n"[random() % 3];
+      }
+    }
+    const Decoded expected = ReferenceDecode(text);
+    ASSERT_EQ(DecodedOnEveryLevel(text), expected) << ::testing::PrintToString(text);
+    qsbase::test::OnEveryLevel([&] {
+      const std::size_t piece = random() % 700 + 1;
+      EXPECT_EQ(DecodedByKernel(text, piece, false), expected) << piece;
+      EXPECT_EQ(DecodedByKernel(text, piece, true), expected) << piece;
+    });
+  }
+}
+
 TEST(Base64, RandomNoiseDecodesLikeTheReference) {
   std::mt19937 random(4);
   for (int round = 0; round < 3000; ++round) {
@@ -317,6 +479,38 @@ TEST(Base64, RoundTripsALongInput) {
   const std::string data = RandomBytes(random, 3'000'001);
   for (const unsigned int lineLength : {0U, 20U, 76U}) {
     EXPECT_TRUE(Decode(Encoded(data, lineLength)).data == data);
+  }
+}
+
+TEST(Base64, TheStringFormsEncodeWhatTheBufferFormDoes) {
+  std::mt19937 random(13);
+  for (const std::size_t length : {0U, 1U, 12287U, 12288U, 12289U, 12290U, 24576U, 50001U, 99000U}) {
+    const std::string data = RandomBytes(random, length);
+    for (const unsigned int lineLength : {0U, 76U, 400U, 16380U, 16384U, 16388U, 33000U, 65536U, 66000U, 0xFFFFFFFFU}) {
+      CEncodeDecode coder(75, lineLength);
+      std::string text = "x";
+      EXPECT_EQ(coder.EncodeBase64(data, text, 0), 0);
+      EXPECT_EQ(coder.GetNumberParsedChars(), length);
+      EXPECT_TRUE(text == "x" + Encoded(coder, data)) << length << " at " << lineLength;
+    }
+  }
+}
+
+TEST(Base64, TheStringFormsDecodeWhatTheBufferFormDoes) {
+  std::mt19937 random(14);
+  const std::string text = Encoded(RandomBytes(random, 40000));
+  for (const std::size_t at : {0U, 1U, 16382U, 16383U, 16384U, 16385U, 16386U, 32768U, 54000U}) {
+    for (const std::string inserted : {"=", "?", "??\n", "A", "AA", "AAA"}) {
+      std::string damaged = text;
+      damaged.insert(at, inserted);
+      const Decoded expected = DecodedBuffer(damaged);
+      CEncodeDecode coder(75, 76);
+      std::string data = "x";
+      EXPECT_EQ(coder.DecodeBase64(damaged, data, 0), 0);
+      EXPECT_TRUE(data == "x" + expected.data) << at << inserted;
+      EXPECT_EQ(coder.GetNumberIllegalChars(), expected.illegal);
+      EXPECT_EQ(coder.GetNumberParsedChars(), expected.parsed);
+    }
   }
 }
 
@@ -445,6 +639,10 @@ TEST(Base64, StringConveniencesTakeTheirOwnOutputAsInput) {
   EXPECT_EQ(text, "YWJj");
   QsBase64Decode(text.data(), 4, text);
   EXPECT_EQ(text, "abc");
+  QsBase64Encode(text.data() + 1, 2, text);
+  EXPECT_EQ(text, "YmM=");
+  QsBase64Decode(text.data() + 1, 3, text);
+  EXPECT_EQ(text, "\x98");
 }
 
 TEST(Base64, StringConveniencesThrowTheStatus) {
