@@ -1,6 +1,8 @@
 #include <QSbase/errors.h>
 #include <QSbase/text/chartables.h>
+#include <QSbase/text/hexkernel.h>
 #include <QSbase/text/qsstring.h>
+#include <QSbase/text/textkernel.h>
 
 #include <algorithm>
 #include <array>
@@ -21,38 +23,75 @@ using namespace qsbase::detail;
 
 namespace {
 
-void MapBytes(char* text, std::size_t length, const CharMap& map) {
+/// Long texts are worked on in blocks that the first-level cache holds.
+constexpr std::size_t kBlockSize = 8192;
+
+/// Below this length a loop is over before a kernel has begun.
+constexpr std::size_t kShortestForKernel = 16;
+
+const TextKernels& Kernels() { return TextKernelsOf(CurrentSimdLevel()); }
+
+struct CaseMap {
+  const CharMap& map;
+  void (*TextKernels::*kernel)(char* text, std::size_t length);
+};
+
+constexpr CaseMap kToLower = {kLowerMap, &TextKernels::toLower};
+constexpr CaseMap kToUpper = {kUpperMap, &TextKernels::toUpper};
+constexpr CaseMap kToLowerControlToSpace = {kLowerControlToSpaceMap, &TextKernels::toLowerControlToSpace};
+
+inline void MapText(char* text, std::size_t length, const CaseMap& map) {
+  if (length >= kShortestForKernel) {
+    (Kernels().*map.kernel)(text, length);
+    return;
+  }
   for (std::size_t i = 0; i < length; ++i) {
-    text[i] = static_cast<char>(map[static_cast<unsigned char>(text[i])]);
+    text[i] = static_cast<char>(map.map[static_cast<unsigned char>(text[i])]);
   }
 }
 
-void MapText(char* text, const CharMap& map) {
+/// How long the text is, but at most a block.
+std::size_t BlockLength(const char* text) {
+  const void* const end = std::memchr(text, '\0', kBlockSize);
+  return end == nullptr ? kBlockSize : static_cast<std::size_t>(static_cast<const char*>(end) - text);
+}
+
+void MapText(char* text, const CaseMap& map) {
   if (text == nullptr) {
     return;
   }
-  for (; *text != '\0'; ++text) {
-    *text = static_cast<char>(map[static_cast<unsigned char>(*text)]);
+  for (std::size_t i = 0; i < kShortestForKernel; ++i, ++text) {
+    if (*text == '\0') {
+      return;
+    }
+    *text = static_cast<char>(map.map[static_cast<unsigned char>(*text)]);
+  }
+  for (std::size_t length = kBlockSize; length == kBlockSize; text += length) {
+    length = BlockLength(text);
+    MapText(text, length, map);
   }
 }
 
-std::string Mapped(const std::string& text, const CharMap& map) {
-  std::string result(text);
-  MapBytes(result.data(), result.size(), map);
+/// A copy that change(text, length) has gone over. Each block of a long text is changed while the cache holds it.
+template <class Change>
+std::string Changed(const std::string& text, Change change) {
+  if (text.size() <= kBlockSize) {
+    std::string result(text);
+    change(result.data(), result.size());
+    return result;
+  }
+  std::string result;
+  result.reserve(text.size());
+  for (std::size_t at = 0; at < text.size(); at = result.size()) {
+    result.append(text, at, kBlockSize);
+    change(result.data() + at, result.size() - at);
+  }
   return result;
 }
 
-constexpr CharMap MakeLowerControlToSpaceMap() {
-  CharMap map = kLowerMap;
-  for (std::size_t c = 0; c < map.size(); ++c) {
-    if ((kCharMasks[c] & kControl) != 0) {
-      map[c] = ' ';
-    }
-  }
-  return map;
+std::string Mapped(const std::string& text, const CaseMap& map) {
+  return Changed(text, [&map](char* block, std::size_t length) { MapText(block, length, map); });
 }
-
-constexpr CharMap kLowerControlToSpaceMap = MakeLowerControlToSpaceMap();
 
 }  // namespace
 
@@ -76,45 +115,68 @@ void QsString::TrimChar_Inplace(std::string& text, char c) {
   text.erase(0, text.find_first_not_of(c));
 }
 
-void QsString::ToLower_Inplace(char* text) { MapText(text, kLowerMap); }
+void QsString::ToLower_Inplace(char* text) { MapText(text, kToLower); }
 
 void QsString::ToLower_Inplace(char* text, unsigned int length) {
   if (text != nullptr) {
-    MapBytes(text, length, kLowerMap);
+    MapText(text, length, kToLower);
   }
 }
 
-void QsString::ToLower_Inplace(std::string& text) { MapBytes(text.data(), text.size(), kLowerMap); }
+void QsString::ToLower_Inplace(std::string& text) { MapText(text.data(), text.size(), kToLower); }
 
-void QsString::ToUpper_Inplace(char* text) { MapText(text, kUpperMap); }
+void QsString::ToUpper_Inplace(char* text) { MapText(text, kToUpper); }
 
 void QsString::ToUpper_Inplace(char* text, unsigned int length) {
   if (text != nullptr) {
-    MapBytes(text, length, kUpperMap);
+    MapText(text, length, kToUpper);
   }
 }
 
-void QsString::ToUpper_Inplace(std::string& text) { MapBytes(text.data(), text.size(), kUpperMap); }
+void QsString::ToUpper_Inplace(std::string& text) { MapText(text.data(), text.size(), kToUpper); }
 
-std::string QsString::ToLower(const std::string& text) { return Mapped(text, kLowerMap); }
+std::string QsString::ToLower(const std::string& text) { return Mapped(text, kToLower); }
 
-std::string QsString::ToUpper(const std::string& text) { return Mapped(text, kUpperMap); }
+std::string QsString::ToUpper(const std::string& text) { return Mapped(text, kToUpper); }
 
 void QsString::ToLowerControlToSpace_Inplace(std::string& text) {
-  MapBytes(text.data(), text.size(), kLowerControlToSpaceMap);
+  MapText(text.data(), text.size(), kToLowerControlToSpace);
 }
 
-std::string QsString::StripCharacters(const std::string& text, unsigned int mask) {
+namespace {
+
+std::string StripShort(const std::string& text, unsigned int mask) {
   std::string result(text.size(), '\0');
   std::size_t kept = 0;
   for (const char c : text) {
     result[kept] = c;
     kept += HasClass(c, mask) ? 0U : 1U;
   }
-  if (kept == 0) {
+  result.resize(kept);
+  return result;
+}
+
+std::string StripLong(const std::string& text, unsigned int mask) {
+  const ByteSet set = ByteSetOf(mask);
+  char kept[kBlockSize + kStripSlack];
+  std::string result;
+  result.reserve(text.size());
+  for (std::size_t at = 0; at < text.size(); at += kBlockSize) {
+    const std::size_t length = std::min(kBlockSize, text.size() - at);
+    const char* const end = Kernels().strip(text.data() + at, length, set, kept);
+    result.append(kept, static_cast<std::size_t>(end - kept));
+  }
+  return result;
+}
+
+}  // namespace
+
+std::string QsString::StripCharacters(const std::string& text, unsigned int mask) {
+  constexpr std::size_t kLong = 64;
+  std::string result = text.size() < kLong ? StripShort(text, mask) : StripLong(text, mask);
+  if (result.empty()) {
     return text;  // kept: a text of nothing but stripped characters is given back
   }
-  result.resize(kept);
   return result;
 }
 
@@ -404,12 +466,12 @@ std::string QsReplaceString(const std::string& text, const std::string& what, co
   return result;
 }
 
-void QsReplaceCharInPlace(std::string& text, char from, char to) { std::replace(text.begin(), text.end(), from, to); }
+void QsReplaceCharInPlace(std::string& text, char from, char to) {
+  Kernels().replace(text.data(), text.size(), from, to);
+}
 
 std::string QsReplaceChar(const std::string& text, char from, char to) {
-  std::string result(text);
-  QsReplaceCharInPlace(result, from, to);
-  return result;
+  return Changed(text, [&](char* block, std::size_t length) { Kernels().replace(block, length, from, to); });
 }
 
 namespace {
@@ -442,23 +504,35 @@ void QsConditionalAppendChar(std::string& text, char c) {
 
 namespace {
 
+const HexKernels& HexLoops() { return HexKernelsOf(CurrentSimdLevel()); }
+
 template <typename Char>
-void WriteHex(const unsigned char* bytes, std::size_t length, Char* out) {
-  for (std::size_t i = 0; i < length; ++i) {
-    std::memcpy(out + 2 * i, &kHexPairs[2U * bytes[i]], 2);
+void WritePair(unsigned char byte, Char* out) {
+  std::memcpy(out, &kHexPairs[2U * byte], 2);
+}
+
+/// A text of this size, each block of which write(out, at, length) writes while the cache holds it.
+template <class Write>
+std::string Written(std::size_t size, Write write, std::string result = {}) {
+  result.reserve(size);
+  for (std::size_t at = 0; at < size; at = result.size()) {
+    result.resize(std::min(size, at + kBlockSize));
+    write(reinterpret_cast<unsigned char*>(&result[at]), at, result.size() - at);
   }
+  return result;
 }
 
 std::string ToHex(const unsigned char* bytes, std::size_t length) {
-  std::string result(2 * length, '\0');
-  WriteHex(bytes, length, result.data());
-  return result;
+  static_assert(kBlockSize % 2 == 0);
+  return Written(2 * length, [bytes](unsigned char* out, std::size_t at, std::size_t size) {
+    HexLoops().encode(bytes + at / 2, size / 2, out);
+  });
 }
 
 std::string ToSpacedHex(const unsigned char* bytes, std::size_t length) {
   std::string result(3 * length, ' ');
   for (std::size_t i = 0; i < length; ++i) {
-    WriteHex(bytes + i, 1, &result[3 * i]);
+    WritePair(bytes[i], &result[3 * i]);
   }
   result.pop_back();
   return result;
@@ -482,25 +556,50 @@ unsigned char PairValue(const unsigned char* pair) {
   return static_cast<unsigned char>(high << 4 | low);
 }
 
-void DecodeHex(const unsigned char* hex, std::size_t length, unsigned char* out) {
+void CheckIsEven(std::size_t length) {
   if (length % 2 != 0) {
     throw ExBase("length is not a multiple of 2");
   }
-  for (; *hex != '\0'; hex += 2) {
-    *out++ = PairValue(hex);
+}
+
+/// Decodes up to the terminating zero.
+void DecodeHexText(const unsigned char* hex, unsigned char* out) {
+  for (std::size_t length = kBlockSize; length == kBlockSize; hex += length, out += length / 2) {
+    length = BlockLength(reinterpret_cast<const char*>(hex));
+    const std::size_t done = HexLoops().decode(hex, length / 2, out);
+    if (2 * done != length) {
+      ThrowBadPair(hex + 2 * done);
+    }
   }
+}
+
+/// Decodes up to the end, or to a zero in the place of a first digit: zeros are behind that.
+std::string DecodeHexString(const std::string& hex) {
+  std::string result;
+  result.reserve(hex.size() / 2);
+  CheckIsEven(hex.size());
+  const auto* const digits = reinterpret_cast<const unsigned char*>(hex.data());
+  bool isOver = false;
+  const auto decode = [&](unsigned char* out, std::size_t at, std::size_t size) {
+    const std::size_t done = isOver ? size : HexLoops().decode(digits + 2 * at, size, out);
+    isOver = isOver || (done != size && digits[2 * (at + done)] == '\0');
+    if (done != size && !isOver) {
+      ThrowBadPair(digits + 2 * (at + done));
+    }
+  };
+  return Written(hex.size() / 2, decode, std::move(result));
 }
 
 }  // namespace
 
-void ByteToHex(unsigned char byte, unsigned char* out) { WriteHex(&byte, 1, out); }
+void ByteToHex(unsigned char byte, unsigned char* out) { WritePair(byte, out); }
 
 void ByteStringToHexString(const unsigned char* bytes, unsigned int length, unsigned char* out) {
-  WriteHex(bytes, length, out);
+  HexLoops().encode(bytes, length, out);
   out[std::size_t{2} * length] = '\0';
 }
 
-std::string Byte2Hex(unsigned char byte) { return ToHex(&byte, 1); }
+std::string Byte2Hex(unsigned char byte) { return {&kHexPairs[2U * byte], 2}; }
 
 std::string Bytes2Hex(const unsigned char* bytes, int length, bool spaced) {
   if (bytes == nullptr || length <= 0) {
@@ -529,7 +628,8 @@ void HexStringToByteString(const unsigned char* hex, unsigned int length, unsign
   if (hex == nullptr) {
     HexToByte(nullptr);
   }
-  DecodeHex(hex, length, out);
+  CheckIsEven(length);
+  DecodeHexText(hex, out);
 }
 
 std::string String2Hex(const std::string& bytes) {
@@ -538,10 +638,7 @@ std::string String2Hex(const std::string& bytes) {
 
 std::string Hex2String(const std::string& hex) {
   try {
-    std::string result(hex.size() / 2, '\0');
-    DecodeHex(reinterpret_cast<const unsigned char*>(hex.c_str()), hex.size(),
-              reinterpret_cast<unsigned char*>(result.data()));
-    return result;
+    return DecodeHexString(hex);
   } catch (const std::bad_alloc&) {
     return {};
   }

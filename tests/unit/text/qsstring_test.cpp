@@ -4,7 +4,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <tests/common/simdlevels.h>
 
+#include <algorithm>
 #include <array>
 #include <clocale>
 #include <cmath>
@@ -16,7 +18,9 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <limits>
+#include <memory>
 #include <random>
 #include <string>
 #include <system_error>
@@ -29,6 +33,7 @@
 
 namespace {
 
+using qsbase::test::OnEveryLevel;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -196,6 +201,59 @@ TEST(QsStringStrip, KeepsTheOthersInOrder) {
   EXPECT_EQ(QsString::StripCharacters("a b", kSpace), "ab");
   EXPECT_EQ(QsString::StripCharacters(" a  b c ", kSpace), "abc");
   EXPECT_EQ(QsString::StripCharacters("a1b2", 0x2), "ab");
+}
+
+/// Lengths around those at which the loops change, blocks among them.
+const std::size_t kLengths[] = {0,    1,    2,    7,    8,    9,     15,    16,    17,    31,    32,   33,
+                                47,   63,   64,   65,   127,  128,   129,   300,   4095,  4096,  4097, 8190,
+                                8191, 8192, 8193, 8208, 8224, 16383, 16384, 16385, 40000, 100001};
+
+std::string RandomBytes(std::size_t size, std::mt19937& random) {
+  std::string bytes(size, '\0');
+  std::generate(bytes.begin(), bytes.end(), [&random] { return static_cast<char>(random()); });
+  return bytes;
+}
+
+TEST(QsStringCase, LongTextsOnEveryLevel) {
+  OnEveryLevel([] {
+    std::mt19937 random(1);
+    for (const std::size_t length : kLengths) {
+      std::string text = RandomBytes(length, random);
+      std::replace(text.begin(), text.end(), '\0', '\x8A');
+      std::string lower = text;
+      std::string upper = text;
+      for (std::size_t i = 0; i < length; ++i) {
+        lower[i] = static_cast<char>(QsChar::ToLower(static_cast<unsigned char>(text[i])));
+        upper[i] = static_cast<char>(QsChar::ToUpper(static_cast<unsigned char>(text[i])));
+      }
+      ASSERT_EQ(QsString::ToLower(text), lower) << length;
+      ASSERT_EQ(QsString::ToUpper(text), upper) << length;
+      const std::unique_ptr<char[]> exact(new char[length + 1]);
+      std::copy(text.c_str(), text.c_str() + length + 1, exact.get());
+      QsString::ToLower_Inplace(exact.get());
+      ASSERT_EQ(std::string(exact.get()), lower) << length;
+      std::copy(text.c_str(), text.c_str() + length + 1, exact.get());
+      QsString::ToUpper_Inplace(exact.get());
+      ASSERT_EQ(std::string(exact.get()), upper) << length;
+    }
+  });
+}
+
+TEST(QsStringStrip, LongTextsOnEveryLevel) {
+  OnEveryLevel([] {
+    std::mt19937 random(2);
+    for (const std::size_t length : kLengths) {
+      const std::string text = RandomBytes(length, random);
+      for (const unsigned int mask : {0x20U, 0x41U, 0x1000U, 0U}) {
+        std::string kept;
+        std::copy_if(text.begin(), text.end(), std::back_inserter(kept),
+                     [mask](char c) { return (QsChar::GetMask(static_cast<unsigned char>(c)) & mask) == 0; });
+        ASSERT_EQ(QsString::StripCharacters(text, mask), kept.empty() ? text : kept) << length << " " << mask;
+      }
+      const std::string digits(length, '7');
+      ASSERT_EQ(QsString::StripCharacters(digits, 0x2), digits) << length;
+    }
+  });
 }
 
 TEST(QsStringStrip, GivesTheTextBackWhenNothingWouldBeLeft) {
@@ -523,6 +581,18 @@ TEST(QsReplaceChar, EveryOccurrence) {
   EXPECT_EQ(QsReplaceChar("", '/', '\\'), "");
 }
 
+TEST(QsReplaceChar, LongTextsOnEveryLevel) {
+  OnEveryLevel([] {
+    std::mt19937 random(4);
+    for (const std::size_t length : kLengths) {
+      const std::string text = RandomBytes(length, random);
+      std::string expected = text;
+      std::replace(expected.begin(), expected.end(), 'e', 'E');
+      ASSERT_EQ(QsReplaceChar(text, 'e', 'E'), expected) << length;
+    }
+  });
+}
+
 TEST(ReplaceCRLFHT, BecomeBlanks) {
   std::string text = "a\r\n\tb\v";
   ReplaceCRLFHT(text);
@@ -635,6 +705,55 @@ TEST(Hex, BehindAZeroByteAllBytesAreZero) {
                               "2G5",
                               6)),
             Binary("A\0\0", 3));
+}
+
+TEST(Hex, LongStringsOnEveryLevel) {
+  OnEveryLevel([] {
+    std::mt19937 random(3);
+    for (const std::size_t length : kLengths) {
+      const std::string bytes = RandomBytes(length, random);
+      std::string hex;
+      for (const char c : bytes) {
+        hex += Byte2Hex(static_cast<unsigned char>(c));
+      }
+      ASSERT_EQ(String2Hex(bytes), hex) << length;
+      ASSERT_EQ(Bytes2Hex(Bytes(bytes.data()), static_cast<int>(length), false), hex) << length;
+      ASSERT_EQ(Hex2String(hex), bytes) << length;
+      ASSERT_EQ(Hex2String(QsString::ToLower(hex)), bytes) << length;
+      const std::unique_ptr<unsigned char[]> text(new unsigned char[2 * length + 1]);
+      ByteStringToHexString(Bytes(bytes.data()), static_cast<unsigned int>(length), text.get());
+      ASSERT_EQ(std::string(reinterpret_cast<const char*>(text.get())), hex) << length;
+      const std::unique_ptr<unsigned char[]> out(new unsigned char[length]);
+      HexStringToByteString(text.get(), 0, out.get());
+      ASSERT_EQ(std::string(out.get(), out.get() + length), bytes) << length;
+      HexStringToByteString(text.get(), 0, text.get());
+      ASSERT_EQ(std::string(text.get(), text.get() + length), bytes) << length << " in place";
+    }
+  });
+}
+
+TEST(Hex, BadPairsAndZerosOfLongStrings) {
+  OnEveryLevel([] {
+    const std::size_t pairs = 10000;
+    for (std::size_t at = 0; at < 2 * pairs; at += at < 200 || at > 16000 ? 1 : 997) {
+      std::string hex(2 * pairs, 'a');
+      hex[at] = 'G';
+      const std::string error = "character in '" + hex.substr(at / 2 * 2, 2) + "' is not a hex character";
+      ASSERT_EQ(ErrorOf([&] { Hex2String(hex); }), error) << at;
+      std::string out(pairs, '#');
+      ASSERT_EQ(
+          ErrorOf([&] { HexStringToByteString(Bytes(hex.c_str()), 0, reinterpret_cast<unsigned char*>(out.data())); }),
+          error)
+          << at;
+      ASSERT_EQ(out, std::string(at / 2, '\xAA') + std::string(pairs - at / 2, '#')) << at;
+      hex[at] = '\0';
+      if (at % 2 == 0) {
+        ASSERT_EQ(Hex2String(hex), std::string(at / 2, '\xAA') + std::string(pairs - at / 2, '\0')) << at;
+      } else {
+        ASSERT_EQ(ErrorOf([&] { Hex2String(hex); }), "character in 'a' is not a hex character") << at;
+      }
+    }
+  });
 }
 
 // ---- Numbers ----
