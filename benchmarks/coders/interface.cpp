@@ -56,12 +56,8 @@ void FromHex(std::string_view input, Output& output) {
   output.SetLength(input.size() / 2);
 }
 
-/// Works in place, and what it has done once it finds done: the same work for a table or for vectors.
 void ToLower(std::string_view input, Output& output) {
-  if (output.Text().size() != input.size()) {
-    std::memcpy(output.Room(), input.data(), input.size());
-    output.SetLength(input.size());
-  }
+  PrepareInPlace(input, output);
   QsString::ToLower_Inplace(output.Room(), Length(input));
 }
 
