@@ -117,6 +117,22 @@ struct Stretch {
   unsigned char marks[kStretch + 8] = {};
 };
 
+/// For inputs that are over before a stretch is prepared.
+unsigned char* EncodeBytes(const unsigned char* input, std::size_t length, unsigned char* output, YEncLine& line) {
+  const EncodeTable& table = kEncodeTables[line.plainTabDot];
+  for (std::size_t i = 0; i < length; ++i) {
+    const std::uint32_t entry = table[input[i]];
+    const std::size_t characters = entry >> 16;
+    const auto pair = static_cast<std::uint16_t>(entry);
+    std::memcpy(output, &pair, sizeof(pair));
+    output += characters;
+    const bool isFull = characters >= line.room;
+    output = isFull ? YEncPutBreak(output) : output;
+    line.room = isFull ? line.length : line.room - characters;
+  }
+  return output;
+}
+
 /// Writes a stretch.
 inline unsigned char* WriteStretch(const Stretch& stretch, std::size_t count, unsigned char* output, YEncLine& line) {
   unsigned char* lineEnd = output + line.room;
@@ -177,6 +193,10 @@ std::uint64_t YEncMeasureScalar(const unsigned char* input, std::size_t length, 
 }
 
 unsigned char* YEncEncodeScalar(const unsigned char* input, std::size_t length, unsigned char* output, YEncLine& line) {
+  constexpr std::size_t kShort = 32;
+  if (length < kShort) {
+    return EncodeBytes(input, length, output, line);
+  }
   Stretch stretch(line.plainTabDot);
   for (std::size_t start = 0; start < length; start += kStretch) {
     const std::size_t count = std::min(kStretch, length - start);

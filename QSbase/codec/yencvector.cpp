@@ -94,6 +94,7 @@ HWY_INLINE std::size_t CountFirst(std::uint64_t escapes, std::size_t count) {
 struct Share {
   std::size_t bytes;
   std::size_t characters;
+  bool isLineFull;
 };
 
 /// The fewest bytes that fill a line. The block has enough of them.
@@ -103,41 +104,60 @@ HWY_INLINE Share FillLine(std::uint64_t escapes, std::size_t room) {
   for (;;) {
     const std::size_t characters = bytes + CountFirst(escapes, bytes);
     if (characters >= room) {
-      return {bytes, characters};
+      return {bytes, characters, true};
     }
     bytes += (room - characters + 1) / 2;  // none is worth more than two characters
   }
 }
 
+/// Eight marks of a block, of the bytes from `kFirst` on, as the offset of their row in the table: marks turned to
+/// their place take one instruction less than marks that are moved and multiplied.
+template <int kFirst>
+HWY_INLINE std::size_t OffsetOfRow(std::uint64_t escapes) {
+  constexpr std::size_t kRow = sizeof(YEncExpansion);
+  return static_cast<std::size_t>(std::rotr(escapes, kFirst - std::countr_zero(kRow))) & 255 * kRow;
+}
+
+/// Writes what eight bytes become.
+template <int kFirst>
+HWY_INLINE void ExpandEight(hn::Vec<Sixteen> eight, std::uint64_t escapes, unsigned char* end) {
+  unsigned char* const out = end + kFirst + CountBits(escapes & ((std::uint64_t{1} << kFirst) - 1));
+  const std::size_t offset = OffsetOfRow<kFirst>(escapes);
+  const std::uint8_t* const row = reinterpret_cast<const std::uint8_t*>(kYEncExpansions.data()) + offset;
+  const auto shuffled = hn::TableLookupBytes(eight, hn::Load(Sixteen(), row));
+  hn::StoreU(hn::Add(shuffled, hn::Load(Sixteen(), row + 16)), Sixteen(), out);
+}
+
+/// Writes what sixteen bytes of a block become, from `kFirst` on.
+template <int kFirst>
+HWY_INLINE void Expand(const unsigned char* input, std::uint64_t escapes, unsigned char* end) {
+  const hn::Repartition<std::uint64_t, Sixteen> halves;
+  const auto bytes = hn::BitCast(halves, hn::LoadU(Sixteen(), input + kFirst));
+  const auto escape = hn::BitCast(halves, hn::Set(Sixteen(), kYEncEscape));
+  ExpandEight<kFirst>(hn::BitCast(Sixteen(), hn::InterleaveLower(halves, bytes, escape)), escapes, end);
+  ExpandEight<kFirst + 8>(hn::BitCast(Sixteen(), hn::InterleaveUpper(halves, bytes, escape)), escapes, end);
+}
+
 /// Where an encoder writes.
 struct Output {
-  HWY_INLINE unsigned char* Group(hn::Vec<Sixteen> group, std::size_t escapes, unsigned char* out) {
-    const YEncExpansion& expansion = kYEncExpansions[escapes];
-    const auto places = hn::Load(Sixteen(), expansion.places.data());
-    const auto addends = hn::Load(Sixteen(), expansion.addends.data());
-    hn::StoreU(hn::Add(hn::TableLookupBytes(group, places), addends), Sixteen(), out);
-    return out + 8 + std::popcount(escapes);
-  }
-
-  /// Writes what sixteen bytes become.
-  HWY_INLINE unsigned char* Groups(const unsigned char* input, std::uint64_t escapes, unsigned char* out) {
-    const hn::Repartition<std::uint64_t, Sixteen> halves;
-    const auto bytes = hn::BitCast(halves, hn::LoadU(Sixteen(), input));
-    const auto escape = hn::BitCast(halves, hn::Set(Sixteen(), kYEncEscape));
-    out = Group(hn::BitCast(Sixteen(), hn::InterleaveLower(halves, bytes, escape)), escapes & 0xFF, out);
-    return Group(hn::BitCast(Sixteen(), hn::InterleaveUpper(halves, bytes, escape)), escapes >> 8 & 0xFF, out);
-  }
-
-  /// Writes what the first `count` bytes of a block become, and perhaps that of others.
+  /// Writes what the first `count` bytes of a block become, and perhaps that of up to 15 more.
   HWY_INLINE void Write(const unsigned char* input, std::size_t count, std::uint64_t escapes) {
-    unsigned char* out = end;
-    for (std::size_t i = 0; i < count; i += 16) {
-      out = Groups(input + i, escapes >> i, out);
+    Expand<0>(input, escapes, end);
+    if (count > 16) {
+      Expand<16>(input, escapes, end);
+    }
+    if (count > 32) {
+      Expand<32>(input, escapes, end);
+    }
+    if (count > 48) {
+      Expand<48>(input, escapes, end);
     }
   }
 
-  HWY_INLINE void Keep(std::size_t characters) { end += characters; }
-  HWY_INLINE void Break() { end = YEncPutBreak(end); }
+  HWY_INLINE void Keep(const Share& share) {
+    end += share.characters;
+    end = share.isLineFull ? YEncPutBreak(end) : end;
+  }
 
   unsigned char* end;
 };
@@ -145,26 +165,21 @@ struct Output {
 /// The same for one that only counts.
 struct Counter {
   HWY_INLINE void Write(const unsigned char*, std::size_t, std::uint64_t) {}
-  HWY_INLINE void Keep(std::size_t characters) { count += characters; }
-  HWY_INLINE void Break() { count += 2; }
+  HWY_INLINE void Keep(const Share& share) { count += share.characters + (share.isLineFull ? 2 : 0); }
 
   std::uint64_t count = 0;
 };
 
-/// Gives a line its share of the `count` bytes whose marks these are. Returns how many it took.
-template <class Sink>
-HWY_INLINE std::size_t PutIntoLine(std::uint64_t escapes, std::size_t count, YEncLine& line, Sink& sink) {
+/// The share of a line in the `count` bytes whose marks these are.
+HWY_INLINE Share TakeShare(std::uint64_t escapes, std::size_t count, YEncLine& line) {
   const std::size_t characters = count + CountBits(escapes);
   if (characters < line.room) {
-    sink.Keep(characters);
     line.room -= characters;
-    return count;
+    return {count, characters, false};
   }
   const Share share = FillLine(escapes, line.room);
-  sink.Keep(share.characters);
-  sink.Break();
   line.room = line.length;
-  return share.bytes;
+  return share;
 }
 
 /// Encodes less than a block.
@@ -176,23 +191,29 @@ HWY_INLINE void EncodeRest(const unsigned char* input, std::size_t count, YEncLi
     std::memset(block, 0, sizeof(block));  // no byte to be escaped
     std::memcpy(block, input, count);
     const std::uint64_t escapes = FindEscapes(block, specials);
-    sink.Write(block, count, escapes);
-    const std::size_t taken = PutIntoLine(escapes, count, line, sink);
-    input += taken;
-    count -= taken;
+    sink.Write(block, std::min(line.room, count), escapes);
+    const Share share = TakeShare(escapes, count, line);
+    sink.Keep(share);
+    input += share.bytes;
+    count -= share.bytes;
   }
 }
 
+/// The marks of a block are found before the one in front of it is written, as everything waits for them.
 template <class Sink>
 HWY_INLINE void EncodeInto(const unsigned char* input, std::size_t length, YEncLine& line, Sink& sink) {
   const auto specials = LoadTable(kEncodeSpecials[line.plainTabDot ? 1 : 0]);
   YEncLine current = line;
+  std::uint64_t escapes = length >= kBlock ? FindEscapes(input, specials) : 0;
   while (length >= kBlock) {
-    const std::uint64_t escapes = FindEscapes(input, specials);
-    sink.Write(input, kBlock, escapes);
-    const std::size_t taken = PutIntoLine(escapes, kBlock, current, sink);
-    input += taken;
-    length -= taken;
+    const std::size_t needed = std::min<std::size_t>(current.room, kBlock);
+    const Share share = TakeShare(escapes, kBlock, current);
+    length -= share.bytes;
+    const std::uint64_t next = length >= kBlock ? FindEscapes(input + share.bytes, specials) : 0;
+    sink.Write(input, needed, escapes);
+    sink.Keep(share);
+    input += share.bytes;
+    escapes = next;
   }
   EncodeRest(input, length, current, sink, specials);
   line = current;
@@ -207,11 +228,11 @@ std::uint64_t CountEscapes(const unsigned char* input, std::size_t length, bool 
   return count + YEncCountEscapesScalar(input, length, plainTabDot);
 }
 
-/// Below so many columns most of a block is done in vain.
-constexpr std::size_t kShortLine = 24;
+/// Of a line so short most of a block would be done in vain, and a short input is done sooner byte by byte.
+HWY_INLINE bool IsForScalar(std::size_t length, const YEncLine& line) { return length < 16 || line.length < 16; }
 
 std::uint64_t Measure(const unsigned char* input, std::size_t length, YEncLine& line) {
-  if (line.length < kShortLine) {
+  if (IsForScalar(length, line)) {
     return YEncMeasureScalar(input, length, line);
   }
   Counter counter;
@@ -220,7 +241,7 @@ std::uint64_t Measure(const unsigned char* input, std::size_t length, YEncLine& 
 }
 
 unsigned char* Encode(const unsigned char* input, std::size_t length, unsigned char* output, YEncLine& line) {
-  if (line.length < kShortLine) {
+  if (IsForScalar(length, line)) {
     return YEncEncodeScalar(input, length, output, line);
   }
   Output sink{output};
@@ -237,68 +258,58 @@ HWY_INLINE std::uint64_t FindStarts(std::uint64_t equals, std::uint64_t isFirstE
   return runs & ((runs + evenRuns) ^ kEven);
 }
 
-/// A block of text.
-struct Text {
-  HWY_INLINE explicit Text(const unsigned char* read) {
-    for (int i = 0; i < kParts; ++i) {
-      parts[i] = LoadBytes(read + i * kBytes);
-    }
-  }
-
-  HWY_INLINE bool HasNul() const {
-    auto least = parts[0];
-    for (int i = 1; i < kParts; ++i) {
-      least = hn::Min(least, parts[i]);
-    }
-    return !hn::AllFalse(Bytes(), hn::Eq(least, hn::Zero(Bytes())));
-  }
-
-  HWY_INLINE std::uint64_t FindEquals() const {
-    std::uint64_t found = 0;
-    for (int i = 0; i < kParts; ++i) {
-      found |= MaskBits(hn::Eq(parts[i], Splat(kYEncEscape))) << (i * kBytes);
-    }
-    return found;
-  }
-
-  HWY_INLINE std::uint64_t FindLineBreaks(ByteVector lineBreaks) const {
-    std::uint64_t found = 0;
-    for (int i = 0; i < kParts; ++i) {
-      found |= MaskBits(FindIn(lineBreaks, parts[i])) << (i * kBytes);
-    }
-    return found;
-  }
-
-  /// Decodes those characters whose bit in `kept` is set. Returns the end of what is written.
-  HWY_INLINE unsigned char* Write(std::uint64_t escaped, std::uint64_t kept, unsigned char* written) const {
-    for (int i = 0; i < kParts; ++i, escaped >>= kBytes % 64, kept >>= kBytes % 64) {
-      const auto isEscaped = hn::LoadMaskBits(Bytes(), reinterpret_cast<const std::uint8_t*>(&escaped));
-      const auto shift = hn::IfThenElse(isEscaped, Splat(kYEncShift + kYEncEscapeShift), Splat(kYEncShift));
-      written = StoreKept(hn::Sub(parts[i], shift), kept, written);
-    }
-    return written;
-  }
-
-  ByteVector parts[kParts];
+/// What a decoder looks for in a block.
+struct Marks {
+  std::uint64_t equals = 0;
+  std::uint64_t specials = 0;  ///< "=", CR, LF
+  bool hasNul = false;
 };
 
-/// All of a block is loaded before any of it is written, and what it becomes is no longer, so it may be decoded in
-/// place.
+HWY_INLINE Marks FindMarks(const unsigned char* read, ByteVector lineBreaks) {
+  Marks marks;
+  auto least = LoadBytes(read);
+  for (int i = 0; i < kParts; ++i) {
+    const auto part = LoadBytes(read + i * kBytes);
+    const auto equals = hn::Eq(part, Splat(kYEncEscape));
+    least = hn::Min(least, part);
+    marks.equals |= MaskBits(equals) << (i * kBytes);
+    marks.specials |= MaskBits(hn::Or(equals, FindIn(lineBreaks, part))) << (i * kBytes);
+  }
+  marks.hasNul = !hn::AllFalse(Bytes(), hn::Eq(least, hn::Zero(Bytes())));
+  return marks;
+}
+
+/// Decodes those characters of a block whose bit in `kept` is set. Returns the end of what is written, which comes no
+/// further than what is read: in place, nothing is lost.
+HWY_INLINE unsigned char* WriteKept(const unsigned char* read, std::uint64_t escaped, std::uint64_t kept,
+                                    unsigned char* written) {
+  for (int i = 0; i < kParts; ++i, escaped >>= kBytes % kBlock, kept >>= kBytes % kBlock) {
+    const auto isEscaped = hn::LoadMaskBits(Bytes(), reinterpret_cast<const std::uint8_t*>(&escaped));
+    const auto shift = hn::IfThenElse(isEscaped, Splat(kYEncShift + kYEncEscapeShift), Splat(kYEncShift));
+    written = StoreKept(hn::Sub(LoadBytes(read + i * kBytes), shift), kept, written);
+  }
+  return written;
+}
+
+/// The marks of a block are found before the one in front of it is written, as everything waits for them.
 void Decode(YEncDecoding& decoding, const unsigned char* end) {
+  if (end - decoding.read < kBlock) {
+    YEncDecodeScalar(decoding, end);
+    return;
+  }
   const auto lineBreaks = LoadTable(kLineBreaks);
   const unsigned char* read = decoding.read;
   unsigned char* written = decoding.written;
   std::uint64_t isFirstEscaped = decoding.isEscape ? 1 : 0;
-  for (; end - read >= kBlock; read += kBlock) {
-    const Text text(read);
-    if (text.HasNul()) {
-      break;
-    }
-    const std::uint64_t equals = text.FindEquals();
-    const std::uint64_t starts = FindStarts(equals, isFirstEscaped);
+  Marks marks = FindMarks(read, lineBreaks);
+  while (end - read >= kBlock && !marks.hasNul) {
+    const Marks next = end - read >= 2 * kBlock ? FindMarks(read + kBlock, lineBreaks) : Marks();
+    const std::uint64_t starts = FindStarts(marks.equals, isFirstEscaped);
     const std::uint64_t escaped = starts << 1 | isFirstEscaped;
+    written = WriteKept(read, escaped, ~marks.specials | escaped, written);
     isFirstEscaped = starts >> 63;
-    written = text.Write(escaped, ~((equals | text.FindLineBreaks(lineBreaks)) & ~escaped), written);
+    read += kBlock;
+    marks = next;
   }
   decoding = {read, written, isFirstEscaped != 0};
   YEncDecodeScalar(decoding, end);
