@@ -64,29 +64,18 @@ HWY_INLINE ByteVector SixBits(ByteVector data) {
   return hn::BitCast(Bytes(), hn::Or(down, up));
 }
 
-/// The characters of numbers below 64. What is to be added depends on the range that a number is in: 0 and 13 are the
-/// letters, 1 to 10 the digits, 11 and 12 "+" and "/".
+/// The characters of numbers below 64. What is to be added depends on the range that a number is in: 0 and 1 are the
+/// letters, 2 to 11 the digits, 12 and 13 "+" and "/".
 HWY_INLINE ByteVector Characters(ByteVector numbers) {
+  constexpr auto kSmall = static_cast<std::uint8_t>('a' - 26);
   constexpr auto kDigit = static_cast<std::uint8_t>('0' - 52);
-  alignas(16) static constexpr std::uint8_t kOffsets[16] = {'a' - 26,
-                                                            kDigit,
-                                                            kDigit,
-                                                            kDigit,
-                                                            kDigit,
-                                                            kDigit,
-                                                            kDigit,
-                                                            kDigit,
-                                                            kDigit,
-                                                            kDigit,
-                                                            kDigit,
-                                                            static_cast<std::uint8_t>('+' - 62),
-                                                            static_cast<std::uint8_t>('/' - 63),
-                                                            'A',
-                                                            0,
-                                                            0};
+  constexpr auto kPlus = static_cast<std::uint8_t>('+' - 62);
+  constexpr auto kSlash = static_cast<std::uint8_t>('/' - 63);
+  alignas(16) static constexpr std::uint8_t kOffsets[16] = {
+      'A', kSmall, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit, kDigit, kPlus, kSlash, 0, 0};
   const hn::Repartition<std::int8_t, Bytes> sign;
-  const auto capital = hn::VecFromMask(hn::RebindMask(Bytes(), hn::BitCast(sign, numbers) < hn::Set(sign, 26)));
-  const auto range = hn::Or(hn::SaturatedSub(numbers, Splat(51)), hn::And(capital, Splat(13)));
+  const auto notCapital = hn::VecFromMask(hn::RebindMask(Bytes(), hn::BitCast(sign, numbers) > hn::Set(sign, 25)));
+  const auto range = hn::Sub(hn::SaturatedSub(numbers, Splat(51)), notCapital);
   return hn::Add(numbers, hn::TableLookupBytes(Table(kOffsets), range));
 }
 
@@ -105,19 +94,21 @@ HWY_INLINE void PutLineBreak(char*& output) {
   output += 2;
 }
 
-/// Encodes groups without a break. A vector may hold fewer groups than it has room for: what it writes behind them is
-/// less than the text of the `kBytes` bytes that were there to read, and so is written again.
+/// Encodes groups without a break. The last vector may hold fewer groups than it has room for: what it writes behind
+/// them is less than the text of the `kBytes` bytes that were there to read, and so is written again.
 void EncodeRun(EncodeState& state, std::size_t groups) {
-  while (groups > 0 && state.end - state.position >= kBytes) {
-    const auto count = std::min(groups, static_cast<std::size_t>(kGroups));
-    StoreBytes(Encoded(state.position), state.output);
-    state.position += count * 3;
-    state.output += count * 4;
-    groups -= count;
+  const unsigned char* input = state.position;
+  char* output = state.output;
+  for (; groups >= kGroups && state.end - input >= kBytes; groups -= kGroups, input += kData, output += kBytes) {
+    StoreBytes(Encoded(input), output);
   }
-  state.output =
-      Base64EncodeGroups(state.position, static_cast<std::size_t>(state.end - state.position), groups, state.output);
-  state.position += groups * 3;
+  if (groups > 0 && state.end - input >= kBytes) {
+    StoreBytes(Encoded(input), output);
+  } else {
+    Base64EncodeGroups(input, static_cast<std::size_t>(state.end - input), groups, output);
+  }
+  state.position = input + groups * 3;
+  state.output = output + groups * 4;
 }
 
 /// Encodes whole lines as long as all their vectors can be read.
@@ -144,6 +135,10 @@ char* Encode(const unsigned char* input, std::size_t length, unsigned int groups
   EncodeState state{input, input + length, output};
   if (groupsPerLine != 0 && groupsPerLine <= length / 3) {
     EncodeLines(state, static_cast<std::ptrdiff_t>(groupsPerLine));
+  }
+  if (groupsPerLine != 0 && groupsPerLine < kGroups) {
+    return Base64EncodeScalar(state.position, static_cast<std::size_t>(state.end - state.position), groupsPerLine,
+                              state.output);
   }
   for (;;) {
     const std::size_t groups = static_cast<std::size_t>(state.end - state.position) / 3;
@@ -235,15 +230,17 @@ struct LineForm {
   bool operator==(const LineForm& other) const { return columns == other.columns && breakSize == other.breakSize; }
 };
 
-HWY_INLINE bool HasBreak(const unsigned char* position, std::ptrdiff_t size) {
-  return size == 1 ? position[0] == '\n' : position[0] == '\r' && position[1] == '\n';
-}
+/// Two characters, the first one lowest.
+HWY_INLINE std::uint32_t TwoCharacters(const unsigned char* p) { return p[0] | std::uint32_t{p[1]} << 8; }
 
 /// Decodes lines that have all the same form, as long as they do. Where a line begins does not depend on what the one
 /// before it holds, so that the processor works at several of them.
 void DecodeLines(Base64DecodeState& state, LineForm form) {
   const std::ptrdiff_t rest = form.columns % kBytes;
   const std::ptrdiff_t full = form.columns - rest;
+  const std::uint32_t lineBreak =
+      form.breakSize == 1 ? '\n' : TwoCharacters(reinterpret_cast<const unsigned char*>("\r\n"));
+  const std::uint32_t breakBits = form.breakSize == 1 ? 0xFF : 0xFFFF;
   const auto behind = hn::VecFromMask(hn::Not(hn::FirstN(Bytes(), static_cast<std::size_t>(rest))));
   const unsigned char* p = state.position;
   char* output = state.output;
@@ -260,7 +257,7 @@ void DecodeLines(Base64DecodeState& state, LineForm form) {
       StoreData(values.numbers, out);
       legal = hn::Min(legal, hn::Or(values.legal, behind));
     }
-    if (ForeignBits(legal) != 0 || !HasBreak(p + form.columns, form.breakSize)) {
+    if ((ForeignBits(legal) | ((TwoCharacters(p + form.columns) & breakBits) ^ lineBreak)) != 0) {
       break;
     }
     p += form.columns + form.breakSize;
@@ -273,36 +270,56 @@ void DecodeLines(Base64DecodeState& state, LineForm form) {
 /// Lines that are longer have little to gain from being decoded by their form.
 constexpr std::ptrdiff_t kLongestForm = 8 * kBytes;
 
+/// Decodes vectors of nothing but the alphabet. Returns what of the next one is foreign, or 0 near the end.
+std::uint64_t DecodeCleanVectors(Base64DecodeState& state) {
+  const unsigned char* p = state.position;
+  char* output = state.output;
+  std::uint64_t foreign = 0;
+  for (; state.end - p >= kAhead; p += kBytes, output += kData) {
+    const auto values = ValuesOf(LoadBytes(p));
+    foreign = ForeignBits(values.legal);
+    if (foreign != 0) {
+      break;
+    }
+    StoreData(values.numbers, output);
+  }
+  state.position = p;
+  state.output = output;
+  return foreign;
+}
+
+/// Decodes what is before a line break in the next vector, and steps over the break. Returns its size, or 0 when there
+/// is something else, or not room enough.
+std::ptrdiff_t DecodeToBreak(Base64DecodeState& state, std::uint64_t foreign) {
+  const std::ptrdiff_t clean = std::countr_zero(foreign);
+  const unsigned char* const end = state.position + clean;
+  const unsigned char* p = end;
+  while (p != state.end && IsLineBreak(*p)) {
+    ++p;
+  }
+  if (clean % 4 != 0 || p == end || !HasRoom(state, end, state.output, kBytes)) {
+    return 0;
+  }
+  StoreData(ValuesOf(LoadBytes(state.position)).numbers, state.output);
+  state.position = p;
+  state.output += clean / 4 * 3;
+  return p - end;
+}
+
 /// Decodes groups straight from the text, with line breaks between them. Stops at anything else.
 void DecodeGroups(Base64DecodeState& state) {
   LineForm last{0, 0};
-  const unsigned char* line = state.position;
   while (state.end - state.position >= kAhead) {
-    const auto values = ValuesOf(LoadBytes(state.position));
-    const std::uint64_t foreign = ForeignBits(values.legal);
-    if (foreign == 0) {
-      StoreData(values.numbers, state.output);
-      state.position += kBytes;
-      state.output += kData;
-      continue;
-    }
-    const std::ptrdiff_t clean = std::countr_zero(foreign);
-    const unsigned char* p = state.position + clean;
-    if (clean % 4 != 0 || !IsLineBreak(*p) || !HasRoom(state, p, state.output, kBytes)) {
+    const unsigned char* const line = state.position;
+    const std::uint64_t foreign = DecodeCleanVectors(state);
+    const std::ptrdiff_t breakSize = foreign == 0 ? 0 : DecodeToBreak(state, foreign);
+    if (breakSize == 0) {
       return;
     }
-    StoreData(values.numbers, state.output);
-    state.output += clean / 4 * 3;
-    LineForm form{p - line, 0};
-    while (p != state.end && IsLineBreak(*p)) {
-      ++p;
-    }
-    form.breakSize = p - state.position - clean;
-    state.position = p;
-    if (form == last && form.breakSize <= 2 && form.columns <= kLongestForm) {
+    const LineForm form{state.position - line - breakSize, breakSize};
+    if (form == last && breakSize <= 2 && form.columns <= kLongestForm) {
       DecodeLines(state, form);
     }
-    line = state.position;
     last = form;
   }
 }
@@ -318,6 +335,9 @@ void DecodeCollected(Base64DecodeState& state, const unsigned char* p, const uns
   state.begun = rest.begun;
   state.group = rest.group;
 }
+
+/// Less than this is decoded as fast character by character as by collecting it.
+constexpr std::ptrdiff_t kWorthCollecting = 4 * kBytes + kAhead;
 
 /// Collects characters of the alphabet from wherever they are, and decodes them then. Returns false at a "=", which is
 /// less than `kBytes` characters ahead then.
@@ -355,7 +375,7 @@ void Decode(Base64DecodeState& state) {
       continue;
     }
     DecodeGroups(state);
-    more = state.end - state.position < kAhead || DecodeScattered(state);
+    more = state.end - state.position >= kWorthCollecting && DecodeScattered(state);
   }
   Base64DecodeScalar(state);
 }
