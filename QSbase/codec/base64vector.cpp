@@ -339,30 +339,33 @@ void DecodeCollected(Base64DecodeState& state, const unsigned char* p, const uns
 /// Less than this is decoded as fast character by character as by collecting it.
 constexpr std::ptrdiff_t kWorthCollecting = 4 * kBytes + kAhead;
 
+constexpr std::uint64_t kAllBits = ~std::uint64_t{0} >> (64 - kBytes);
+
 /// Collects characters of the alphabet from wherever they are, and decodes them then. Returns false at a "=", which is
 /// less than `kBytes` characters ahead then.
 bool DecodeScattered(Base64DecodeState& state) {
   constexpr std::ptrdiff_t kCollected = 1024;
   unsigned char collected[kCollected + kBytes];
   unsigned char* filled = collected;
+  const unsigned char* p = state.position;
   bool padded = false;
-  while (filled - collected < kCollected && state.end - state.position >= kAhead) {
-    const auto bytes = LoadBytes(state.position);
+  while (filled - collected < kCollected && state.end - p >= kAhead) {
+    const auto bytes = LoadBytes(p);
     const std::uint64_t foreign = ForeignBits(ValuesOf(bytes).legal);
     if (foreign == 0) {
       StoreBytes(bytes, filled);
       filled += kBytes;
+    } else if (MaskBits(hn::Eq(bytes, Splat('='))) != 0) {
+      padded = true;
+      break;
     } else {
-      padded = MaskBits(hn::Eq(bytes, Splat('='))) != 0;
-      if (padded) {
-        break;
-      }
       const std::uint64_t breaks = MaskBits(hn::Or(hn::Eq(bytes, Splat('\r')), hn::Eq(bytes, Splat('\n'))));
       state.illegal += static_cast<std::uint32_t>(std::popcount(foreign & ~breaks));
-      filled = StoreKept(bytes, foreign ^ (~std::uint64_t{0} >> (64 - kBytes)), filled);
+      filled = StoreKept(bytes, foreign ^ kAllBits, filled);
     }
-    state.position += kBytes;
+    p += kBytes;
   }
+  state.position = p;
   DecodeCollected(state, collected, filled);
   return !padded;
 }
