@@ -11,29 +11,21 @@
 #include <limits>
 
 #include "article.h"
+#include "codedtext.h"
+#include "coderoutput.h"
 #include "text.h"
 
 namespace qs {
 namespace {
 
-constexpr int kFlagXX = 0x8;
+constexpr int kFlagBase64 = 0x1;
+constexpr int kFlagQP = 0x2;
 constexpr int kFlagUU = 0x4;
+constexpr int kFlagXX = 0x8;
+constexpr int kFlagYEnc = 0x800;
 constexpr int kFlagYEncFindBlock = 0x2000;
 constexpr int kFlagBinHexHeaderOnly = 0x20000;
 constexpr std::string_view kBinHexMarker = "(This file must be converted with BinHex";
-
-// A coder's output buffer, released as the coder asks for.
-struct CoderBuffer {
-  CoderBuffer() = default;
-  CoderBuffer(const CoderBuffer&) = delete;
-  CoderBuffer& operator=(const CoderBuffer&) = delete;
-  ~CoderBuffer() { CEncodeDecode::FreeBuffer(data, 0); }
-
-  std::string Text() const { return data == nullptr ? std::string() : std::string(data, length); }
-
-  char* data = nullptr;
-  unsigned int length = 0;
-};
 
 std::string StatusText(int status) {
   switch (status) {
@@ -74,8 +66,6 @@ bool IsBase64Char(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
 }
 
-bool IsSpace(char c) { return IsBlank(c) || c == '\r' || c == '\n'; }
-
 // ---- yEnc
 
 // The value of "key" in a yEnc line, the key standing behind a blank.
@@ -89,14 +79,13 @@ std::string YEncValue(std::string_view line, std::string_view key) {
   return std::string(value.substr(0, value.find_first_of(" \t\r\n")));
 }
 
-std::string_view LastLine(std::string_view block) {
-  std::string_view last;
-  for (LineReader lines(block); lines.Next();) {
-    if (StartsWith(lines.Line(), "=yend ")) {
-      last = lines.Line();
-    }
+// The last line that begins with "=yend ". Searched from the end, where it stands unless the block is damaged.
+std::string_view Trailer(std::string_view block) {
+  std::size_t found = block.rfind("=yend ");
+  while (found != std::string_view::npos && found > 0 && block[found - 1] != '\n') {
+    found = block.rfind("=yend ", found - 1);
   }
-  return last;
+  return found == std::string_view::npos ? std::string_view() : block.substr(found, block.find('\n', found) - found);
 }
 
 YEncPart PartOf(const CYEncData& header, const std::string& fileCrc) {
@@ -127,13 +116,23 @@ void CheckYEncSizes(Attachment& result, const CYEncData& header) {
   }
 }
 
-// The trailer of a part carries its CRC as "pcrc32"; the plain "crc32" is the whole file's.
-void CheckYEncCrc(Attachment& result, std::string_view trailer, std::string& fileCrc) {
-  const std::string computed = Crc32Hex(result.data);
-  const std::string partCrc = YEncValue(trailer, "pcrc32");
-  fileCrc = YEncValue(trailer, "crc32");
-  const std::string& expected = result.part ? partCrc : (fileCrc.empty() ? partCrc : fileCrc);
-  if (!expected.empty() && NormalCrc(expected) != computed) {
+// The checksums that a yEnc trailer announces. That of a part stands as "pcrc32", the plain "crc32" is the whole
+// file's.
+struct YEncCrcs {
+  explicit YEncCrcs(std::string_view trailer) : part(YEncValue(trailer, "pcrc32")), file(YEncValue(trailer, "crc32")) {}
+
+  std::string part;
+  std::string file;
+};
+
+void CheckYEncCrc(Attachment& result, const YEncCrcs& crcs, const CYEncData& header) {
+  const std::string& expected = result.part || crcs.file.empty() ? crcs.part : crcs.file;
+  if (expected.empty()) {
+    return;
+  }
+  // The decoder has computed it wherever it saw one itself.
+  const std::string computed = header.computedCrcText.empty() ? Crc32Hex(result.data) : header.computedCrcText;
+  if (NormalCrc(expected) != computed) {
     Report(result, "CRC-32 mismatch (" + Printable(NormalCrc(expected)) + " announced)");
   }
 }
@@ -202,40 +201,146 @@ Encoding UueKind(std::string_view lines) {
 // The line of count 0. Where it is a blank, some transports took that away.
 bool IsUueTerminator(std::string_view line) { return line.empty() || line == "`" || line == " " || line == "+"; }
 
+// What the first character of a line announces; -1 for a character that cannot stand there.
+using CountTable = std::array<signed char, 256>;
+
+constexpr CountTable MakeCounts(Encoding encoding) {
+  constexpr std::string_view kXXDigits = "+-0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+  CountTable counts{};
+  for (signed char& count : counts) {
+    count = -1;
+  }
+  for (unsigned char i = 0; encoding == Encoding::XX && i < 64; ++i) {
+    counts[static_cast<unsigned char>(kXXDigits[i])] = static_cast<signed char>(i);
+  }
+  for (unsigned char c = ' '; encoding == Encoding::UU && c <= '`'; ++c) {
+    counts[c] = static_cast<signed char>((c - ' ') & 63);
+  }
+  return counts;
+}
+
+constexpr CountTable kUUCounts = MakeCounts(Encoding::UU);
+constexpr CountTable kXXCounts = MakeCounts(Encoding::XX);
+
+// The decoder takes what a line lacks for zeros when that is little. Here every announced byte must be there.
+bool IsShortLine(std::string_view line, Encoding encoding) {
+  if (line.empty()) {
+    return false;
+  }
+  const auto first = static_cast<unsigned char>(line.front());
+  const int count = encoding == Encoding::XX ? kXXCounts[first] : kUUCounts[first];
+  return count < 0 || line.size() - 1 < (static_cast<std::size_t>(count) * 8 + 5) / 6;
+}
+
+bool HasShortLine(std::string_view text, Encoding encoding) {
+  LineReader lines(text);
+  while (lines.Next()) {
+    if (IsShortLine(lines.Line(), encoding)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Whole blocks without a way out between their characters, which the compiler makes vectors of.
+bool HasForeignUuChar(std::string_view lines) {
+  constexpr std::size_t kBlock = 4096;
+  while (!lines.empty()) {
+    bool isForeign = false;
+    for (const char c : lines.substr(0, kBlock)) {
+      isForeign |= static_cast<unsigned char>(c - 0x20) > 0x40 && c != '\r' && c != '\n';
+    }
+    if (isForeign) {
+      return true;
+    }
+    lines.remove_prefix(std::min(kBlock, lines.size()));
+  }
+  return false;
+}
+
 struct UueBody {
   std::string_view lines;  // without terminator and "end"
   std::size_t end = 0;     // offset behind the block
+  Encoding encoding = Encoding::None;
+  bool hasShortLine = false;
   bool terminated = false;
   bool closed = false;
 };
 
-// The lines up to "end", or up to where another block begins, or all there are.
-UueBody ReadUueBody(std::string_view text, std::size_t start) {
+enum class UueLine { Data, Terminator, End, OtherBlock };
+
+// `rest` is the text behind the line.
+UueLine KindOfUueLine(std::string_view line, std::string_view rest) {
+  BeginLine other;
+  switch (line.empty() ? '\0' : line.front()) {
+    case 'e':
+      return TrimRight(line) == "end" ? UueLine::End : UueLine::Data;
+    case '=':
+      return StartsWith(line, "=ybegin ") ? UueLine::OtherBlock : UueLine::Data;
+    case 'b':
+    case 'B':
+      return ParseBeginLine(line, other) && UueKind(rest) != Encoding::None ? UueLine::OtherBlock : UueLine::Data;
+    default:
+      return IsUueTerminator(line) ? UueLine::Terminator : UueLine::Data;
+  }
+}
+
+// The lines up to "end", or up to where another block begins, or all there are; short ones are found on the way.
+UueBody ReadUueBody(std::string_view text, std::size_t start, Encoding encoding) {
   UueBody body;
+  body.encoding = encoding;
   LineReader reader(text);
   reader.Seek(start);
   std::size_t dataEnd = start;
+  bool hasShortTerminator = false;  // which counts when more data follows
   body.end = text.size();
-  BeginLine other;
   while (reader.Next()) {
-    const std::string_view line = reader.Line();
-    if (TrimRight(line) == "end") {
-      body.closed = true;
-      body.end = reader.End();
+    const UueLine kind = KindOfUueLine(reader.Line(), text.substr(reader.End()));
+    if (kind == UueLine::End || kind == UueLine::OtherBlock) {
+      body.closed = kind == UueLine::End;
+      body.end = body.closed ? reader.End() : reader.Begin();
       break;
     }
-    if (StartsWith(line, "=ybegin ") ||
-        (ParseBeginLine(line, other) && UueKind(text.substr(reader.End())) != Encoding::None)) {
-      body.end = reader.Begin();
-      break;
-    }
-    body.terminated = IsUueTerminator(line);
+    body.terminated = kind == UueLine::Terminator;
+    hasShortTerminator |= IsShortLine(reader.Line(), encoding);
     if (!body.terminated) {
       dataEnd = reader.End();
+      body.hasShortLine |= hasShortTerminator;
     }
   }
   body.lines = text.substr(start, dataEnd - start);
   return body;
+}
+
+// The same when the lines are to tell whether they are UU or XX; none where they do not.
+UueBody ReadUueBody(std::string_view text, std::size_t start) {
+  UueBody body = ReadUueBody(text, start, UueKind(text.substr(start)));
+  const Encoding encoding = UueKind(body.lines);
+  if (encoding != body.encoding) {  // a line behind the block had misled
+    body.encoding = encoding;
+    body.hasShortLine = HasShortLine(body.lines, encoding);
+  }
+  return body;
+}
+
+Attachment DecodeUueBody(const UueBody& body, const CodedText& coded) {
+  Attachment result;
+  result.encoding = body.encoding;
+  if (!FitsCoder(body.lines, result)) {
+    return result;
+  }
+  const bool isXX = body.encoding == Encoding::XX;
+  const bool isForeign = !isXX && HasForeignUuChar(body.lines);
+  CEncodeDecode coder(75, 76);
+  const int status = coded.Part(body.lines).Decode(coder, isXX ? kFlagXX : kFlagUU, result.data);
+  if (status != 0) {
+    Report(result, StatusText(status));
+  } else if (body.hasShortLine) {
+    Report(result, StatusText(-6));
+  } else if (isForeign || (isXX && coder.GetNumberIllegalChars() > 0)) {
+    Report(result, "characters outside the alphabet");
+  }
+  return result;
 }
 
 // Whether a block may stand here: data within the first lines, or the empty file's terminator and "end". Looks at no
@@ -248,37 +353,6 @@ bool LooksLikeUue(std::string_view text) {
   while (lines.Next() && IsUueTerminator(lines.Line())) {
   }
   return TrimRight(lines.Line()) == "end";
-}
-
-// What the first character of a line announces; -1 for a character that cannot stand there.
-int AnnouncedCount(char c, Encoding encoding) {
-  static constexpr std::string_view kXXDigits = "+-0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-  if (encoding == Encoding::UU) {
-    return c >= ' ' && c <= '`' ? (c - ' ') & 63 : -1;
-  }
-  const std::size_t digit = kXXDigits.find(c);
-  return digit == std::string_view::npos ? -1 : static_cast<int>(digit);
-}
-
-// The decoder takes what a line lacks for zeros when that is little. Here every announced byte must be there.
-bool HasShortLine(std::string_view text, Encoding encoding) {
-  LineReader lines(text);
-  while (lines.Next()) {
-    if (lines.Line().empty()) {
-      continue;
-    }
-    const int count = AnnouncedCount(lines.Line().front(), encoding);
-    const std::size_t needed = count < 0 ? 0 : (static_cast<std::size_t>(count) * 8 + 5) / 6;
-    if (count < 0 || lines.Line().size() - 1 < needed) {
-      return true;
-    }
-  }
-  return false;
-}
-
-bool HasForeignUuChar(std::string_view lines) {
-  return std::any_of(lines.begin(), lines.end(),
-                     [](char c) { return c != '\r' && c != '\n' && (c < 0x20 || c > 0x60); });
 }
 
 // ---- names
@@ -318,31 +392,241 @@ void NameAfterContent(Attachment& attachment, const std::string& contentName, st
   }
 }
 
+// ---- decoding
+
+// The part of a Base64 text that is decoded: the decoder stops at the first padding.
+struct Base64Extent {
+  explicit Base64Extent(std::string_view text) {
+    constexpr std::size_t kBlock = 4096;
+    bool isPadded = false;
+    while (!isPadded && length < text.size()) {
+      const std::string_view block = text.substr(length, kBlock);
+      const std::size_t padding = block.find('=');
+      isPadded = padding != std::string_view::npos;
+      AddBlock(block.substr(0, padding));
+    }
+  }
+
+  std::size_t length = 0;
+  std::size_t breaks = 0;  // CR and LF, which the decoder steps over
+  std::size_t blanks = 0;  // which it counts as illegal
+
+ private:
+  // Counters of two bytes, which the compiler makes vectors of.
+  void AddBlock(std::string_view block) {
+    std::uint16_t blockBreaks = 0;
+    std::uint16_t blockBlanks = 0;
+    for (const char c : block) {
+      blockBreaks = static_cast<std::uint16_t>(blockBreaks + (c == '\r' || c == '\n' ? 1 : 0));
+      blockBlanks = static_cast<std::uint16_t>(blockBlanks + (c == ' ' || c == '\t' ? 1 : 0));
+    }
+    length += block.size();
+    breaks += blockBreaks;
+    blanks += blockBlanks;
+  }
+};
+
+// What is wrong with a Base64 text; `tail` is its padding and what is behind it.
+std::string Base64Problem(const CEncodeDecode& coder, const Base64Extent& extent, std::string_view tail) {
+  const std::size_t foreign = coder.GetNumberIllegalChars() - extent.blanks;
+  if (foreign > 0) {
+    return Count(foreign, "character") + " outside the alphabet";
+  }
+  if (tail.find_first_not_of("= \t\r\n") != std::string_view::npos) {
+    return "more text behind the padding";
+  }
+  const std::size_t digits = extent.length - extent.breaks - extent.blanks;
+  const auto pads = static_cast<std::size_t>(std::count(tail.begin(), tail.end(), '='));
+  return digits % 4 == 1 || (digits + pads) % 4 != 0 ? "the last group is incomplete" : "";
+}
+
+Attachment DecodeBase64(const CodedText& coded) {
+  Attachment result;
+  result.encoding = Encoding::Base64;
+  if (!FitsCoder(coded.View(), result)) {
+    return result;
+  }
+  const Base64Extent extent(coded.View());
+  const std::string tail(Trim(coded.View().substr(extent.length)));
+  CEncodeDecode coder(75, 76);
+  const int status = coded.Decode(coder, kFlagBase64, result.data);
+  Report(result, status != 0 ? StatusText(status) : Base64Problem(coder, extent, tail));
+  return result;
+}
+
+// Whether the decoder takes the line and its break as they are: no blanks at its end, and no soft break of a lone LF in
+// front of an empty line, whose LF the decoder would take for the break's second half.
+bool IsNormalQuotedPrintable(const LineReader& lines, std::string_view text) {
+  const std::string_view line = lines.Line();
+  if (line.empty()) {
+    return true;
+  }
+  const char last = line.back();
+  if (IsBlank(last) || last == '\r') {
+    return false;
+  }
+  const bool isLoneFeed = lines.End() - lines.Begin() == line.size() + 1;
+  const bool meetsBreak = lines.End() < text.size() && (text[lines.End()] == '\n' || text[lines.End()] == '\r');
+  return last != '=' || !isLoneFeed || !meetsBreak;
+}
+
+bool IsNormalQuotedPrintable(std::string_view text) {
+  LineReader lines(text);
+  while (lines.Next()) {
+    if (!IsNormalQuotedPrintable(lines, text)) {
+      return false;
+    }
+  }
+  // An escape is decoded only when something follows it.
+  return EndsWith(text, "\n");
+}
+
+// Rewrites the lines for the decoder: blanks at their ends go, and a soft break is written "=" CR LF.
+std::string NormalizeQuotedPrintable(std::string_view text) {
+  std::string normal;
+  normal.reserve(text.size() + text.size() / 32 + 2);
+  LineReader lines(text);
+  while (lines.Next()) {
+    const std::string_view line = TrimRight(lines.Line());
+    const std::size_t breakAt = lines.Begin() + lines.Line().size();
+    normal += line;
+    if (EndsWith(line, "=")) {
+      normal += "\r\n";
+    } else {
+      normal += text.substr(breakAt, lines.End() - breakAt);
+    }
+  }
+  return normal;
+}
+
+Attachment DecodeNormalQuotedPrintable(const CodedText& coded) {
+  Attachment result;
+  result.encoding = Encoding::QuotedPrintable;
+  CEncodeDecode coder(75, 76);
+  const int status = coded.Decode(coder, kFlagQP, result.data);
+  if (status != 0) {
+    Report(result, StatusText(status));
+  } else if (coder.GetNumberIllegalChars() > 0) {
+    Report(result, Count(coder.GetNumberIllegalChars(), "escape") + " without hex digits");
+  }
+  return result;
+}
+
+Attachment DecodeQuotedPrintable(const CodedText& coded) {
+  Attachment result;
+  result.encoding = Encoding::QuotedPrintable;
+  if (!FitsCoder(coded.View(), result)) {
+    return result;
+  }
+  if (IsNormalQuotedPrintable(coded.View())) {
+    return DecodeNormalQuotedPrintable(coded);
+  }
+  std::string normal = NormalizeQuotedPrintable(coded.View());
+  // An escape is decoded only when something follows it.
+  const bool helped = !EndsWith(normal, "\n");
+  if (helped) {
+    normal += '\n';
+  }
+  result = DecodeNormalQuotedPrintable(coded.MayBeUsedUp() ? CodedText(normal) : CodedText(std::string_view(normal)));
+  if (helped && !result.data.empty()) {
+    result.data.pop_back();
+  }
+  return result;
+}
+
+// The name in the first line of a block that is damaged otherwise.
+std::string YEncName(std::string_view block) {
+  const std::string_view firstLine = block.substr(0, block.find('\n'));
+  const std::size_t name = firstLine.find(" name=");
+  return name == std::string_view::npos ? std::string() : std::string(Trim(firstLine.substr(name + 6)));
+}
+
+Attachment DecodeYEnc(const CodedText& coded) {
+  Attachment result;
+  result.encoding = Encoding::YEnc;
+  if (!FitsCoder(coded.View(), result)) {
+    return result;
+  }
+  const YEncCrcs crcs(Trailer(coded.View()));
+  result.name = YEncName(coded.View());
+  CEncodeDecode coder(75, 76);
+  CYEncData header;
+  const int status = coded.Decode(coder, kFlagYEncFindBlock, result.data, &header);
+  if (status != 0) {
+    Report(result, status == -7 ? "the end is missing" : StatusText(status));
+    return result;
+  }
+  result.name = header.name;
+  if (header.part >= 0) {
+    result.part.emplace();
+  }
+  CheckYEncSizes(result, header);
+  CheckYEncCrc(result, crcs, header);
+  if (result.part) {
+    result.part = PartOf(header, crcs.file);
+  }
+  return result;
+}
+
 // ---- finding blocks in a text
 
+struct Block {
+  Encoding encoding = Encoding::None;
+  std::string name;       // of the lines around it, where these have it
+  std::string_view text;  // what the encoding's decoder takes
+  UueBody body;           // the same for UU and XX
+  bool closed = true;
+};
+
+// Finds the blocks and decodes none, so that nothing of the text is needed once they are known.
 class BlockFinder {
  public:
   explicit BlockFinder(std::string_view text) : _text(text), _reader(text) {}
 
-  std::vector<Attachment> Find() {
-    BeginLine begin;
+  std::vector<Block> Find() {
     while (_reader.Next()) {
-      const std::string_view line = _reader.Line();
-      if (StartsWith(line, "=ybegin ")) {
-        YEnc();
-      } else if (StartsWith(line, kBinHexMarker)) {
-        BinHex();
-      } else if (ParseBeginLine(line, begin)) {
-        begin.base64 ? Base64(begin.name) : Uue(begin.name);
+      if (!_reader.Line().empty()) {
+        LookAt(_reader.Line());
       }
     }
     return std::move(_found);
   }
 
  private:
+  void LookAt(std::string_view line) {
+    BeginLine begin;
+    switch (line.front()) {
+      case '=':
+        if (StartsWith(line, "=ybegin ")) {
+          YEnc();
+        }
+        break;
+      case '(':
+        if (StartsWith(line, kBinHexMarker)) {
+          BinHex();
+        }
+        break;
+      case 'b':
+      case 'B':
+        if (ParseBeginLine(line, begin)) {
+          begin.base64 ? Base64(begin.name) : Uue(begin.name);
+        }
+        break;
+      default:
+        break;
+    }
+  }
+
+  Block& Add(Encoding encoding, const std::string& name, std::size_t start, std::size_t end) {
+    Block& block = _found.emplace_back();
+    block.encoding = encoding;
+    block.name = name;
+    block.text = _text.substr(start, end - start);
+    return block;
+  }
+
   // The block ends behind its "=yend" line, or where the next block begins.
   void YEnc() {
-    const std::size_t start = _reader.Begin();
     std::size_t end = _text.size();
     LineReader lines(_text);
     lines.Seek(_reader.End());
@@ -356,7 +640,7 @@ class BlockFinder {
         break;
       }
     }
-    _found.push_back(DecodeYEncBlock(_text.substr(start, end - start)));
+    Add(Encoding::YEnc, "", _reader.Begin(), end);
     _reader.Seek(end);
   }
 
@@ -365,7 +649,7 @@ class BlockFinder {
     const std::size_t opening = _text.find(':', start);
     const std::size_t closing = opening == std::string_view::npos ? opening : _text.find(':', opening + 1);
     const std::size_t end = closing == std::string_view::npos ? _text.size() : closing + 1;
-    _found.push_back(DecodeBinHexText(_text.substr(start, end - start)));
+    Add(Encoding::BinHex, "", start, end);
     const std::size_t feed = _text.find('\n', end);
     _reader.Seek(feed == std::string_view::npos ? _text.size() : feed + 1);
   }
@@ -380,12 +664,7 @@ class BlockFinder {
       closed = TrimRight(lines.Line()) == "====";
       end = closed ? lines.Begin() : lines.End();
     }
-    Attachment attachment = DecodeBase64Text(_text.substr(start, end - start));
-    attachment.name = name;
-    if (!closed) {
-      Report(attachment, "the end is missing");
-    }
-    _found.push_back(std::move(attachment));
+    Add(Encoding::Base64, name, start, end).closed = closed;
     _reader.Seek(closed ? lines.End() : _text.size());
   }
 
@@ -394,27 +673,59 @@ class BlockFinder {
     if (!LooksLikeUue(_text.substr(_reader.End()))) {
       return;
     }
-    const UueBody body = ReadUueBody(_text, _reader.End());
-    Encoding kind = UueKind(body.lines);
-    if (kind == Encoding::None && body.lines.empty() && body.terminated && body.closed) {
-      kind = Encoding::UU;
+    UueBody body = ReadUueBody(_text, _reader.End());
+    if (body.encoding == Encoding::None && body.lines.empty() && body.terminated && body.closed) {
+      body.encoding = Encoding::UU;
     }
-    if (kind == Encoding::None) {
+    if (body.encoding == Encoding::None) {
       return;
     }
-    Attachment attachment = DecodeUueLines(body.lines, kind);
-    attachment.name = name;
-    if (!body.closed || !body.terminated) {
-      Report(attachment, "the end is missing");
-    }
-    _found.push_back(std::move(attachment));
+    Block& block = Add(body.encoding, name, _reader.End(), body.end);
+    block.body = body;
+    block.closed = body.closed && body.terminated;
     _reader.Seek(body.end);
   }
 
   std::string_view _text;
   LineReader _reader;
-  std::vector<Attachment> _found;
+  std::vector<Block> _found;
 };
+
+Attachment DecodeData(const Block& block, const CodedText& coded) {
+  switch (block.encoding) {
+    case Encoding::YEnc:
+      return DecodeYEnc(coded.Part(block.text));
+    case Encoding::BinHex:
+      return DecodeBinHexText(block.text);
+    case Encoding::Base64:
+      return DecodeBase64(coded.Part(block.text));
+    default:
+      return DecodeUueBody(block.body, coded);
+  }
+}
+
+Attachment DecodeBlock(const Block& block, const CodedText& coded) {
+  Attachment attachment = DecodeData(block, coded);
+  if (!block.name.empty()) {
+    attachment.name = block.name;
+  }
+  if (!block.closed) {
+    Report(attachment, "the end is missing");
+  }
+  return attachment;
+}
+
+// A block that is alone may use the text up.
+std::vector<Attachment> DecodeBlocks(const std::vector<Block>& blocks, const CodedText& coded) {
+  if (blocks.size() == 1) {
+    return {DecodeBlock(blocks.front(), coded)};
+  }
+  std::vector<Attachment> attachments;
+  for (const Block& block : blocks) {
+    attachments.push_back(DecodeBlock(block, CodedText(coded.View())));
+  }
+  return attachments;
+}
 
 // ---- parts of an article
 
@@ -434,15 +745,16 @@ bool HasWrongMd5(const ArticlePart& part, const std::string& data) {
   return Trim(text) != Trim(part.contentMd5);
 }
 
-Attachment DecodePart(const ArticlePart& part) {
+Attachment DecodePart(const ArticlePart& part, const CodedText& coded) {
   Attachment result;
   switch (part.transfer) {
     case Transfer::Base64:
-      result = DecodeBase64Text(part.body);
+      result = DecodeBase64(coded.Part(part.body));
       break;
     case Transfer::QuotedPrintable:
-      result = DecodeQuotedPrintableText(part.body);
+      result = DecodeQuotedPrintable(coded.Part(part.body));
       break;
+    // These may hold blocks that are looked for afterwards.
     case Transfer::UU:
       result = DecodeUueLines(part.body, Encoding::UU);
       break;
@@ -481,9 +793,9 @@ bool IsAttachment(const ArticlePart& part, bool only) {
   return !IsText(part);
 }
 
-void AppendAttachments(const ArticlePart& part, bool only, const std::string& contentName,
+void AppendAttachments(const ArticlePart& part, const CodedText& coded, bool only, const std::string& contentName,
                        std::vector<Attachment>& found) {
-  Attachment decoded = DecodePart(part);
+  Attachment decoded = DecodePart(part, only ? coded : CodedText(coded.View()));
   std::vector<Attachment> blocks = BlocksOf(part, decoded);
   if (!blocks.empty()) {
     std::move(blocks.begin(), blocks.end(), std::back_inserter(found));
@@ -496,59 +808,41 @@ void AppendAttachments(const ArticlePart& part, bool only, const std::string& co
 }
 
 // What the extension of the content's name says about a text without any mark of its own.
-std::optional<Attachment> DecodeByExtension(std::string_view text, const std::string& extension) {
+std::optional<Attachment> DecodeByExtension(const CodedText& coded, const std::string& extension) {
   if (extension == "b64" || extension == "base64") {
-    return DecodeBase64Text(text);
+    return DecodeBase64(coded);
   }
   if (extension == "qp") {
-    return DecodeQuotedPrintableText(text);
+    return DecodeQuotedPrintable(coded);
   }
   if (extension == "uu" || extension == "uue" || extension == "xx" || extension == "xxe") {
-    if (const Encoding kind = UueKind(text); kind != Encoding::None) {
-      return DecodeUueLines(text, kind);
+    if (const Encoding kind = UueKind(coded.View()); kind != Encoding::None) {
+      return DecodeUueBody(ReadUueBody(coded.View(), 0, kind), coded);
     }
   }
   return std::nullopt;
 }
 
-std::vector<Attachment> FromBareText(std::string_view text, const std::string& contentName) {
-  std::vector<Attachment> found = FindEncodedBlocks(text);
-  if (!found.empty()) {
-    return found;
+std::vector<Attachment> FromBareText(const CodedText& coded, const std::string& contentName) {
+  const std::vector<Block> blocks = BlockFinder(coded.View()).Find();
+  if (!blocks.empty()) {
+    return DecodeBlocks(blocks, coded);
   }
-  if (std::optional<Attachment> hinted = DecodeByExtension(text, CAL_GetFileExtensionLC(contentName))) {
+  std::vector<Attachment> found;
+  if (std::optional<Attachment> hinted = DecodeByExtension(coded, CAL_GetFileExtensionLC(contentName))) {
     // photo.png.b64 holds photo.png
     hinted->name = ExtractFileBaseName(contentName);
     if (ExtractFileExt(hinted->name).empty()) {
       hinted->name.clear();
     }
     found.push_back(std::move(*hinted));
-  } else if (IsBareBase64(text)) {
-    found.push_back(DecodeBase64Text(text));
+  } else if (IsBareBase64(coded.View())) {
+    found.push_back(DecodeBase64(coded));
   }
   if (!found.empty()) {
     NameAfterContent(found.front(), contentName, "");
   }
   return found;
-}
-
-// Rewrites the lines for the decoder: blanks at their ends go, and a soft break is written "=" CR LF, because after
-// "=" LF the decoder would take the line feed of an empty line behind it for the break's second half.
-std::string NormalizeQuotedPrintable(std::string_view text) {
-  std::string normal;
-  normal.reserve(text.size() + text.size() / 32 + 2);
-  LineReader lines(text);
-  while (lines.Next()) {
-    const std::string_view line = TrimRight(lines.Line());
-    const std::size_t breakAt = lines.Begin() + lines.Line().size();
-    normal += line;
-    if (EndsWith(line, "=")) {
-      normal += "\r\n";
-    } else {
-      normal += text.substr(breakAt, lines.End() - breakAt);
-    }
-  }
-  return normal;
 }
 
 bool IsBase64Line(std::string_view line, std::string_view digits) {
@@ -595,6 +889,56 @@ class BinHexReader : public CBinHexDecoder {
   }
 };
 
+std::vector<Attachment> Extract(CodedText coded, const std::string& contentName) {
+  std::string unwrapped;
+  if (UnwrapNntp(coded.View(), unwrapped)) {
+    coded = CodedText(unwrapped);
+  }
+  const std::optional<Article> article = ParseArticle(coded.View());
+  if (!article) {
+    return FromBareText(coded, contentName);
+  }
+  std::vector<Attachment> found;
+  for (const ArticlePart& part : article->parts) {
+    AppendAttachments(part, coded, article->parts.size() == 1, contentName, found);
+  }
+  return found;
+}
+
+// yEnc data without its "=y" lines: nothing in it can be checked.
+Attachment DecodeRawYEnc(const CodedText& coded) {
+  Attachment result;
+  result.encoding = Encoding::YEnc;
+  CEncodeDecode coder(75, 76);
+  const int status = coded.Decode(coder, kFlagYEnc, result.data);
+  if (status != 0) {
+    result.problem = "the decoder gave " + std::to_string(status);
+  }
+  return result;
+}
+
+// A text of nothing but coded lines.
+Attachment DecodeLines(const CodedText& coded, Encoding encoding) {
+  switch (encoding) {
+    case Encoding::Base64:
+      return DecodeBase64(coded);
+    case Encoding::QuotedPrintable:
+      return DecodeQuotedPrintable(coded);
+    case Encoding::UU:
+    case Encoding::XX:
+      return DecodeUueBody(ReadUueBody(coded.View(), 0, encoding), coded);
+    case Encoding::YEnc:
+      return DecodeRawYEnc(coded);
+    case Encoding::BinHex:
+    case Encoding::None:
+      break;
+  }
+  Attachment result;
+  result.encoding = encoding;
+  result.problem = "no such block found";
+  return result;
+}
+
 }  // namespace
 
 const char* EncodingName(Encoding encoding) {
@@ -617,138 +961,35 @@ const char* EncodingName(Encoding encoding) {
   return "none";
 }
 
-std::vector<Attachment> FindEncodedBlocks(std::string_view text) { return BlockFinder(text).Find(); }
+std::vector<Attachment> FindEncodedBlocks(std::string_view text) {
+  return DecodeBlocks(BlockFinder(text).Find(), CodedText(text));
+}
 
 std::vector<Attachment> ExtractAttachments(std::string_view content, const std::string& contentName) {
-  std::string unwrapped;
-  if (UnwrapNntp(content, unwrapped)) {
-    content = unwrapped;
-  }
-  const std::optional<Article> article = ParseArticle(content);
-  if (!article) {
-    return FromBareText(content, contentName);
-  }
-  std::vector<Attachment> found;
-  for (const ArticlePart& part : article->parts) {
-    AppendAttachments(part, article->parts.size() == 1, contentName, found);
-  }
-  return found;
+  return Extract(CodedText(content), contentName);
 }
 
-Attachment DecodeBase64Text(std::string_view text) {
-  Attachment result;
-  result.encoding = Encoding::Base64;
-  if (!FitsCoder(text, result)) {
-    return result;
-  }
-  CEncodeDecode coder(75, 76);
-  CoderBuffer buffer;
-  const int status = coder.DecodeBase64(text.data(), CoderLength(text), &buffer.data, buffer.length, 0);
-  if (status != 0) {
-    Report(result, StatusText(status));
-    return result;
-  }
-  result.data = buffer.Text();
-  const std::size_t padding = std::min(text.find('='), text.size());
-  const std::string_view coded = text.substr(0, padding);
-  const auto digits = std::count_if(coded.begin(), coded.end(), IsBase64Char);
-  const auto foreign =
-      std::count_if(coded.begin(), coded.end(), [](char c) { return !IsBase64Char(c) && !IsSpace(c); });
-  const std::string_view tail = Trim(text.substr(padding));
-  const auto pads = std::count(tail.begin(), tail.end(), '=');
-  if (foreign > 0) {
-    Report(result, Count(static_cast<std::size_t>(foreign), "character") + " outside the alphabet");
-  } else if (tail.find_first_not_of("= \t\r\n") != std::string_view::npos) {
-    Report(result, "more text behind the padding");
-  } else if (digits % 4 == 1 || (digits + pads) % 4 != 0) {
-    Report(result, "the last group is incomplete");
-  }
-  return result;
+std::vector<Attachment> TakeAttachments(std::string content, const std::string& contentName) {
+  return Extract(CodedText(content), contentName);
 }
 
-Attachment DecodeQuotedPrintableText(std::string_view text) {
-  Attachment result;
-  result.encoding = Encoding::QuotedPrintable;
-  if (!FitsCoder(text, result)) {
-    return result;
-  }
-  std::string coded = NormalizeQuotedPrintable(text);
-  // An escape is decoded only when something follows it.
-  const bool helped = !EndsWith(coded, "\n");
-  if (helped) {
-    coded += '\n';
-  }
-  CEncodeDecode coder(75, 76);
-  CoderBuffer buffer;
-  const int status = coder.DecodeQP(coded.data(), CoderLength(coded), &buffer.data, buffer.length, 0);
-  if (status != 0) {
-    Report(result, StatusText(status));
-    return result;
-  }
-  result.data = buffer.Text();
-  if (helped) {
-    result.data.pop_back();
-  }
-  if (coder.GetNumberIllegalChars() > 0) {
-    Report(result, Count(coder.GetNumberIllegalChars(), "escape") + " without hex digits");
-  }
-  return result;
+std::vector<Attachment> TakeEncoded(std::string content, Encoding encoding) {
+  const CodedText coded(content);
+  std::vector<Block> blocks = BlockFinder(content).Find();
+  const auto isOther = [&](const Block& block) { return block.encoding != encoding; };
+  blocks.erase(std::remove_if(blocks.begin(), blocks.end(), isOther), blocks.end());
+  return blocks.empty() ? std::vector<Attachment>{DecodeLines(coded, encoding)} : DecodeBlocks(blocks, coded);
 }
+
+Attachment DecodeBase64Text(std::string_view text) { return DecodeBase64(text); }
+
+Attachment DecodeQuotedPrintableText(std::string_view text) { return DecodeQuotedPrintable(text); }
 
 Attachment DecodeUueLines(std::string_view text, Encoding encoding) {
-  Attachment result;
-  result.encoding = encoding;
-  const std::string_view lines = ReadUueBody(text, 0).lines;
-  if (!FitsCoder(lines, result)) {
-    return result;
-  }
-  CEncodeDecode coder(75, 76);
-  CoderBuffer buffer;
-  const int flags = encoding == Encoding::XX ? kFlagXX : kFlagUU;
-  const int status = coder.DecodeUUE(lines.data(), CoderLength(lines), &buffer.data, buffer.length, flags);
-  if (status != 0) {
-    Report(result, StatusText(status));
-    return result;
-  }
-  result.data = buffer.Text();
-  if (HasShortLine(lines, encoding)) {
-    Report(result, StatusText(-6));
-  } else if (encoding == Encoding::XX ? coder.GetNumberIllegalChars() > 0 : HasForeignUuChar(lines)) {
-    Report(result, "characters outside the alphabet");
-  }
-  return result;
+  return DecodeUueBody(ReadUueBody(text, 0, encoding), text);
 }
 
-Attachment DecodeYEncBlock(std::string_view block) {
-  Attachment result;
-  result.encoding = Encoding::YEnc;
-  if (!FitsCoder(block, result)) {
-    return result;
-  }
-  CYEncData header;
-  CoderBuffer buffer;
-  const int status = CEncodeDecode::DecodeYEnc(block.data(), CoderLength(block), &buffer.data, buffer.length,
-                                               kFlagYEncFindBlock, &header);
-  if (status != 0) {
-    const std::string_view firstLine = block.substr(0, block.find('\n'));
-    const std::size_t name = firstLine.find(" name=");
-    result.name = name == std::string_view::npos ? std::string() : std::string(Trim(firstLine.substr(name + 6)));
-    Report(result, status == -7 ? "the end is missing" : StatusText(status));
-    return result;
-  }
-  result.name = header.name;
-  result.data = buffer.Text();
-  if (header.part >= 0) {
-    result.part.emplace();
-  }
-  std::string fileCrc;
-  CheckYEncSizes(result, header);
-  CheckYEncCrc(result, LastLine(block), fileCrc);
-  if (result.part) {
-    result.part = PartOf(header, fileCrc);
-  }
-  return result;
-}
+Attachment DecodeYEncBlock(std::string_view block) { return DecodeYEnc(block); }
 
 Attachment DecodeBinHexText(std::string_view text) {
   Attachment result;
@@ -757,15 +998,15 @@ Attachment DecodeBinHexText(std::string_view text) {
     return result;
   }
   BinHexReader reader;
-  CoderBuffer buffer;
+  CoderOutput output;
   const int status =
-      CEncodeDecode::DecodeBinHex(text.data(), CoderLength(text), &buffer.data, buffer.length, 0, &reader);
+      CEncodeDecode::DecodeBinHex(text.data(), CoderLength(text), &output.data, output.length, 0, &reader);
   result.name = reader.GetFilename();
   if (status != 0) {
     Report(result, StatusText(status));
     return result;
   }
-  result.data = buffer.Text();
+  result.data.assign(output.data == nullptr ? "" : output.data, output.length);
   if (!reader.DataCrcFits(text)) {
     Report(result, "CRC-16 mismatch");
   }

@@ -44,6 +44,11 @@ std::vector<Attachment> FindEncodedBlocks(std::string_view text);
 ///        extension (uu, uue, xx, xxe) tells the encoding of lines without a "begin".
 std::vector<Attachment> ExtractAttachments(std::string_view content, const std::string& contentName);
 
+/// The same for a content that nobody needs afterwards: an attachment that is alone is decoded in the content's place.
+std::vector<Attachment> TakeAttachments(std::string content, const std::string& contentName);
+/// The blocks of one encoding, where the text has any, else the whole text as bare lines of it. The content is used up.
+std::vector<Attachment> TakeEncoded(std::string content, Encoding encoding);
+
 /// A text that is Base64 from end to end. Line breaks and blanks do not matter; anything else outside the alphabet, an
 /// incomplete last group and text behind the padding are problems.
 Attachment DecodeBase64Text(std::string_view text);

@@ -290,58 +290,6 @@ Encoding EncodingOf(Codec codec) {
   return Encoding::None;
 }
 
-std::vector<Attachment> BlocksOf(const std::string& content, Encoding encoding) {
-  std::vector<Attachment> blocks = FindEncodedBlocks(content);
-  std::vector<Attachment> wanted;
-  for (Attachment& block : blocks) {
-    if (block.encoding == encoding) {
-      wanted.push_back(std::move(block));
-    }
-  }
-  return wanted;
-}
-
-// yEnc data without its "=y" lines: nothing in it can be checked.
-Attachment DecodeRawYEnc(const std::string& content) {
-  Attachment result;
-  result.encoding = Encoding::YEnc;
-  const int status = CEncodeDecode::DecodeYEnc(content, result.data, 0, nullptr);
-  if (status != 0) {
-    result.problem = "the decoder gave " + std::to_string(status);
-  }
-  return result;
-}
-
-Attachment NotFound(Encoding encoding) {
-  Attachment result;
-  result.encoding = encoding;
-  result.problem = "no such block found";
-  return result;
-}
-
-// Blocks where the text has any, else the whole text as bare lines.
-std::vector<Attachment> DecodeAs(const std::string& content, Encoding encoding) {
-  std::vector<Attachment> blocks = BlocksOf(content, encoding);
-  if (!blocks.empty()) {
-    return blocks;
-  }
-  switch (encoding) {
-    case Encoding::Base64:
-      return {DecodeBase64Text(content)};
-    case Encoding::QuotedPrintable:
-      return {DecodeQuotedPrintableText(content)};
-    case Encoding::UU:
-    case Encoding::XX:
-      return {DecodeUueLines(content, encoding)};
-    case Encoding::YEnc:
-      return {DecodeRawYEnc(content)};
-    case Encoding::BinHex:
-    case Encoding::None:
-      break;
-  }
-  return {NotFound(encoding)};
-}
-
 std::string Label(const Attachment& attachment) {
   const std::string encoding = EncodingName(attachment.encoding);
   return attachment.name.empty() ? encoding : "'" + Printable(attachment.name) + "' (" + encoding + ")";
@@ -452,8 +400,9 @@ int RunDecode(const CodeOptions& options) {
     return Fail(problem);
   }
   const std::string contentName = options.input == "-" ? "stdin" : ExtractFileName(options.input);
-  const std::vector<Attachment> found = options.codec == Codec::Auto ? ExtractAttachments(content, contentName)
-                                                                     : DecodeAs(content, EncodingOf(options.codec));
+  const std::vector<Attachment> found = options.codec == Codec::Auto
+                                            ? TakeAttachments(std::move(content), contentName)
+                                            : TakeEncoded(std::move(content), EncodingOf(options.codec));
   if (found.empty()) {
     return Fail("found nothing encoded in " + Shown(options.input));
   }

@@ -13,17 +13,6 @@ char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A
 
 LineReader::LineReader(std::string_view text) : _text(text) {}
 
-bool LineReader::Next() {
-  if (_end >= _text.size()) {
-    return false;
-  }
-  _begin = _end;
-  const std::size_t feed = _text.find('\n', _begin);
-  _end = feed == std::string_view::npos ? _text.size() : feed + 1;
-  _line = WithoutLastBreak(_text.substr(_begin, _end - _begin));
-  return true;
-}
-
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
 std::string_view TrimRight(std::string_view text) {

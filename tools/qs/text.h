@@ -15,7 +15,18 @@ class LineReader {
   explicit LineReader(std::string_view text);
 
   /// Moves to the next line; false behind the last one.
-  bool Next();
+  bool Next() {
+    if (_end >= _text.size()) {
+      return false;
+    }
+    _begin = _end;
+    const std::size_t feed = _text.find('\n', _begin);
+    const bool isBroken = feed != std::string_view::npos;
+    const bool hasReturn = isBroken && feed > _begin && _text[feed - 1] == '\r';
+    _end = isBroken ? feed + 1 : _text.size();
+    _line = _text.substr(_begin, (isBroken ? feed - (hasReturn ? 1 : 0) : _end) - _begin);
+    return true;
+  }
   /// The line without its break.
   std::string_view Line() const { return _line; }
   /// Where the line begins in the text.
