@@ -41,6 +41,8 @@ class Reader {
     }
   }
 
+  bool IsAtEnd() const { return _position == _text.size(); }
+
   /// The next byte of the stream, runs expanded.
   unsigned int Byte() {
     while (_repeats == 0) {
@@ -108,7 +110,7 @@ void ReadLastCrc(Reader& reader) {
   try {
     reader.Number(2);
   } catch (const Stop& stop) {
-    throw Stop{stop.status == -10 ? -9 : stop.status};
+    throw Stop{reader.IsAtEnd() ? -9 : stop.status};
   }
 }
 
@@ -124,6 +126,7 @@ void DecodeFile(Reader& reader, bool headerOnly, BinHexFile& file) {
   file.dataSize = reader.Number(4);
   const std::uint32_t resourceSize = reader.Number(4);
   reader.Number(2);  // CRC
+  file.isHeaderWhole = true;
   if (headerOnly) {
     return;
   }

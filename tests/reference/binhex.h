@@ -17,9 +17,10 @@ struct BinHexFile {
   std::uint32_t creator = 0;
   std::uint32_t flags = 0;
   std::uint32_t dataSize = 0;
+  bool isHeaderWhole = false;  ///< All of the header was there to be read.
 };
 
-/// The file's fields are those that were read before a failure.
+/// After a failure in the header the fields are not to be relied on.
 BinHexFile BinHexDecode(std::string_view text, bool headerOnly);
 
 /// The text of a stream of bytes as it stands: neither run lengths nor sizes nor CRCs are made. The marker and the

@@ -42,6 +42,16 @@ std::string Mapped(std::string_view text, Map map) {
 
 bool Has(char c, unsigned int mask) { return (ClassesOf(static_cast<unsigned char>(c)) & mask) != 0; }
 
+/// The inverse of LowerOf.
+unsigned char UpperPartnerOf(unsigned char c) {
+  for (int upper = 0; upper < 256; ++upper) {
+    if (upper != c && LowerOf(static_cast<unsigned char>(upper)) == c) {
+      return static_cast<unsigned char>(upper);
+    }
+  }
+  return c;
+}
+
 }  // namespace
 
 unsigned int ClassesOf(unsigned char c) {
@@ -81,12 +91,14 @@ unsigned char LowerOf(unsigned char c) {
 }
 
 unsigned char UpperOf(unsigned char c) {
-  for (int upper = 0; upper < 256; ++upper) {
-    if (upper != c && LowerOf(static_cast<unsigned char>(upper)) == c) {
-      return static_cast<unsigned char>(upper);
+  static const std::string kMap = [] {
+    std::string map;
+    for (int lower = 0; lower < 256; ++lower) {
+      map += static_cast<char>(UpperPartnerOf(static_cast<unsigned char>(lower)));
     }
-  }
-  return c;
+    return map;
+  }();
+  return static_cast<unsigned char>(kMap[c]);
 }
 
 std::string ToLower(std::string_view text) { return Mapped(text, LowerOf); }
