@@ -26,8 +26,10 @@ namespace {
 /// Long texts are worked on in blocks that the first-level cache holds.
 constexpr std::size_t kBlockSize = 8192;
 
-/// Below this length a loop is over before a kernel has begun.
+/// Below this length a loop is over before a kernel has begun, and up to the other one before the length of a text and
+/// a kernel.
 constexpr std::size_t kShortestForKernel = 16;
+constexpr std::size_t kShortText = 32;
 
 const TextKernels& Kernels() { return TextKernelsOf(CurrentSimdLevel()); }
 
@@ -40,13 +42,15 @@ constexpr CaseMap kToLower = {kLowerMap, &TextKernels::toLower};
 constexpr CaseMap kToUpper = {kUpperMap, &TextKernels::toUpper};
 constexpr CaseMap kToLowerControlToSpace = {kLowerControlToSpaceMap, &TextKernels::toLowerControlToSpace};
 
+char Mapped(char c, const CharMap& map) { return static_cast<char>(map[static_cast<unsigned char>(c)]); }
+
 inline void MapText(char* text, std::size_t length, const CaseMap& map) {
   if (length >= kShortestForKernel) {
     (Kernels().*map.kernel)(text, length);
     return;
   }
   for (std::size_t i = 0; i < length; ++i) {
-    text[i] = static_cast<char>(map.map[static_cast<unsigned char>(text[i])]);
+    text[i] = Mapped(text[i], map.map);
   }
 }
 
@@ -56,15 +60,25 @@ std::size_t BlockLength(const char* text) {
   return end == nullptr ? kBlockSize : static_cast<std::size_t>(static_cast<const char*>(end) - text);
 }
 
-void MapText(char* text, const CaseMap& map) {
+/// Maps sixteen characters, or fewer before the end. Returns false at the end.
+inline bool MapSixteen(char* text, const CaseMap& map) {
+  for (int i = 0; i < 16; ++i) {
+    if (text[i] == '\0') {
+      return false;
+    }
+    text[i] = Mapped(text[i], map.map);
+  }
+  return true;
+}
+
+inline void MapText(char* text, const CaseMap& map) {
   if (text == nullptr) {
     return;
   }
-  for (std::size_t i = 0; i < kShortestForKernel; ++i, ++text) {
-    if (*text == '\0') {
+  for (const char* const shortEnd = text + kShortText; text != shortEnd; text += 16) {
+    if (!MapSixteen(text, map)) {
       return;
     }
-    *text = static_cast<char>(map.map[static_cast<unsigned char>(*text)]);
   }
   for (std::size_t length = kBlockSize; length == kBlockSize; text += length) {
     length = BlockLength(text);
@@ -72,14 +86,9 @@ void MapText(char* text, const CaseMap& map) {
   }
 }
 
-/// A copy that change(text, length) has gone over. Each block of a long text is changed while the cache holds it.
+/// A copy of a long text that change(text, length) has gone over: each block is changed while the cache holds it.
 template <class Change>
-std::string Changed(const std::string& text, Change change) {
-  if (text.size() <= kBlockSize) {
-    std::string result(text);
-    change(result.data(), result.size());
-    return result;
-  }
+[[gnu::noinline]] std::string ChangedBlocks(const std::string& text, Change change) {
   std::string result;
   result.reserve(text.size());
   for (std::size_t at = 0; at < text.size(); at = result.size()) {
@@ -89,8 +98,19 @@ std::string Changed(const std::string& text, Change change) {
   return result;
 }
 
-std::string Mapped(const std::string& text, const CaseMap& map) {
-  return Changed(text, [&map](char* block, std::size_t length) { MapText(block, length, map); });
+// Short texts have functions of their own, which make their result in the caller's place.
+
+inline std::string MappedShort(const std::string& text, const CaseMap& map) {
+  std::string result(text);
+  MapText(result.data(), result.size(), map);
+  return result;
+}
+
+inline std::string Mapped(const std::string& text, const CaseMap& map) {
+  if (text.size() <= kBlockSize) {
+    return MappedShort(text, map);
+  }
+  return ChangedBlocks(text, [&map](char* block, std::size_t length) { MapText(block, length, map); });
 }
 
 }  // namespace
@@ -172,7 +192,7 @@ std::string StripLong(const std::string& text, unsigned int mask) {
 }  // namespace
 
 std::string QsString::StripCharacters(const std::string& text, unsigned int mask) {
-  constexpr std::size_t kLong = 64;
+  constexpr std::size_t kLong = 32;
   std::string result = text.size() < kLong ? StripShort(text, mask) : StripLong(text, mask);
   if (result.empty()) {
     return text;  // kept: a text of nothing but stripped characters is given back
@@ -467,11 +487,17 @@ std::string QsReplaceString(const std::string& text, const std::string& what, co
 }
 
 void QsReplaceCharInPlace(std::string& text, char from, char to) {
-  Kernels().replace(text.data(), text.size(), from, to);
+  if (text.size() < kShortestForKernel) {
+    std::replace(text.begin(), text.end(), from, to);
+  } else {
+    Kernels().replace(text.data(), text.size(), from, to);
+  }
 }
 
 std::string QsReplaceChar(const std::string& text, char from, char to) {
-  return Changed(text, [&](char* block, std::size_t length) { Kernels().replace(block, length, from, to); });
+  std::string result(text);
+  QsReplaceCharInPlace(result, from, to);
+  return result;
 }
 
 namespace {
@@ -511,22 +537,43 @@ void WritePair(unsigned char byte, Char* out) {
   std::memcpy(out, &kHexPairs[2U * byte], 2);
 }
 
-/// A text of this size, each block of which write(out, at, length) writes while the cache holds it.
-template <class Write>
-std::string Written(std::size_t size, Write write, std::string result = {}) {
-  result.reserve(size);
-  for (std::size_t at = 0; at < size; at = result.size()) {
-    result.resize(std::min(size, at + kBlockSize));
-    write(reinterpret_cast<unsigned char*>(&result[at]), at, result.size() - at);
+inline void WriteHex(const unsigned char* bytes, std::size_t length, unsigned char* out) {
+  if (length >= kShortestForKernel) {
+    HexLoops().encode(bytes, length, out);
+    return;
   }
+  for (std::size_t i = 0; i < length; ++i) {
+    WritePair(bytes[i], out + 2 * i);
+  }
+}
+
+/// Makes a text `size` bytes long, each block of which write(out, at, length) writes while the cache holds it.
+template <class Write>
+void WriteBlocks(std::string& text, std::size_t size, Write write) {
+  text.reserve(size);
+  for (std::size_t at = 0; at < size; at = text.size()) {
+    text.resize(std::min(size, at + kBlockSize));
+    write(reinterpret_cast<unsigned char*>(&text[at]), at, text.size() - at);
+  }
+}
+
+inline std::string ToShortHex(const unsigned char* bytes, std::size_t length) {
+  std::string result(2 * length, '\0');
+  WriteHex(bytes, length, reinterpret_cast<unsigned char*>(result.data()));
   return result;
 }
 
-std::string ToHex(const unsigned char* bytes, std::size_t length) {
+[[gnu::noinline]] std::string ToLongHex(const unsigned char* bytes, std::size_t length) {
   static_assert(kBlockSize % 2 == 0);
-  return Written(2 * length, [bytes](unsigned char* out, std::size_t at, std::size_t size) {
-    HexLoops().encode(bytes + at / 2, size / 2, out);
+  std::string result;
+  WriteBlocks(result, 2 * length, [bytes](unsigned char* out, std::size_t at, std::size_t size) {
+    WriteHex(bytes + at / 2, size / 2, out);
   });
+  return result;
+}
+
+inline std::string ToHex(const unsigned char* bytes, std::size_t length) {
+  return length <= kBlockSize / 2 ? ToShortHex(bytes, length) : ToLongHex(bytes, length);
 }
 
 std::string ToSpacedHex(const unsigned char* bytes, std::size_t length) {
@@ -562,32 +609,43 @@ void CheckIsEven(std::size_t length) {
   }
 }
 
+/// Decodes pairs as far as they are such. Returns how many.
+std::size_t ReadHex(const unsigned char* hex, std::size_t pairs, unsigned char* out) {
+  return pairs < kShortestForKernel ? DecodeHex(hex, pairs, out) : HexLoops().decode(hex, pairs, out);
+}
+
 /// Decodes up to the terminating zero.
-void DecodeHexText(const unsigned char* hex, unsigned char* out) {
+void DecodeShortHex(const unsigned char* hex, unsigned char* out) {
+  for (; *hex != '\0'; hex += 2) {
+    *out++ = PairValue(hex);
+  }
+}
+
+void DecodeLongHex(const unsigned char* hex, unsigned char* out) {
   for (std::size_t length = kBlockSize; length == kBlockSize; hex += length, out += length / 2) {
     length = BlockLength(reinterpret_cast<const char*>(hex));
-    const std::size_t done = HexLoops().decode(hex, length / 2, out);
+    const std::size_t done = ReadHex(hex, length / 2, out);
     if (2 * done != length) {
       ThrowBadPair(hex + 2 * done);
     }
   }
 }
 
-/// Decodes up to the end, or to a zero in the place of a first digit: zeros are behind that.
-std::string DecodeHexString(const std::string& hex) {
+/// The bytes of the pairs up to the end, or to a zero in the place of a first digit: zeros are behind that.
+std::string DecodedHex(const std::string& hex) {
   std::string result;
   result.reserve(hex.size() / 2);
   CheckIsEven(hex.size());
   const auto* const digits = reinterpret_cast<const unsigned char*>(hex.data());
   bool isOver = false;
-  const auto decode = [&](unsigned char* out, std::size_t at, std::size_t size) {
-    const std::size_t done = isOver ? size : HexLoops().decode(digits + 2 * at, size, out);
+  WriteBlocks(result, hex.size() / 2, [&](unsigned char* out, std::size_t at, std::size_t size) {
+    const std::size_t done = isOver ? size : ReadHex(digits + 2 * at, size, out);
     isOver = isOver || (done != size && digits[2 * (at + done)] == '\0');
     if (done != size && !isOver) {
       ThrowBadPair(digits + 2 * (at + done));
     }
-  };
-  return Written(hex.size() / 2, decode, std::move(result));
+  });
+  return result;
 }
 
 }  // namespace
@@ -595,7 +653,7 @@ std::string DecodeHexString(const std::string& hex) {
 void ByteToHex(unsigned char byte, unsigned char* out) { WritePair(byte, out); }
 
 void ByteStringToHexString(const unsigned char* bytes, unsigned int length, unsigned char* out) {
-  HexLoops().encode(bytes, length, out);
+  WriteHex(bytes, length, out);
   out[std::size_t{2} * length] = '\0';
 }
 
@@ -629,7 +687,12 @@ void HexStringToByteString(const unsigned char* hex, unsigned int length, unsign
     HexToByte(nullptr);
   }
   CheckIsEven(length);
-  DecodeHexText(hex, out);
+  // The length only says what to expect, or nothing when it is 0.
+  if (length != 0 && length <= kShortText) {
+    DecodeShortHex(hex, out);
+  } else {
+    DecodeLongHex(hex, out);
+  }
 }
 
 std::string String2Hex(const std::string& bytes) {
@@ -638,7 +701,7 @@ std::string String2Hex(const std::string& bytes) {
 
 std::string Hex2String(const std::string& hex) {
   try {
-    return DecodeHexString(hex);
+    return DecodedHex(hex);
   } catch (const std::bad_alloc&) {
     return {};
   }

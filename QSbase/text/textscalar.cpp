@@ -1,5 +1,7 @@
 #include <QSbase/text/textkernel.h>
 
+#include <bit>
+
 namespace qsbase::detail {
 namespace {
 
@@ -35,13 +37,12 @@ bool IsMember(const ByteSet& set, char c) {
 
 ByteSet ByteSetOf(unsigned int mask) {
   ByteSet set{};
-  for (const ByteSet& part : kClassSets) {
-    const std::uint8_t wanted = (mask & 1) != 0 ? 0xFF : 0;
+  for (mask &= (1U << kClasses) - 1; mask != 0; mask &= mask - 1) {
+    const ByteSet& part = kClassSets[static_cast<std::size_t>(std::countr_zero(mask))];
     for (std::size_t i = 0; i < 16; ++i) {
-      set.lower[i] = static_cast<std::uint8_t>(set.lower[i] | (part.lower[i] & wanted));
-      set.upper[i] = static_cast<std::uint8_t>(set.upper[i] | (part.upper[i] & wanted));
+      set.lower[i] = static_cast<std::uint8_t>(set.lower[i] | part.lower[i]);
+      set.upper[i] = static_cast<std::uint8_t>(set.upper[i] | part.upper[i]);
     }
-    mask >>= 1;
   }
   return set;
 }

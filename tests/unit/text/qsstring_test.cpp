@@ -724,9 +724,12 @@ TEST(Hex, LongStringsOnEveryLevel) {
       ByteStringToHexString(Bytes(bytes.data()), static_cast<unsigned int>(length), text.get());
       ASSERT_EQ(std::string(reinterpret_cast<const char*>(text.get())), hex) << length;
       const std::unique_ptr<unsigned char[]> out(new unsigned char[length]);
-      HexStringToByteString(text.get(), 0, out.get());
+      HexStringToByteString(text.get(), static_cast<unsigned int>(2 * length), out.get());
       ASSERT_EQ(std::string(out.get(), out.get() + length), bytes) << length;
-      HexStringToByteString(text.get(), 0, text.get());
+      std::fill(out.get(), out.get() + length, '#');
+      HexStringToByteString(text.get(), 0, out.get());
+      ASSERT_EQ(std::string(out.get(), out.get() + length), bytes) << length << " of no stated length";
+      HexStringToByteString(text.get(), static_cast<unsigned int>(2 * length), text.get());
       ASSERT_EQ(std::string(text.get(), text.get() + length), bytes) << length << " in place";
     }
   });
@@ -734,16 +737,17 @@ TEST(Hex, LongStringsOnEveryLevel) {
 
 TEST(Hex, BadPairsAndZerosOfLongStrings) {
   OnEveryLevel([] {
-    const std::size_t pairs = 10000;
+    constexpr unsigned int pairs = 10000;
     for (std::size_t at = 0; at < 2 * pairs; at += at < 200 || at > 16000 ? 1 : 997) {
       std::string hex(2 * pairs, 'a');
       hex[at] = 'G';
       const std::string error = "character in '" + hex.substr(at / 2 * 2, 2) + "' is not a hex character";
       ASSERT_EQ(ErrorOf([&] { Hex2String(hex); }), error) << at;
       std::string out(pairs, '#');
-      ASSERT_EQ(
-          ErrorOf([&] { HexStringToByteString(Bytes(hex.c_str()), 0, reinterpret_cast<unsigned char*>(out.data())); }),
-          error)
+      ASSERT_EQ(ErrorOf([&] {
+                  HexStringToByteString(Bytes(hex.c_str()), 2 * pairs, reinterpret_cast<unsigned char*>(out.data()));
+                }),
+                error)
           << at;
       ASSERT_EQ(out, std::string(at / 2, '\xAA') + std::string(pairs - at / 2, '#')) << at;
       hex[at] = '\0';
