@@ -1,0 +1,23 @@
+#include <QSbase/codec/encodedecode.h>
+#include <differential/agreement.h>
+
+#include "target.h"
+
+using namespace qsbase;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, size);
+  const std::size_t alignment = input.Parameter();
+  const unsigned int lineLength = input.Parameter();
+  fuzz::Demand(differential::CompareBase64Decode(input.Rest(), alignment));
+  fuzz::Demand(differential::CompareBase64Encode(input.Rest(), lineLength, alignment));
+
+  const std::string original(input.Rest());
+  std::string text;
+  std::string decoded;
+  CEncodeDecode coder(75, lineLength);
+  coder.EncodeBase64(original, text, 0);
+  coder.DecodeBase64(text, decoded, 0);
+  fuzz::DemandEqual(original, decoded, "Base64");
+  return 0;
+}

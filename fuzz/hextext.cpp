@@ -1,0 +1,21 @@
+#include <QSbase/text/qsstring.h>
+#include <differential/agreement.h>
+
+#include "target.h"
+
+using namespace qsbase;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  fuzz::Input input(data, size);
+  const std::size_t alignment = input.Parameter();
+  const auto escape = static_cast<char>(input.Parameter());
+  const unsigned int mask = input.Parameter() * 33;  // bits from all over the mask
+  fuzz::Demand(differential::CompareHexDecode(input.Rest(), alignment));
+  fuzz::Demand(differential::CompareHexEncode(input.Rest(), alignment));
+  fuzz::Demand(differential::CompareUnescapeHex(input.Rest(), escape));
+  fuzz::Demand(differential::CompareCase(input.Rest(), alignment));
+  fuzz::Demand(differential::CompareClasses(input.Rest(), mask));
+  fuzz::Demand(differential::CompareSkips(input.Rest(), alignment));
+  fuzz::DemandEqual(input.Rest(), Hex2String(String2Hex(std::string(input.Rest()))), "hex text");
+  return 0;
+}
