@@ -26,11 +26,18 @@ inline std::uint32_t Rotate(std::uint32_t value) {
   return value << shift | value >> (32 - shift);
 }
 
-// Each step adds first what does not depend on b, the word that the step before it has just made.
+// Each step adds first what does not depend on b, the word that the step before it has just made. A compiler that sorts
+// the terms of a sum otherwise makes that chain longer, and so is kept from seeing one sum.
+inline void Settle(std::uint32_t& sum) {
+#if defined(__clang__)
+  asm("" : "+r"(sum));
+#endif
+}
 
 template <int shift>
 inline void StepF(std::uint32_t& a, std::uint32_t b, std::uint32_t c, std::uint32_t d, std::uint32_t addend) {
   a += addend;
+  Settle(a);
   a += d ^ (b & (c ^ d));
   a = Rotate<shift>(a) + b;
 }
@@ -39,6 +46,7 @@ template <int shift>
 inline void StepG(std::uint32_t& a, std::uint32_t b, std::uint32_t c, std::uint32_t d, std::uint32_t addend) {
   a += addend;
   a += c & ~d;
+  Settle(a);
   a += b & d;
   a = Rotate<shift>(a) + b;
 }
@@ -46,6 +54,7 @@ inline void StepG(std::uint32_t& a, std::uint32_t b, std::uint32_t c, std::uint3
 template <int shift>
 inline void StepH(std::uint32_t& a, std::uint32_t b, std::uint32_t c, std::uint32_t d, std::uint32_t addend) {
   a += addend;
+  Settle(a);
   a += b ^ (c ^ d);
   a = Rotate<shift>(a) + b;
 }
@@ -53,6 +62,7 @@ inline void StepH(std::uint32_t& a, std::uint32_t b, std::uint32_t c, std::uint3
 template <int shift>
 inline void StepI(std::uint32_t& a, std::uint32_t b, std::uint32_t c, std::uint32_t d, std::uint32_t addend) {
   a += addend;
+  Settle(a);
   a += c ^ (b | ~d);
   a = Rotate<shift>(a) + b;
 }
