@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 namespace qsbase::detail {
 
@@ -15,6 +16,7 @@ inline constexpr std::size_t kUuLineBytes = 45;
 inline constexpr std::size_t kUuLineDigits = 60;
 inline constexpr std::size_t kUuLineCharacters = 1 + kUuLineDigits + 2;
 
+inline constexpr std::string_view kXxDigits = "+-0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 inline constexpr unsigned char kXxIllegal = 0xFF;
 
 /// The XX digit of every byte, or `kXxIllegal`.
@@ -28,7 +30,7 @@ struct UuFullLines {
 
 /// One level's kernels of one of the two alphabets.
 struct UuKernels {
-  /// Encodes lines with their counts and CR LF, without the terminator line. Returns the characters written; four more
+  /// Encodes lines with their counts and CR LF, without the terminator line. Returns the characters written; 64 more
   /// behind them may be scratched.
   std::size_t (*encodeLines)(const unsigned char* input, std::size_t length, unsigned char* output);
 

@@ -4,12 +4,9 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <string_view>
 
 namespace qsbase::detail {
 namespace {
-
-constexpr std::string_view kXxDigits = "+-0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
 
 constexpr std::array<unsigned char, 256> MakeXxValues() {
   std::array<unsigned char, 256> values{};

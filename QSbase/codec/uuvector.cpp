@@ -1,6 +1,7 @@
 #include <QSbase/codec/uukernel.h>
 #include <QSbase/simd/targets.h>
 
+#include <algorithm>
 #include <cstring>
 
 #undef HWY_TARGET_INCLUDE
@@ -15,127 +16,155 @@ namespace qsbase::detail::HWY_NAMESPACE {
 namespace {
 
 // A full line has 60 digits: a wider vector would hold no more of it.
-using Digits = hn::CappedTag<std::uint8_t, 32>;
-using DigitVector = hn::Vec<Digits>;
+using FullDigits = hn::CappedTag<std::uint8_t, 32>;
 
-constexpr std::size_t kDigits = hn::MaxLanes(Digits());
-constexpr std::size_t kDigitBytes = kDigits / 4 * 3;
+// Other lines are most often shorter.
+using ShortDigits = hn::Full128<std::uint8_t>;
 
-HWY_INLINE DigitVector All(unsigned char byte) { return hn::Set(Digits(), byte); }
+/// How many digits a vector holds, and the bytes that they stand for.
+template <class D>
+constexpr std::size_t kDigits = hn::MaxLanes(D());
+template <class D>
+constexpr std::size_t kDigitBytes = kDigits<D> / 4 * 3;
 
+template <class D>
 struct UuVector {
-  static constexpr unsigned char kFullCount = 32 + kUuLineBytes;
+  using V = hn::Vec<D>;
+
+  static constexpr unsigned char CountOf(std::size_t count) { return static_cast<unsigned char>(32 + count); }
 
   /// The value + 32, but 96 for 0.
-  static HWY_INLINE DigitVector DigitsOf(DigitVector values) {
-    return hn::Add(hn::And(hn::Sub(values, All(1)), All(63)), All(33));
+  static HWY_INLINE V DigitsOf(V values) {
+    return hn::Add(hn::And(hn::Sub(values, hn::Set(D(), 1)), hn::Set(D(), 63)), hn::Set(D(), 33));
   }
 
   /// Any character has a value; `lowest` keeps the lowest ones.
-  static HWY_INLINE DigitVector ValuesOf(DigitVector text, DigitVector& lowest) {
+  static HWY_INLINE V ValuesOf(V text, V& lowest) {
     lowest = hn::Min(lowest, text);
-    return hn::And(hn::Sub(text, All(32)), All(63));
+    return hn::And(hn::Sub(text, hn::Set(D(), 32)), hn::Set(D(), 63));
   }
 
   /// No CR and no LF.
-  static HWY_INLINE bool IsRegular(DigitVector lowest) {
-    return hn::AllTrue(Digits(), hn::Eq(hn::Max(lowest, All(16)), lowest));
+  static HWY_INLINE bool IsRegular(V lowest) {
+    return hn::AllTrue(D(), hn::Eq(hn::Max(lowest, hn::Set(D(), 16)), lowest));
   }
-
-  static constexpr auto kEncodeRest = &UuEncodeLines;
-  static constexpr auto kDecodeRest = &UuDecodeLine;
 };
 
+template <class D>
 struct XxVector {
-  static constexpr unsigned char kFullCount = 'h';
+  using V = hn::Vec<D>;
+
+  static constexpr unsigned char CountOf(std::size_t count) { return static_cast<unsigned char>(kXxDigits[count]); }
 
   /// The digits run on from "+" but for four gaps.
-  static HWY_INLINE DigitVector DigitsOf(DigitVector values) {
+  static HWY_INLINE V DigitsOf(V values) {
     alignas(16) static constexpr std::uint8_t kShifts[16] = {43, 44, 46, 46, 46, 46, 46, 46, 46, 46, 46, 46, 53, 59};
-    const auto isSmall = hn::Gt(hn::BitCast(Signed(), values), hn::Set(Signed(), 37));
-    const auto kinds = hn::Sub(hn::Min(values, All(12)), hn::VecFromMask(Digits(), hn::RebindMask(Digits(), isSmall)));
-    return hn::Add(values, hn::TableLookupBytes(hn::LoadDup128(Digits(), kShifts), kinds));
+    const hn::RebindToSigned<D> withSign;
+    const auto isSmall = hn::RebindMask(D(), hn::Gt(hn::BitCast(withSign, values), hn::Set(withSign, 37)));
+    const auto kinds = hn::Sub(hn::Min(values, hn::Set(D(), 12)), hn::VecFromMask(D(), isSmall));
+    return hn::Add(values, hn::TableLookupBytes(hn::LoadDup128(D(), kShifts), kinds));
   }
 
   /// `legal` keeps a zero where a character outside the alphabet stood, and for NUL.
-  static HWY_INLINE DigitVector ValuesOf(DigitVector text, DigitVector& legal) {
+  static HWY_INLINE V ValuesOf(V text, V& legal) {
     // By the upper half of a character: what it is less in value, and the bit of its row; by the lower half: the rows
     // that have it.
     alignas(16) static constexpr std::uint8_t kShifts[16] = {0, 0x2B, 0x2C, 0x2E, 0x35, 0x35, 0x3B, 0x3B};
     alignas(16) static constexpr std::uint8_t kRows[16] = {0, 0, 1, 2, 4, 8, 4, 8};
     alignas(16) static constexpr std::uint8_t kRowsWith[16] = {10, 14, 14, 14, 14, 14, 14, 14,
                                                                14, 14, 12, 5,  4,  5,  4,  4};
-    const auto upper = hn::And(ShiftRightOfBytes(text), All(15));
-    legal = hn::Min(legal, hn::And(hn::TableLookupBytesOr0(hn::LoadDup128(Digits(), kRowsWith), text),
-                                   hn::TableLookupBytes(hn::LoadDup128(Digits(), kRows), upper)));
+    const hn::Repartition<std::uint16_t, D> words;
+    const auto upper = hn::And(hn::BitCast(D(), hn::ShiftRight<4>(hn::BitCast(words, text))), hn::Set(D(), 15));
+    legal = hn::Min(legal, hn::And(hn::TableLookupBytesOr0(hn::LoadDup128(D(), kRowsWith), text),
+                                   hn::TableLookupBytes(hn::LoadDup128(D(), kRows), upper)));
     // "+" has a row to itself.
-    const auto rows = hn::Add(upper, hn::VecFromMask(Digits(), hn::Eq(text, All('+'))));
-    return hn::Sub(text, hn::TableLookupBytes(hn::LoadDup128(Digits(), kShifts), rows));
+    const auto rows = hn::Add(upper, hn::VecFromMask(D(), hn::Eq(text, hn::Set(D(), '+'))));
+    return hn::Sub(text, hn::TableLookupBytes(hn::LoadDup128(D(), kShifts), rows));
   }
 
-  static HWY_INLINE bool IsRegular(DigitVector legal) {
-    return hn::AllFalse(Digits(), hn::Eq(legal, hn::Zero(Digits())));
-  }
-
-  static constexpr auto kEncodeRest = &XxEncodeLines;
-  static constexpr auto kDecodeRest = &XxDecodeLine;
-
- private:
-  using Signed = hn::RebindToSigned<Digits>;
-
-  /// By four bits; the neighbour's come in above.
-  static HWY_INLINE DigitVector ShiftRightOfBytes(DigitVector text) {
-    const hn::Repartition<std::uint16_t, Digits> words;
-    return hn::BitCast(Digits(), hn::ShiftRight<4>(hn::BitCast(words, text)));
-  }
+  static HWY_INLINE bool IsRegular(V legal) { return hn::AllFalse(D(), hn::Eq(legal, hn::Zero(D()))); }
 };
 
+struct Uu {
+  template <class D>
+  using Vector = UuVector<D>;
+  static constexpr auto kEncodeRest = &UuEncodeLines;
+  static constexpr auto kDecodeRest = &UuDecodeLine;
+};
+
+struct Xx {
+  template <class D>
+  using Vector = XxVector<D>;
+  static constexpr auto kEncodeRest = &XxEncodeLines;
+  static constexpr auto kDecodeRest = &XxDecodeLine;
+};
+
+/// Reads four bytes behind the last vector's, and scratches what the vectors hold behind the digits.
 template <class Alphabet>
-HWY_INLINE void EncodeFullLine(const unsigned char* input, unsigned char* output) {
-  const Digits digits;
-  output[0] = Alphabet::kFullCount;
-  for (std::size_t block = 0; block < 64 / kDigits; ++block) {
-    const auto bytes = LoadTwelves(digits, input + block * kDigitBytes);
-    hn::StoreU(Alphabet::DigitsOf(SpreadSixBits(digits, bytes)), digits, output + 1 + block * kDigits);
+HWY_INLINE void EncodeDigits(const unsigned char* input, std::size_t count, unsigned char* output) {
+  using D = FullDigits;
+  for (std::size_t done = 0; done < count; done += kDigitBytes<D>) {
+    const auto values = SpreadSixBits(D(), LoadTwelves(D(), input + done));
+    hn::StoreU(Alphabet::template Vector<D>::DigitsOf(values), D(), output + done / 3 * 4);
   }
-  std::memcpy(output + 1 + kUuLineDigits, "\r\n", 2);
 }
 
-/// The last vector of a line reads its 12 bytes and four more, the digits of three of which become the line break.
+template <class Alphabet>
+HWY_INLINE std::size_t EncodeLine(const unsigned char* input, std::size_t count, unsigned char* output) {
+  const std::size_t characters = 1 + (count + 2) / 3 * 4;
+  output[0] = Alphabet::template Vector<FullDigits>::CountOf(count);
+  EncodeDigits<Alphabet>(input, count, output + 1);
+  std::memcpy(output + characters, "\r\n", 2);
+  return characters + 2;
+}
+
+/// What the vectors of a full line read.
 constexpr std::size_t kReadBytes = 52;
+
+/// As many bytes are worth a vector.
+constexpr std::size_t kWorthwhileBytes = 9;
 
 template <class Alphabet>
 std::size_t EncodeLines(const unsigned char* input, std::size_t length, unsigned char* output) {
-  std::size_t written = 0;
+  unsigned char* const begin = output;
   for (; length >= kReadBytes; length -= kUuLineBytes, input += kUuLineBytes) {
-    EncodeFullLine<Alphabet>(input, output + written);
-    written += kUuLineCharacters;
+    output += EncodeLine<Alphabet>(input, kUuLineBytes, output);
   }
-  return written + Alphabet::kEncodeRest(input, length, output + written);
+  while (length >= kWorthwhileBytes) {
+    const std::size_t count = std::min(length, kUuLineBytes);
+    unsigned char padded[kReadBytes] = {};
+    std::memcpy(padded, input, count);
+    output += EncodeLine<Alphabet>(padded, count, output);
+    input += count;
+    length -= count;
+  }
+  return static_cast<std::size_t>(output - begin) + Alphabet::kEncodeRest(input, length, output);
 }
 
 /// Where the vectors of a full line begin: the last one overlaps the one before.
+constexpr std::size_t kFullBlocks = 64 / kDigits<FullDigits>;
+
 constexpr std::size_t StartOf(std::size_t block) {
-  return block + 1 < 64 / kDigits ? block * kDigits : kUuLineDigits - kDigits;
+  return block + 1 < kFullBlocks ? block * kDigits<FullDigits> : kUuLineDigits - kDigits<FullDigits>;
 }
 
 /// Decodes 60 digits, unless they are not regular or `isFull` is not true.
 template <class Alphabet>
 HWY_INLINE bool DecodeFullLine(const unsigned char* text, unsigned char* output, bool isFull) {
-  constexpr std::size_t kBlocks = 64 / kDigits;
-  const Digits digits;
-  DigitVector seen = All(255);
-  DigitVector bytes[kBlocks];
-  for (std::size_t block = 0; block < kBlocks; ++block) {
-    const auto values = Alphabet::ValuesOf(hn::LoadU(digits, text + StartOf(block)), seen);
-    bytes[block] = GatherSixBits(digits, values);
+  using D = FullDigits;
+  using Vector = typename Alphabet::template Vector<D>;
+  auto seen = hn::Set(D(), 255);
+  hn::Vec<D> bytes[kFullBlocks];
+  for (std::size_t block = 0; block < kFullBlocks; ++block) {
+    const auto values = Vector::ValuesOf(hn::LoadU(D(), text + StartOf(block)), seen);
+    bytes[block] = GatherSixBits(D(), values);
   }
   // In front of the only branch, so that a compiler keeps the constants of all that out of the loop.
-  if (!(isFull & Alphabet::IsRegular(seen))) {
+  if (!(isFull & Vector::IsRegular(seen))) {
     return false;
   }
-  for (std::size_t block = 0; block < kBlocks; ++block) {
-    StoreTwelves(digits, bytes[block], output + StartOf(block) / 4 * 3);
+  for (std::size_t block = 0; block < kFullBlocks; ++block) {
+    StoreTwelves(D(), bytes[block], output + StartOf(block) / 4 * 3);
   }
   return true;
 }
@@ -174,8 +203,8 @@ UuFullLines DecodeFullLines(const unsigned char* text, const unsigned char* end,
   const LineBreak lineBreak(text + length);
   const unsigned char* const begin = output;
   while (static_cast<std::size_t>(end - text) >= length + 2) {
-    const bool isFull = (text[0] == Alphabet::kFullCount) & lineBreak.Is(text + length) &
-                        (dropped == 0 || !IsLineBreak(text[length - 1]));
+    const bool isFull = (text[0] == Alphabet::template Vector<FullDigits>::CountOf(kUuLineBytes)) &
+                        lineBreak.Is(text + length) & (dropped == 0 || !IsLineBreak(text[length - 1]));
     if (!DecodeFullLine<Alphabet>(text + 1, output, isFull)) {
       break;
     }
@@ -187,18 +216,29 @@ UuFullLines DecodeFullLines(const unsigned char* text, const unsigned char* end,
 
 template <class Alphabet>
 std::size_t DecodeLine(const unsigned char* text, std::size_t length, unsigned char* output, std::size_t count) {
-  const Digits digits;
-  for (; length >= kDigits && count >= kDigitBytes; length -= kDigits, count -= kDigitBytes) {
-    DigitVector seen = All(255);
-    const auto values = Alphabet::ValuesOf(hn::LoadU(digits, text), seen);
-    if (!Alphabet::IsRegular(seen)) {
+  using D = ShortDigits;
+  using Vector = typename Alphabet::template Vector<D>;
+  const std::size_t digits = (count + 2) / 3 * 4;
+  if (digits < kDigits<D> || digits > length) {
+    return Alphabet::kDecodeRest(text, length, output, count);
+  }
+  // The last vector overlaps the one before, and is loaded before that may store over it.
+  const auto last = hn::LoadU(D(), text + digits - kDigits<D>);
+  auto seen = hn::Set(D(), 255);
+  std::size_t done = 0;
+  for (; digits - done > kDigits<D>; done += kDigits<D>) {
+    const auto values = Vector::ValuesOf(hn::LoadU(D(), text + done), seen);
+    if (!Vector::IsRegular(seen)) {
       break;
     }
-    StoreTwelves(digits, GatherSixBits(digits, values), output);
-    text += kDigits;
-    output += kDigitBytes;
+    StoreTwelves(D(), GatherSixBits(D(), values), output + done / 4 * 3);
   }
-  return Alphabet::kDecodeRest(text, length, output, count);
+  const auto values = Vector::ValuesOf(last, seen);
+  if (!Vector::IsRegular(seen)) {
+    return Alphabet::kDecodeRest(text + done, length - done, output + done / 4 * 3, count - done / 4 * 3);
+  }
+  StoreTwelves(D(), GatherSixBits(D(), values), output + (digits - kDigits<D>) / 4 * 3);
+  return digits == length ? 0 : Alphabet::kDecodeRest(text + digits, length - digits, nullptr, 0);
 }
 
 }  // namespace
@@ -206,8 +246,8 @@ std::size_t DecodeLine(const unsigned char* text, std::size_t length, unsigned c
 template <class Alphabet>
 constexpr UuKernels kUuKernelsOf = {&EncodeLines<Alphabet>, &DecodeFullLines<Alphabet>, &DecodeLine<Alphabet>};
 
-constexpr UuKernels kUuKernels = kUuKernelsOf<UuVector>;
-constexpr UuKernels kXxKernels = kUuKernelsOf<XxVector>;
+constexpr UuKernels kUuKernels = kUuKernelsOf<Uu>;
+constexpr UuKernels kXxKernels = kUuKernelsOf<Xx>;
 
 }  // namespace qsbase::detail::HWY_NAMESPACE
 HWY_AFTER_NAMESPACE();

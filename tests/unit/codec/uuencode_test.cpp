@@ -1,5 +1,7 @@
 #include <QSbase/codec/encodedecode.h>
+#include <QSbase/codec/uukernel.h>
 #include <gtest/gtest.h>
+#include <tests/common/simdlevels.h>
 
 #include <algorithm>
 #include <cctype>
@@ -10,6 +12,8 @@
 #include <vector>
 
 namespace {
+
+using qsbase::test::OnEveryLevel;
 
 constexpr int kUu = 0;
 constexpr int kXx = 0x8;
@@ -28,19 +32,55 @@ struct Result {
   unsigned int parsed = 0;
 };
 
-std::string Encode(const std::string& data, int flags = kUu) {
-  CEncodeDecode coder(75, 76);
-  std::string text;
-  EXPECT_EQ(coder.EncodeUUE(data, text, flags), 0);
-  EXPECT_EQ(coder.GetNumberIllegalChars(), 0u);
-  EXPECT_EQ(coder.GetNumberParsedChars(), data.size());
-  return text;
+/// A copy in a block of its own that ends with it, so that a sanitizer sees an access beyond; `offset` bytes stand in
+/// front of it.
+class Block {
+ public:
+  Block(const std::string& content, std::size_t offset)
+      : _all(new char[offset + content.size()]), _offset(offset), _size(content.size()) {
+    std::fill_n(_all.get(), offset, kFront);
+    std::copy(content.begin(), content.end(), get());
+  }
+  Block(const Block&) = delete;
+  Block& operator=(const Block&) = delete;
+  ~Block() { EXPECT_EQ(std::string(_all.get(), _offset), std::string(_offset, kFront)); }
+
+  char* get() const { return _all.get() + _offset; }
+  unsigned int Size() const { return static_cast<unsigned int>(_size); }
+
+ private:
+  static constexpr char kFront = '\x5A';
+
+  std::unique_ptr<char[]> _all;
+  std::size_t _offset;
+  std::size_t _size;
+};
+
+/// On every level, with one result.
+std::string Encode(const std::string& data, int flags = kUu, std::size_t offset = 0) {
+  const Block exact(data, offset);
+  std::string first;
+  OnEveryLevel([&] {
+    CEncodeDecode coder(75, 76);
+    char* out = nullptr;
+    unsigned int length = 77;
+    EXPECT_EQ(coder.EncodeUUE(exact.get(), exact.Size(), &out, length, flags), 0);
+    EXPECT_EQ(coder.GetNumberIllegalChars(), 0u);
+    EXPECT_EQ(coder.GetNumberParsedChars(), data.size());
+    const std::string text(out == nullptr ? "" : out, length);
+    CEncodeDecode::FreeBuffer(out, flags);
+    std::string appended = "x";
+    EXPECT_EQ(coder.EncodeUUE(data, appended, flags), 0);
+    EXPECT_EQ(appended, "x" + text);
+    first = qsbase::detail::CurrentSimdLevel() == qsbase::detail::SimdLevel::kScalar ? text : first;
+    EXPECT_EQ(text, first);
+  });
+  return first;
 }
 
-/// Decodes from an exact copy on the heap, so that a sanitizer sees a read beyond it; in all three forms.
-Result Decode(const std::string& text, int flags = kUu) {
-  const std::unique_ptr<char[]> exact(new char[text.size()]);
-  std::copy(text.begin(), text.end(), exact.get());
+/// Decodes in all three forms.
+Result DecodeHere(const std::string& text, int flags, std::size_t offset) {
+  const Block exact(text, offset);
   CEncodeDecode coder(75, 76);
   char* out = nullptr;
   unsigned int length = 77;
@@ -64,6 +104,20 @@ Result Decode(const std::string& text, int flags = kUu) {
   EXPECT_EQ(std::string(exact.get(), length), result.data);
   EXPECT_EQ(coder.GetNumberIllegalChars(), result.illegal);
   return result;
+}
+
+/// On every level, with one result.
+Result Decode(const std::string& text, int flags = kUu, std::size_t offset = 0) {
+  Result first;
+  OnEveryLevel([&] {
+    const Result result = DecodeHere(text, flags, offset);
+    first = qsbase::detail::CurrentSimdLevel() == qsbase::detail::SimdLevel::kScalar ? result : first;
+    EXPECT_EQ(result.status, first.status);
+    EXPECT_EQ(result.data, first.data);
+    EXPECT_EQ(result.illegal, first.illegal);
+    EXPECT_EQ(result.parsed, first.parsed);
+  });
+  return first;
 }
 
 char UuDigit(unsigned int value) { return value == 0 ? '`' : static_cast<char>(value + 32); }
@@ -488,7 +542,7 @@ TEST(UuDecode, NoiseMatchesTheSlowDecoder) {
     const bool isXx = i % 2 == 0;
     std::string text;
     for (std::size_t lines = 1 + random() % 8; lines > 0; --lines) {
-      const std::size_t groups = random() % 8;
+      const std::size_t groups = random() % (i % 3 == 0 ? 25 : 8);
       const unsigned int count = static_cast<unsigned int>(groups * 3 + random() % 6);
       std::string line(1 + groups * 4 + (random() % 4 == 0 ? random() % 3 : 0), ' ');
       for (char& c : line) {
@@ -502,6 +556,170 @@ TEST(UuDecode, NoiseMatchesTheSlowDecoder) {
     ASSERT_EQ(result.status, expected.status) << text;
     ASSERT_EQ(result.data, expected.data) << text;
   }
+}
+
+/// Lines of 45 bytes and one of 20, with a line break of their own.
+std::string FullLines(const std::string& data, bool isXx, const std::string& lineBreak, bool isChecked) {
+  std::string text = SlowEncode(data, isXx);
+  std::string lines;
+  int number = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = text.find("\r\n", at);
+    lines += text.substr(at, end - at);
+    lines += isChecked ? std::string(1, static_cast<char>('z' - number++ % 26)) : "";
+    lines += lineBreak;
+    at = end + 2;
+  }
+  return lines;
+}
+
+TEST(UuCode, EveryAlignment) {
+  std::mt19937 random(6);
+  for (std::size_t offset = 0; offset < 64; ++offset) {
+    for (std::size_t size : {1u, 44u, 45u, 46u, 51u, 52u, 64u, 90u, 135u, 200u, 300u}) {
+      const std::string data = Random(size, random);
+      for (int flags : {kUu, kXx}) {
+        const std::string text = SlowEncode(data, flags == kXx);
+        ASSERT_EQ(Encode(data, flags, offset), text);
+        ASSERT_EQ(Decode(text, flags, offset).data, data);
+      }
+    }
+  }
+}
+
+TEST(UuDecode, FullLinesWithAnyLineBreak) {
+  std::mt19937 random(7);
+  const std::string data = Random(45 * 9 + 20, random);
+  for (const char* lineBreak : {"\r\n", "\n", "\r", "\n\r", "\r\r\n", "\r\n\r\n", "\n\n\n"}) {
+    for (bool isChecked : {false, true}) {
+      for (int flags : {kUu, kXx}) {
+        const Result result = Decode(FullLines(data, flags == kXx, lineBreak, isChecked), flags);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.data, data);
+      }
+    }
+  }
+}
+
+TEST(UuDecode, LineBreaksThatChange) {
+  std::mt19937 random(8);
+  for (int i = 0; i < 300; ++i) {
+    const bool isXx = i % 2 == 0;
+    const std::string data = Random(45 * 8, random);
+    std::string text;
+    for (std::size_t at = 0; at < data.size(); at += 45) {
+      const std::string line = SlowEncode(data.substr(at, 45), isXx).substr(0, 61);
+      text += line + std::vector<std::string>{"\r\n", "\n", "\r", "\n\n"}[random() % 4];
+    }
+    EXPECT_EQ(Decode(text, isXx ? kXx : kUu).data, data);
+  }
+}
+
+TEST(UuDecode, AnyCharacterAnywhereInFullLines) {
+  std::mt19937 random(9);
+  const std::string data = Random(45 * 6, random);
+  for (int flags : {kUu, kXx}) {
+    for (bool isChecked : {false, true}) {
+      const std::string text = FullLines(data, flags == kXx, "\r\n", isChecked);
+      for (std::size_t at = 0; at < text.size(); ++at) {
+        for (char c :
+             {'\r', '\n', '\0', '\t', '!', '*', ',', '/', ':', '@', '[', '`', '{', '\x7F', '\x80', '\xAB', '\xFF'}) {
+          std::string damaged = text;
+          damaged[at] = c;
+          const Result expected = SlowDecode(damaged, flags == kXx);
+          const Result result = Decode(damaged, flags);
+          ASSERT_EQ(result.status, expected.status) << at << " " << static_cast<int>(c);
+          if (expected.status == 0) {
+            ASSERT_EQ(result.data, expected.data) << at << " " << static_cast<int>(c);
+            ASSERT_EQ(result.illegal, expected.illegal) << at << " " << static_cast<int>(c);
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(UuDecode, FullLinesCutAnywhere) {
+  std::mt19937 random(10);
+  const std::string data = Random(45 * 6, random);
+  for (int flags : {kUu, kXx}) {
+    for (bool isChecked : {false, true}) {
+      const std::string text = FullLines(data, flags == kXx, "\r\n", isChecked);
+      for (std::size_t size = 0; size <= text.size(); ++size) {
+        const Result expected = SlowDecode(text.substr(0, size), flags == kXx);
+        const Result result = Decode(text.substr(0, size), flags);
+        ASSERT_EQ(result.status, expected.status) << size;
+        ASSERT_EQ(result.data, expected.status == 0 ? expected.data : "") << size;
+      }
+    }
+  }
+}
+
+TEST(UuDecode, EveryCharacterInEveryPlaceOfALine) {
+  for (int flags : {kUu, kXx}) {
+    for (std::size_t count : {12u, 13u, 30u, 45u, 63u}) {
+      for (int c = 0; c < 256; ++c) {
+        std::string text = SlowEncode(std::string(63, 'u'), flags == kXx).substr(0, 61);
+        text += text.substr(1, 40);
+        text = text.substr(0, 1 + (count + 2) / 3 * 4);
+        text[0] = flags == kXx ? kXxDigits[count] : UuDigit(static_cast<unsigned int>(count));
+        const std::size_t at = 1 + static_cast<std::size_t>(c) % (text.size() - 1);
+        text[at] = static_cast<char>(c);
+        const std::string lines = text + "\r\n" + text + "\n";
+        const Result expected = SlowDecode(lines, flags == kXx);
+        const Result result = Decode(lines, flags);
+        ASSERT_EQ(result.status, expected.status) << c << " " << count;
+        if (expected.status == 0) {
+          ASSERT_EQ(result.data, expected.data) << c << " " << count;
+          ASSERT_EQ(result.illegal, expected.illegal) << c << " " << count;
+        }
+      }
+    }
+  }
+}
+
+TEST(UuDecode, HeaderBehindALongText) {
+  const std::string body = Encode("Cat");
+  const std::string header = "begin 644 cat\r\n";
+  for (std::size_t length = 0; length <= 300; ++length) {
+    std::string prose;
+    while (prose.size() < length) {
+      prose += prose.size() % 5 == 0 ? "\nbe" : "begin ";
+    }
+    prose = prose.substr(0, length);
+    ASSERT_EQ(Decode(prose + "\n" + header + body, kSkipHeader).data, "Cat") << length;
+    ASSERT_EQ(Decode(prose + "\r" + header + body, kSkipHeader).data, "Cat") << length;
+    ASSERT_EQ(Decode(prose + "x" + header + body, kSkipHeader).data, "") << length;
+  }
+}
+
+TEST(UuKernels, KeepToWhatTheyMayScratch) {
+  std::mt19937 random(11);
+  OnEveryLevel([&] {
+    for (bool isXx : {false, true}) {
+      const auto& kernels = qsbase::detail::UuKernelsOf(qsbase::detail::CurrentSimdLevel(), isXx);
+      for (std::size_t size = 0; size <= 150; ++size) {
+        const std::string data = Random(size, random);
+        const Block input(data, 0);
+        std::string text = SlowEncode(data, isXx);
+        text.resize(text.empty() ? 0 : text.size() - 3);  // without the terminator line
+        const std::unique_ptr<unsigned char[]> encoded(new unsigned char[text.size() + 64]);
+        const auto* bytes = reinterpret_cast<const unsigned char*>(input.get());
+        ASSERT_EQ(kernels.encodeLines(bytes, size, encoded.get()), text.size());
+        ASSERT_EQ(std::string(encoded.get(), encoded.get() + text.size()), text);
+
+        const std::size_t lines = size / 45;
+        const Block full(text.substr(0, lines * 63), 0);
+        const auto* begin = reinterpret_cast<const unsigned char*>(full.get());
+        const std::unique_ptr<unsigned char[]> decoded(new unsigned char[lines * 45 + 8]);
+        const auto taken = kernels.decodeFullLines(begin, begin + full.Size(), decoded.get(), 0);
+        const bool isScalar = qsbase::detail::CurrentSimdLevel() == qsbase::detail::SimdLevel::kScalar;
+        ASSERT_EQ(taken.count, isScalar ? 0 : lines);
+        ASSERT_EQ(taken.end, begin + taken.count * 63);
+        ASSERT_EQ(std::string(decoded.get(), decoded.get() + taken.count * 45), data.substr(0, taken.count * 45));
+      }
+    }
+  });
 }
 
 TEST(UuDecode, CountersStartAnewWithEachCall) {
