@@ -28,7 +28,7 @@ inline std::uint32_t Rotate(std::uint32_t value) {
 
 // Each step adds first what does not depend on b, the word that the step before it has just made. A compiler that sorts
 // the terms of a sum otherwise makes that chain longer, and so is kept from seeing one sum.
-inline void Settle(std::uint32_t& sum) {
+inline void Settle([[maybe_unused]] std::uint32_t& sum) {
 #if defined(__clang__)
   asm("" : "+r"(sum));
 #endif
