@@ -34,7 +34,7 @@ constexpr unsigned int kStringGroupsPerLine = 19;
 
 /// The string forms work in pieces of so many groups. A string fills what it grows by with zeros: of a piece they are
 /// still in the first cache when the kernel writes over them.
-constexpr std::size_t kPieceGroups = 4096;
+constexpr std::size_t kPieceGroups = 512;
 
 /// What a failed string convenience throws.
 void ThrowOnError(const char* operation, int status) {

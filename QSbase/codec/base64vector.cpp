@@ -36,7 +36,11 @@ HWY_INLINE ByteVector Repeat(std::uint32_t bytes) {
 
 // ---- Encoding
 
-/// Twelve bytes of data at the start of every block; reads `kBytes` bytes at most.
+/// Encoding a vector reads so many bytes, of which it uses `kData`. Their text does not fit a vector.
+constexpr std::ptrdiff_t kReadable = HWY_TARGET == HWY_AVX2 ? 28 : kBytes;
+static_assert(kReadable / 3 * 4 >= kBytes);
+
+/// Twelve bytes of data at the start of every block.
 HWY_INLINE ByteVector LoadData(const unsigned char* input) {
 #if HWY_TARGET == HWY_AVX2
   const hn::Half<Bytes> half;
@@ -79,7 +83,7 @@ HWY_INLINE ByteVector Characters(ByteVector numbers) {
   return hn::Add(numbers, hn::TableLookupBytes(Table(kOffsets), range));
 }
 
-/// A vector of text from `kData` bytes. Reads `kBytes` bytes.
+/// A vector of text from `kData` bytes.
 HWY_INLINE ByteVector Encoded(const unsigned char* input) { return Characters(SixBits(LoadData(input))); }
 
 struct EncodeState {
@@ -94,18 +98,23 @@ HWY_INLINE void PutLineBreak(char*& output) {
   output += 2;
 }
 
-/// Encodes groups without a break. The last vector may hold fewer groups than it has room for: what it writes behind
-/// them is less than the text of the `kBytes` bytes that were there to read, and so is written again.
-void EncodeRun(EncodeState& state, std::size_t groups) {
-  const unsigned char* input = state.position;
+/// Encodes groups without a break. What is less than a vector in the end is the start of one if that can be read: what
+/// it writes behind them is less than the text of the `kReadable` bytes, and so is written again. Or it is the end of
+/// one that begins in what was encoded before.
+void EncodeRun(EncodeState& state, std::ptrdiff_t groups) {
+  const unsigned char* const begin = state.position;
+  const unsigned char* input = begin;
   char* output = state.output;
-  for (; groups >= kGroups && state.end - input >= kBytes; groups -= kGroups, input += kData, output += kBytes) {
+  for (; groups >= kGroups && state.end - input >= kReadable; groups -= kGroups, input += kData, output += kBytes) {
     StoreBytes(Encoded(input), output);
   }
-  if (groups > 0 && state.end - input >= kBytes) {
+  const std::ptrdiff_t before = kGroups - groups;
+  if (groups > 0 && state.end - input >= kReadable) {
     StoreBytes(Encoded(input), output);
+  } else if (groups > 0 && input - begin >= before * 3 && state.end - input >= kReadable - before * 3) {
+    StoreBytes(Encoded(input - before * 3), output - before * 4);
   } else {
-    Base64EncodeGroups(input, static_cast<std::size_t>(state.end - input), groups, output);
+    Base64EncodeGroups(input, static_cast<std::size_t>(state.end - input), static_cast<std::size_t>(groups), output);
   }
   state.position = input + groups * 3;
   state.output = output + groups * 4;
@@ -114,7 +123,7 @@ void EncodeRun(EncodeState& state, std::size_t groups) {
 /// Encodes whole lines as long as all their vectors can be read.
 void EncodeLines(EncodeState& state, std::ptrdiff_t groups) {
   const std::ptrdiff_t vectors = (groups + kGroups - 1) / kGroups;
-  const std::ptrdiff_t readable = std::max(groups * 3, (vectors - 1) * kData + kBytes);
+  const std::ptrdiff_t readable = std::max(groups * 3, (vectors - 1) * kData + kReadable);
   const unsigned char* input = state.position;
   char* output = state.output;
   for (; state.end - input >= readable; input += groups * 3) {
@@ -128,27 +137,35 @@ void EncodeLines(EncodeState& state, std::ptrdiff_t groups) {
   state.output = output;
 }
 
-char* Encode(const unsigned char* input, std::size_t length, unsigned int groupsPerLine, char* output) {
-  if (length < static_cast<std::size_t>(kBytes)) {
-    return Base64EncodeScalar(input, length, groupsPerLine, output);
-  }
+HWY_NOINLINE char* EncodeByVectors(const unsigned char* input, std::size_t length, unsigned int groupsPerLine,
+                                   char* output) {
   EncodeState state{input, input + length, output};
-  if (groupsPerLine != 0 && groupsPerLine <= length / 3) {
-    EncodeLines(state, static_cast<std::ptrdiff_t>(groupsPerLine));
+  const bool hasLines = groupsPerLine != 0 && groupsPerLine <= length / 3;
+  const std::ptrdiff_t line = hasLines ? static_cast<std::ptrdiff_t>(groupsPerLine) : 0;
+  if (hasLines) {
+    EncodeLines(state, line);
   }
-  if (groupsPerLine != 0 && groupsPerLine < kGroups) {
+  if (hasLines && line < kGroups) {
     return Base64EncodeScalar(state.position, static_cast<std::size_t>(state.end - state.position), groupsPerLine,
                               state.output);
   }
-  for (;;) {
-    const std::size_t groups = static_cast<std::size_t>(state.end - state.position) / 3;
-    if (groupsPerLine == 0 || groups < groupsPerLine) {
-      EncodeRun(state, groups);
-      return Base64EncodeRest(state.position, length % 3, state.output);
-    }
-    EncodeRun(state, groupsPerLine);
+  while (hasLines && state.end - state.position >= line * 3) {
+    EncodeRun(state, line);
     PutLineBreak(state.output);
   }
+  EncodeRun(state, (state.end - state.position) / 3);
+  return Base64EncodeRest(state.position, length % 3, state.output);
+}
+
+/// Less than this is encoded faster without vectors.
+constexpr std::size_t kTiny = std::max(kBytes + kData, std::ptrdiff_t{56});
+
+/// The vectors are set up in functions of their own, so that tiny inputs do not wait for it.
+char* Encode(const unsigned char* input, std::size_t length, unsigned int groupsPerLine, char* output) {
+  if (length < kTiny) {
+    return Base64EncodeScalar(input, length, groupsPerLine, output);
+  }
+  return EncodeByVectors(input, length, groupsPerLine, output);
 }
 
 // ---- Decoding
@@ -370,7 +387,7 @@ bool DecodeScattered(Base64DecodeState& state) {
   return !padded;
 }
 
-void Decode(Base64DecodeState& state) {
+HWY_NOINLINE void DecodeByVectors(Base64DecodeState& state) {
   bool more = true;
   while (more && state.end - state.position >= kAhead && !state.ended) {
     if (state.begun != 0) {
@@ -379,6 +396,12 @@ void Decode(Base64DecodeState& state) {
     }
     DecodeGroups(state);
     more = state.end - state.position >= kWorthCollecting && DecodeScattered(state);
+  }
+}
+
+void Decode(Base64DecodeState& state) {
+  if (state.end - state.position >= kAhead) {
+    DecodeByVectors(state);
   }
   Base64DecodeScalar(state);
 }
