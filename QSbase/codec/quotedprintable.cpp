@@ -14,6 +14,9 @@ namespace {
 constexpr unsigned int kShortText = 0x100000;
 /// A text whose largest possible size is within this needs no measuring.
 constexpr std::uint64_t kUnmeasuredSize = 0x40000;
+/// How many bytes of a longer one are looked at in each place for a guess, and written at once.
+constexpr std::size_t kSampleLength = 512;
+constexpr std::size_t kWrittenPiece = 0x8000;
 
 /// How many bytes are measured at once where it is asked what fits.
 constexpr std::size_t kMeasuredPiece = 1024;
@@ -112,11 +115,13 @@ Text EncodedText(const char* input, unsigned int length, int flags) {
 
 const QPKernels& Kernels() { return QPKernelsOf(CurrentSimdLevel()); }
 
-std::uint64_t SizeOf(const Text& text, const QPLimits& limits) {
-  std::uint64_t column = 0;
-  const std::uint64_t body = Kernels().size(text.data, text.bodyLength, *text.table, limits, column);
+/// The size of what follows `done` bytes of the text.
+std::uint64_t SizeBehind(const Text& text, std::size_t done, const QPLimits& limits, std::uint64_t column) {
+  const std::uint64_t body = Kernels().size(text.data + done, text.bodyLength - done, *text.table, limits, column);
   return body + QPSizeScalar(text.data + text.bodyLength, text.lastLength, *text.lastTable, limits, column);
 }
+
+std::uint64_t SizeOf(const Text& text, const QPLimits& limits) { return SizeBehind(text, 0, limits, 0); }
 
 std::size_t Write(const Text& text, const QPLimits& limits, char* output) {
   std::uint64_t column = 0;
@@ -126,14 +131,18 @@ std::size_t Write(const Text& text, const QPLimits& limits, char* output) {
   return static_cast<std::size_t>(end - output);
 }
 
+/// A part of a text that may be coded by itself, for no CR at its end has its LF behind it.
+std::size_t PieceLength(const unsigned char* data, std::size_t left, std::size_t most) {
+  return left <= most ? left : most - (data[most - 1] == '\r' ? 1 : 0);
+}
+
 /// Counts by pieces that fit as a whole, and byte by byte in the one that does not.
 std::size_t CountFittingBody(const Text& text, const QPLimits& limits, std::uint64_t& column, std::uint64_t& room) {
   const auto size = Kernels().size;
   std::size_t count = 0;
   while (text.bodyLength - count > kMeasuredPiece) {
     const unsigned char* const piece = text.data + count;
-    // A CR may belong to the LF behind it.
-    const std::size_t length = kMeasuredPiece - (piece[kMeasuredPiece - 1] == '\r' ? 1 : 0);
+    const std::size_t length = PieceLength(piece, text.bodyLength - count, kMeasuredPiece);
     std::uint64_t nextColumn = column;
     const std::uint64_t width = size(piece, length, *text.table, limits, nextColumn);
     if (width > room) {
@@ -155,8 +164,103 @@ std::size_t CountFitting(const Text& text, const QPLimits& limits, std::uint64_t
   return body + QPCountFitting(text.data + body, text.lastLength, *text.lastTable, limits, column, room);
 }
 
-/// Every byte a triple with a soft break before it.
-std::uint64_t LargestSize(unsigned int length) { return std::uint64_t{length} * 6; }
+/// No text of this length becomes longer: every byte a triple, and lines as short as soft breaks leave them.
+std::uint64_t LargestSize(std::uint64_t length, const QPLimits& limits) {
+  if (limits.literal < 3) {
+    return 6 * length;
+  }
+  return 3 * length + 3 * (3 * length / limits.triple + 1);
+}
+
+/// What the whole text may need, after a look at some parts of it.
+std::uint64_t EstimatedSize(const Text& text, const QPLimits& limits) {
+  constexpr std::size_t kSamples = 16;
+  const std::size_t stride = text.bodyLength / kSamples;
+  std::uint64_t sampled = 0;
+  for (std::size_t i = 0; i < kSamples; ++i) {
+    std::uint64_t column = 0;
+    sampled += Kernels().size(text.data + i * stride, kSampleLength, *text.table, limits, column);
+  }
+  const std::uint64_t size = sampled * (text.bodyLength / (kSamples * kSampleLength) + 1);
+  return size + size / 32 + LargestSize(kWrittenPiece + 1, limits);
+}
+
+/// Writes a text into a buffer that may turn out to be too small, and then grows once.
+class LongWriter {
+ public:
+  LongWriter(const Text& text, const QPLimits& limits, CoderBuffer& buffer)
+      : _text(text), _limits(limits), _buffer(buffer) {}
+
+  /// Returns 0 or -3.
+  int Write() {
+    const auto encode = Kernels().encode;
+    while (_done != _text.bodyLength) {
+      const unsigned char* const data = _text.data + _done;
+      const std::size_t length = PieceLength(data, _text.bodyLength - _done, kWrittenPiece);
+      if (!HasRoom(length) && GrowToEnd() != kCoderOk) {
+        return kCoderNoMemory;
+      }
+      _size = End(encode(data, length, *_text.table, _limits, _column, _buffer.Data() + _size));
+      _done += length;
+    }
+    _size = End(QPEncodeScalar(_text.data + _done, _text.lastLength, *_text.lastTable, _limits, _column,
+                               _buffer.Data() + _size));
+    return kCoderOk;
+  }
+  std::size_t Size() const { return _size; }
+
+ private:
+  std::size_t End(const char* end) { return static_cast<std::size_t>(end - _buffer.Data()); }
+  /// For a piece, and for the last byte as well.
+  bool HasRoom(std::size_t length) const {
+    return _isExact || _buffer.Size() - _size >= LargestSize(length + 1, _limits);
+  }
+  int GrowToEnd() {
+    const std::uint64_t size = _size + SizeBehind(_text, _done, _limits, _column);
+    _isExact = true;
+    return size > kCoderMaxSize ? kCoderNoMemory : _buffer.Grow(size, _size);
+  }
+
+  const Text& _text;
+  const QPLimits& _limits;
+  CoderBuffer& _buffer;
+  std::size_t _done = 0;
+  std::uint64_t _column = 0;
+  std::size_t _size = 0;
+  bool _isExact = false;
+};
+
+/// Where the buffer can give back what was too much, a guess spares a pass over the text.
+int WriteByGuess(const Text& text, const QPLimits& limits, CoderBuffer& buffer, std::size_t& written) {
+  if (buffer.Allocate(std::min(EstimatedSize(text, limits), kCoderMaxSize)) != kCoderOk) {
+    return kCoderNoMemory;
+  }
+  LongWriter writer(text, limits, buffer);
+  const int status = writer.Write();
+  written = writer.Size();
+  return status;
+}
+
+/// Writes into a buffer that is exactly as large as it must be.
+int WriteExactly(const Text& text, const QPLimits& limits, std::uint64_t size, CoderBuffer& buffer,
+                 std::size_t& written) {
+  if (size > kCoderMaxSize || buffer.Allocate(size) != kCoderOk) {
+    return kCoderNoMemory;
+  }
+  written = Write(text, limits, buffer.Data());
+  return kCoderOk;
+}
+
+int WriteAny(const Text& text, const QPLimits& limits, int flags, CoderBuffer& buffer, std::size_t& written) {
+  const std::uint64_t largest = LargestSize(text.bodyLength + text.lastLength, limits);
+  if (largest <= kUnmeasuredSize) {
+    return WriteExactly(text, limits, largest, buffer, written);
+  }
+  if ((flags & kCoderArrayBuffers) != 0) {
+    return WriteExactly(text, limits, SizeOf(text, limits), buffer, written);
+  }
+  return WriteByGuess(text, limits, buffer, written);
+}
 
 }  // namespace
 
@@ -170,16 +274,13 @@ int CEncodeDecode::EncodeQP(const char* input, unsigned int length, char** outpu
   }
   const QPLimits limits(_maxLineLengthQP);
   const Text text = EncodedText(input, length, flags);
-  std::uint64_t size = LargestSize(length);
-  if (size > kUnmeasuredSize) {
-    size = SizeOf(text, limits);
-  }
   CoderBuffer buffer(flags);
-  if (size > kCoderMaxSize || buffer.Allocate(size) != kCoderOk) {
+  std::size_t written = 0;
+  if (WriteAny(text, limits, flags, buffer, written) != kCoderOk) {
     return kCoderNoMemory;
   }
   _parsedChars = length;
-  return buffer.HandOver(Write(text, limits, buffer.Data()), output, outputLength);
+  return buffer.HandOver(written, output, outputLength);
 }
 
 int CEncodeDecode::EncodeQP(const std::string& input, std::string& output, int flags) {

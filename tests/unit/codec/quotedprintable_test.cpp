@@ -228,6 +228,8 @@ std::string RandomOf(std::mt19937& random, const std::string& characters, std::s
   return text;
 }
 
+std::string Repeated(const char* text, std::size_t count) { return std::string(count, *text); }
+
 /// Text to decode with everything that has a rule in it, sparse or dense.
 std::string RandomEncoded(std::mt19937& random, std::size_t length) {
   static const std::string kPieces[] = {"=41", "=c3", "=\r\n", "=\n", "=\r\r", "==", "=4=", "=G", "\r\n", "=", "="};
@@ -583,7 +585,8 @@ TEST(QuotedPrintable, DecodesTextsCutAnywhereAndSpoiltAnywhere) {
 TEST(QuotedPrintable, BreaksAndTriplesAtEveryColumn) {
   OnEveryLevel([] {
     for (const unsigned int lineLength : {8U, 31U, 32U, 33U, 64U, 75U, 76U, 998U}) {
-      for (std::size_t before = 0; before < 2 * std::size_t{lineLength} + 3; ++before) {
+      const std::size_t last = 2 * std::size_t{lineLength} + 2;
+      for (std::size_t before = last - std::min(last, std::size_t{154}); before <= last; ++before) {
         for (const char* const middle : {"\r\n", "\n", "\r", "=", "==", "a=\r\n", "=\r", "\n\r"}) {
           const std::string data = std::string(before, 'a') + middle + std::string(40, 'b');
           ASSERT_EQ(Encoded(data, kHardBreaks, lineLength), ReferenceEncode(data, kHardBreaks, lineLength));
@@ -612,6 +615,42 @@ TEST(QuotedPrintable, LongTextsOfEveryDensityEncodeMeasureAndFitLikeTheReference
       }
     }
   });
+}
+
+TEST(QuotedPrintable, ALongTextMayBeginLikeAnotherOne) {
+  // Each part of it begins in a way that does not tell how much the rest needs.
+  for (const auto& [first, rest] : {std::pair("a", "="), {"=", "a"}, {"\n", "\xFF"}, {" ", "\r"}}) {
+    std::string data;
+    for (int part = 0; part < 16; ++part) {
+      data += Repeated(first, 1024) + Repeated(rest, 11000);
+    }
+    for (const unsigned int lineLength : {2U, 3U, 20U, 75U}) {
+      const std::string expected = ReferenceEncode(data, kHardBreaks, lineLength);
+      OnEveryLevel([&] {
+        EXPECT_TRUE(Encoded(data, kHardBreaks, lineLength) == expected) << first << rest << lineLength;
+        EXPECT_TRUE(Encoded(data, kHardBreaks | kArrayBuffers, lineLength) == expected) << first << rest << lineLength;
+        EXPECT_EQ(Measured(data, kHardBreaks, lineLength), expected.size());
+      });
+    }
+  }
+}
+
+TEST(QuotedPrintable, ALongTextOfHardBreaksKeepsItsPairs) {
+  std::string pairs;
+  for (int i = 0; i < 100000; ++i) {
+    pairs += "\r\n";
+  }
+  struct Row {
+    const char* start;
+    const char* written;
+    unsigned int fitting;
+  };
+  for (const Row& row : {Row{"", "", 100000}, {"a", "a", 100001}, {"\n", "\r\n", 99999}, {"\r", "\r\n", 99999}}) {
+    OnEveryLevel([&] {
+      EXPECT_TRUE(Encoded(row.start + pairs, kHardBreaks) == row.written + pairs);
+      EXPECT_EQ(Fitting(row.start + pairs, 100001, kHardBreaks, 75), row.fitting);
+    });
+  }
 }
 
 TEST(QuotedPrintable, NullPointers) {
