@@ -3,9 +3,6 @@
 #include <QSbase/text/qsstring.h>
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-#include <cctype>
-#include <charconv>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -21,23 +18,6 @@ const std::string& Text() {
 
 void CountBytes(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(Text().size()));
-}
-
-void ToLower(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(QsString::ToLower(Text()));
-  }
-  CountBytes(state);
-}
-
-void StdToLower(benchmark::State& state) {
-  for (auto _ : state) {
-    std::string text = Text();
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    benchmark::DoNotOptimize(text);
-  }
-  CountBytes(state);
 }
 
 void Split(benchmark::State& state) {
@@ -81,21 +61,6 @@ void StdReplace(benchmark::State& state) {
   CountBytes(state);
 }
 
-void ToHex(benchmark::State& state) {
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(String2Hex(Text()));
-  }
-  CountBytes(state);
-}
-
-void FromHex(benchmark::State& state) {
-  const std::string hex = String2Hex(Text());
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(Hex2String(hex));
-  }
-  CountBytes(state);
-}
-
 void Trim(benchmark::State& state) {
   const std::string text = "   \t a line of a header, say, with blanks around it \r\n";
   for (auto _ : state) {
@@ -122,14 +87,10 @@ void DateToText(benchmark::State& state) {
   }
 }
 
-BENCHMARK(ToLower);
-BENCHMARK(StdToLower);
 BENCHMARK(Split);
 BENCHMARK(StdSplit);
 BENCHMARK(Replace);
 BENCHMARK(StdReplace);
-BENCHMARK(ToHex);
-BENCHMARK(FromHex);
 BENCHMARK(Trim);
 BENCHMARK(ReadInteger);
 BENCHMARK(StdReadInteger);

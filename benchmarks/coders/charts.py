@@ -16,6 +16,7 @@ COLOURS = {  # what of: on light pages, on dark ones
     "scalar": ("stroke", "#0550ae", "#4493f8"),
     "peer": ("fill", "#b4bcc5", "#59636e"),
     "memcpy": ("stroke", "#59636e", "#9198a1"),
+    "malloc": ("stroke", "#59636e", "#9198a1"),
     "s0": ("stroke", "#0550ae", "#4493f8"),
     "s1": ("stroke", "#b35900", "#f0883e"),
     "s2": ("stroke", "#1a7f37", "#3fb950"),
@@ -30,7 +31,7 @@ def rules(theme):
 STYLE = f"""<style>
 text {{ font: 11px system-ui, "DejaVu Sans", sans-serif; }}
 .title {{ font-size: 15px; font-weight: 600; }} .name {{ font-weight: 600; }}
-.ceiling, polyline {{ stroke-width: 2; }} polyline, .scalar {{ fill: none; }} .memcpy {{ stroke-dasharray: 5 4; }}
+.ceiling, polyline {{ stroke-width: 2; }} polyline, .scalar {{ fill: none; }} .memcpy {{ stroke-dasharray: 6 4; }} .malloc {{ stroke-dasharray: 2 3; }}
 {rules(1)}
 @media (prefers-color-scheme: dark) {{ {rules(2)} }}
 </style>"""
@@ -147,7 +148,7 @@ def bars(groups, memcpy, where):
 
 # Growth
 
-COLUMNS, PLOT_WIDTH, PLOT_HEIGHT = 3, 290, 240
+COLUMNS, PLOT_WIDTH, PLOT_HEIGHT, PLOT_FOOT = 3, 290, 240, 154
 
 
 def plot(x, y, title, lines, sizes, exponents):
@@ -166,16 +167,17 @@ def plot(x, y, title, lines, sizes, exponents):
     for size in sizes[::4]:
         drawn += text(across(size), y + PLOT_HEIGHT + 15, size_name(size), "soft", "middle")
     for i, (name, points) in enumerate(lines):
-        kind = "memcpy" if i == 0 else f"s{i - 1}"
+        kind = ("memcpy", "malloc", "s0", "s1", "s2", "s3")[i]
         path = " ".join(f"{across(size):.1f},{up(seconds * 1e9):.1f}" for size, seconds in points)
         drawn += f'<polyline points="{path}" class="{kind}"/>\n'
-        drawn += f'<polyline points="{x + 8},{y + 13 + 16 * i} {x + 30},{y + 13 + 16 * i}" class="{kind}"/>\n'
-        drawn += text(x + 36, y + 17 + 16 * i, f"{name}: {short_time(points[0][1])} to {short_time(points[-1][1])}")
+        below = y + PLOT_HEIGHT + 34 + 15 * i
+        drawn += f'<polyline points="{x},{below} {x + 24},{below}" class="{kind}"/>\n'
+        drawn += text(x + 32, below + 4, f"{name}: {short_time(points[0][1])} to {short_time(points[-1][1])}")
     return drawn
 
 
 def growth(panels, where):
-    """panels: (title, [(name, [(size, seconds)])]), memcpy first."""
+    """panels: (title, [(name, [(size, seconds)])]), memcpy first, with malloc second."""
     points = [point for _, lines in panels for _, its in lines for point in its]
     sizes = sorted({size for size, _ in points})
     logs = [math.log10(seconds * 1e9) for _, seconds in points]
@@ -184,7 +186,7 @@ def growth(panels, where):
     drawn += text(20, 42, where, "soft")
     for i, (title, lines) in enumerate(panels):
         x = 58 + (i % COLUMNS) * (PLOT_WIDTH + 62)
-        y = 84 + (i // COLUMNS) * (PLOT_HEIGHT + 62)
+        y = 84 + (i // COLUMNS) * (PLOT_HEIGHT + PLOT_FOOT)
         drawn += plot(x, y, title, lines, sizes, exponents)
-    height = 84 + math.ceil(len(panels) / COLUMNS) * (PLOT_HEIGHT + 62) - 30
+    height = 84 + math.ceil(len(panels) / COLUMNS) * (PLOT_HEIGHT + PLOT_FOOT) - 30
     return picture(58 + COLUMNS * (PLOT_WIDTH + 62) - 40, height, "Time of a call from 64 bytes to 256 MiB", drawn)

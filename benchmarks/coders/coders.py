@@ -1,12 +1,13 @@
 #!/usr/bin/python3
 """The coders beside their peers: checks outputs, takes times, writes two pictures and the tables of benchmarks.md.
 
-usage: coders.py PATH_TO_BENCH_CODERS DOCS_FOLDER [--quick]
+usage: coders.py PATH_TO_BENCH_CODERS DOCS_FOLDER [--quick] [--rounds N]
 
-Rounds in which everyone takes a turn; medians of them, time of the processor. Each picture and table is made from the
-rounds of this one call. --quick takes one short round and sizes up to 1 MiB for the second picture.
+Rounds (5) in which everyone takes a turn; medians of them, time of the processor. Each picture and table is made from
+the rounds of this one call. --quick takes one short round, and sizes up to 1 MiB for the second picture.
 """
 
+import argparse
 import collections
 import datetime
 import json
@@ -16,7 +17,6 @@ import re
 import shutil
 import statistics
 import subprocess
-import sys
 import tempfile
 
 import charts
@@ -106,6 +106,9 @@ class Times:
         """Our fastest form: the kernel, or what has no kernel of its own."""
         return self.rate(job, f"kernel {level}") or self.rate(job, f"interface {level}")
 
+    def rounds(self):
+        return len(self._samples["memcpy", "memcpy", LARGE])
+
     def memcpy(self):
         return self.rate("memcpy", "memcpy")
 
@@ -141,9 +144,10 @@ def time_scripts(times, folder, min_time):
             times.add(job, who, LARGE, float(seconds))
 
 
-def measure(program, quick):
+def measure(program, quick, rounds):
     times = Times()
-    rounds, growth_rounds, min_time = (1, 1, 0.005) if quick else (5, 3, 0.03)
+    rounds, min_time = (1, 0.005) if quick else (rounds, 0.03)
+    growth_rounds = (rounds + 1) // 2
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
     with tempfile.TemporaryDirectory(dir=memory, prefix="coders-") as name:
         folder = pathlib.Path(name)
@@ -159,7 +163,7 @@ def measure(program, quick):
         sizes = "|".join(str(size) for size in others if not quick or size <= 1 << 20)
         for turn in range(growth_rounds):
             print(f"sizes, round {turn + 1} of {growth_rounds}", flush=True)
-            time_program(times, program, f"/(memcpy|interface {times.level()})/({sizes})$", min_time / 3, folder)
+            time_program(times, program, f"/(memcpy|malloc, memcpy|interface {times.level()})/({sizes})$", min_time / 3, folder)
     return times
 
 
@@ -211,14 +215,14 @@ def goals_table(times, level):
 
 
 def tiny_table(times, level):
-    """What 64 bytes cost at each level; a level above scalar that costs more than scalar is told."""
+    """What 64 bytes cost at each level."""
     levels = LEVELS[:LEVELS.index(level) + 1]
-    text = row("ns a call", *(f"{what} {name}" for what in ("kernel", "interface") for name in levels), "best / scalar")
+    text = row("ns a call", *(f"{what} {name}" for what in ("kernel", "interface") for name in levels), "slowest level / scalar")
     text += "|---|" + "---:|" * (2 * len(levels) + 1) + "\n"
     for job, title in TITLES.items():
         cells = [times.seconds(job, f"{what} {name}", TINY) for what in ("kernel", "interface") for name in levels]
-        what = "kernel" if cells[0] else "interface"
-        ratio = times.seconds(job, f"{what} {level}", TINY) / times.seconds(job, f"{what} scalar", TINY)
+        own = cells[:len(levels)] if cells[0] else cells[len(levels):]
+        ratio = max(own[1:], default=own[0]) / own[0]
         text += row(title, *(figure(cell and cell * 1e9) for cell in cells), figure(ratio, 2))
     return text
 
@@ -229,16 +233,18 @@ def growth_table(times, level):
     text = row("GB/s", *map(charts.size_name, sizes)) + "|---|" + "---:|" * len(sizes) + "\n"
     for job, title in TITLES.items():
         text += row(title, *(figure(times.rate(job, who, size)) for size in sizes))
-    return text + row("memcpy", *(figure(times.rate("memcpy", "memcpy", size)) for size in sizes))
+    for who in ("memcpy", "malloc, memcpy"):
+        text += row(who, *(figure(times.rate("memcpy", who, size)) for size in sizes))
+    return text
 
 
 def section(times, where):
     level = times.level()
-    return f"""Measured on {where}; vectors of level {level}; load {os.getloadavg()[0]:.1f} at the end. One thread,
-time of the processor, medians of rounds in which everyone takes a turn, GB (10^9 bytes) of data a second whichever way
-the data goes, after all outputs were compared. 16 MiB of random bytes in memory, or of mail text; memcpy of as much
-{figure(times.memcpy())} GB/s. A kernel writes to memory that stands ready; the interface allocates its result.
-"process" is a whole program with a file in and a file out; uulib (uudeview's library) reads and writes files.
+    return f"""Measured on {where}; vectors of level {level}; load {os.getloadavg()[0]:.1f} at the end.
+
+One thread, time of the processor, medians of {times.rounds()} rounds in which everyone takes a turn, GB (10^9 bytes) of
+data a second whichever way the data goes, after all outputs were compared. 16 MiB of random bytes in memory, or of mail text; memcpy of as much
+{figure(times.memcpy())} GB/s, and {figure(times.rate("memcpy", "malloc, memcpy"))} into memory from malloc.
 
 ![Rates of the coders beside their peers](benchmarks-coders.svg)
 
@@ -273,23 +279,26 @@ def draw(times, docs, where):
     (docs / "benchmarks-coders.svg").write_text(charts.bars(groups, times.memcpy(), where))
     panels = []
     for title, jobs in GROWTH_PANELS:
-        lines = [("memcpy", "memcpy", "memcpy")] + [(TITLES[job].replace(", lines", ""), job, f"interface {level}") for job in jobs]
+        lines = [(who, "memcpy", who) for who in ("memcpy", "malloc, memcpy")]
+        lines += [(TITLES[job].replace(", lines", ""), job, f"interface {level}") for job in jobs]
         panels.append((title, [(name, [(size, times.seconds(job, who, size)) for size in times.sizes(job, who)])
                                for name, job, who in lines]))
     (docs / "benchmarks-coders-growth.svg").write_text(charts.growth(panels, where))
 
 
 def main():
-    arguments = [word for word in sys.argv[1:] if word != "--quick"]
-    if len(arguments) != 2:
-        sys.exit(__doc__)
-    docs = pathlib.Path(arguments[1])
-    docs.mkdir(parents=True, exist_ok=True)
-    times = measure(pathlib.Path(arguments[0]).resolve(), "--quick" in sys.argv)
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("program", type=pathlib.Path)
+    parser.add_argument("docs", type=pathlib.Path)
+    parser.add_argument("--quick", action="store_true")
+    parser.add_argument("--rounds", type=int, default=5)
+    arguments = parser.parse_args()
+    arguments.docs.mkdir(parents=True, exist_ok=True)
+    times = measure(arguments.program.resolve(), arguments.quick, arguments.rounds)
     where = f"{datetime.date.today()}, {machine()}"
     text = section(times, where)
-    rewrite(docs / "benchmarks.md", text)
-    draw(times, docs, where)
+    rewrite(arguments.docs / "benchmarks.md", text)
+    draw(times, arguments.docs, where)
     print(text)
 
 
