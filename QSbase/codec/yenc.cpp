@@ -1,47 +1,14 @@
 #include <QSbase/codec/coderbuffer.h>
 #include <QSbase/codec/encodedecode.h>
-#include <QSbase/codec/hash.h>
 #include <QSbase/codec/yenckernel.h>
 #include <QSbase/simd/search.h>
 #include <QSbase/text/qsstring.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
 #include <exception>
 #include <string_view>
-
-namespace qsbase::detail {
-namespace {
-
-/// A "=" before the NUL that ends the data counts as little as that.
-YEncDecoded DecodedOf(const YEncDecoding& decoding, const unsigned char* input, const unsigned char* output) {
-  const std::ptrdiff_t consumed = decoding.read - input - (decoding.isOver && decoding.isEscape ? 1 : 0);
-  return {static_cast<std::size_t>(consumed), static_cast<std::size_t>(decoding.written - output)};
-}
-
-}  // namespace
-
-std::uint64_t YEncMeasure(const unsigned char* input, std::size_t length, std::uint32_t lineLength, bool plainTabDot) {
-  YEncLine line = YEncFirstLine(lineLength, length, plainTabDot);
-  const std::uint64_t size = YEncKernelsOf(CurrentSimdLevel()).measure(input, length, line);
-  return size + (line.room == line.length ? 0 : 2);
-}
-
-std::size_t YEncEncode(const unsigned char* input, std::size_t length, unsigned char* output, std::uint32_t lineLength,
-                       bool plainTabDot) {
-  YEncLine line = YEncFirstLine(lineLength, length, plainTabDot);
-  unsigned char* end = YEncKernelsOf(CurrentSimdLevel()).encode(input, length, output, line);
-  end = line.room == line.length ? end : YEncPutBreak(end);
-  return static_cast<std::size_t>(end - output);
-}
-
-YEncDecoded YEncDecode(const unsigned char* input, std::size_t length, unsigned char* output) {
-  YEncDecoding decoding{input, output};
-  YEncKernelsOf(CurrentSimdLevel()).decode(decoding, input + length);
-  return DecodedOf(decoding, input, output);
-}
-
-}  // namespace qsbase::detail
 
 using namespace qsbase::detail;
 
@@ -54,6 +21,11 @@ constexpr std::string_view kEndMark = "=yend ";
 constexpr std::string_view kLineMark = "=y";
 constexpr std::string_view kNameKey = "name=";
 constexpr std::string_view kLineBreaks = "\r\n";
+constexpr const char* kLowerDigits = "0123456789abcdef";
+constexpr const char* kUpperDigits = "0123456789ABCDEF";
+
+/// As much is coded at once as the nearest caches keep until its CRC is computed.
+constexpr std::size_t kPiece = 0x4000;
 
 const unsigned char* AsBytes(const char* text) { return reinterpret_cast<const unsigned char*>(text); }
 
@@ -92,7 +64,7 @@ std::string HeaderText(const CYEncData& header, unsigned int length) {
 std::string TrailerText(const CYEncData& header, unsigned int length, std::uint32_t crc) {
   std::string text = "=yend size=" + std::to_string(length);
   text += header.part >= 0 ? " part=" + std::to_string(header.part) + " pcrc32=" : " crc32=";
-  return text + HexOfCrc(crc, "0123456789abcdef") + "\r\n";
+  return text + HexOfCrc(crc, kLowerDigits) + "\r\n";
 }
 
 /// Runs what makes texts of a header, which may be long. A lack of memory becomes a status.
@@ -108,19 +80,130 @@ int MakeTexts(Operation operation) {
 
 /// What is written around the lines; both are empty without 0x1000.
 struct Frame {
-  /// Returns 0 or -3.
-  int Make(const CYEncData& header, const char* input, unsigned int length, int flags) {
+  /// Makes them, with a CRC of 0. Returns 0 or -3.
+  int Make(const CYEncData& header, unsigned int length, int flags) {
     if ((flags & kCoderYEncWriteHeader) == 0) {
       return kCoderOk;
     }
     return MakeTexts([&] {
       begin = HeaderText(header, length);
-      end = TrailerText(header, length, QsCalcCRC32(input, length));
+      end = TrailerText(header, length, 0);
     });
+  }
+
+  std::uint64_t Size() const { return begin.size() + end.size(); }
+
+  /// Puts the CRC in.
+  void SetCrc(std::uint32_t crc) {
+    if (!end.empty()) {
+      end.replace(end.size() - kLineBreaks.size() - 8, 8, HexOfCrc(crc, kLowerDigits));
+    }
   }
 
   std::string begin;
   std::string end;
+};
+
+/// The CRC-32 of data that comes in pieces.
+class RunningCrc {
+ public:
+  void Add(const unsigned char* data, std::size_t length) { _crc = crc32(_crc, data, static_cast<uInt>(length)); }
+  std::uint32_t Value() const { return static_cast<std::uint32_t>(_crc); }
+
+ private:
+  uLong _crc = crc32(0, nullptr, 0);
+};
+
+/// The longest that so many characters get by their line breaks, wherever in a line they begin.
+std::uint64_t WithBreaks(std::uint64_t characters, std::uint32_t lineLength) {
+  return characters + 2 * (characters / lineLength + 2);
+}
+
+/// Encodes into a buffer of the likely size, piece by piece. What is left is counted only when it may not fit.
+class Encoder {
+ public:
+  Encoder(const char* input, unsigned int length, const CYEncData& header, int flags)
+      : _next(AsBytes(input)),
+        _left(length),
+        _columns(header.lineLength),
+        _line(YEncFirstLine(header.lineLength, length, IsPlainTabDot(flags))),
+        _isFramed((flags & kCoderYEncWriteHeader) != 0),
+        _buffer(flags) {}
+
+  /// Returns 0 or -3, as the coder does.
+  int Run(Frame& frame, char** output, unsigned int& outputLength) {
+    if (_buffer.Allocate(frame.Size() + LikelySize()) != kCoderOk) {
+      return kCoderNoMemory;
+    }
+    Append(frame.begin);
+    while (_left != 0) {
+      if (MakeRoom(frame.end.size()) != kCoderOk) {
+        return kCoderNoMemory;
+      }
+      EncodePiece();
+    }
+    if (_line.room != _line.length) {
+      Append(kLineBreaks);
+    }
+    frame.SetCrc(_crc.Value());
+    Append(frame.end);
+    return _buffer.HandOver(_written, output, outputLength);
+  }
+
+ private:
+  std::size_t PieceSize() const { return std::min<std::size_t>(_left, kPiece); }
+
+  /// Of a single piece all bytes may be escaped; of more, what a sample tells, and a little. Closely, as a buffer that
+  /// turns out much too long is cut.
+  std::uint64_t LikelySize() const {
+    constexpr std::uint64_t kMargin = 0x4000;
+    const std::uint64_t onePiece = WithBreaks(2 * PieceSize(), _columns);
+    return _left <= kPiece ? onePiece : WithBreaks(_left + LikelyEscapes() + kMargin, _columns) + onePiece;
+  }
+
+  /// The escapes of a sixteenth of each piece, times that.
+  std::uint64_t LikelyEscapes() const {
+    constexpr std::size_t kSample = kPiece / 16;
+    std::uint64_t escapes = 0;
+    for (std::size_t at = 0; _left - at >= kPiece; at += kPiece) {
+      escapes += _kernels.countEscapes(_next + at, kSample, _line.plainTabDot);
+    }
+    return escapes * (kPiece / kSample);
+  }
+
+  int MakeRoom(std::size_t behind) {
+    const std::uint64_t room = _buffer.Size() - _written - behind;
+    if (_isCounted || room >= WithBreaks(2 * PieceSize(), _columns)) {
+      return kCoderOk;
+    }
+    _isCounted = true;
+    const std::uint64_t characters = _left + _kernels.countEscapes(_next, _left, _line.plainTabDot);
+    return _buffer.Grow(_written + WithBreaks(characters, _columns) + behind, _written);
+  }
+
+  void EncodePiece() {
+    const std::size_t size = PieceSize();
+    if (_isFramed) {
+      _crc.Add(_next, size);
+    }
+    unsigned char* const out = AsBytes(_buffer.Data()) + _written;
+    _written += static_cast<std::size_t>(_kernels.encode(_next, size, out, _line) - out);
+    _next += size;
+    _left -= size;
+  }
+
+  void Append(std::string_view text) { _written += text.copy(_buffer.Data() + _written, text.size()); }
+
+  const YEncKernels& _kernels = YEncKernelsOf(CurrentSimdLevel());
+  const unsigned char* _next;
+  std::size_t _left;
+  std::uint32_t _columns;
+  YEncLine _line;
+  bool _isFramed;
+  bool _isCounted = false;
+  RunningCrc _crc;
+  CoderBuffer _buffer;
+  std::size_t _written = 0;
 };
 
 bool StartsLine(std::string_view text, std::size_t at) {
@@ -260,22 +343,43 @@ int SelectData(const char*& input, unsigned int& length, int flags, CYEncData* h
   return CEncodeDecode::FindYEncDataBlock(input, length, blockBegin, blockEnd, input, length, header);
 }
 
-void StoreResult(CYEncData* header, const YEncDecoded& decoded, const char* output) {
+void StoreResult(CYEncData* header, std::ptrdiff_t consumed, std::uint32_t crc) {
   if (header == nullptr) {
     return;
   }
-  header->consumedLength = static_cast<std::uint32_t>(decoded.consumed);
+  header->consumedLength = static_cast<std::uint32_t>(consumed);
   header->computedCrcText.clear();
   if (header->HasCRC()) {
-    const std::uint32_t crc = QsCalcCRC32(output, static_cast<unsigned int>(decoded.written));
-    header->computedCrcText = HexOfCrc(crc, "0123456789ABCDEF");
+    header->computedCrcText = HexOfCrc(crc, kUpperDigits);
   }
+}
+
+/// Decodes to a buffer that has room for as many bytes, or is the input or begins before it; records in the header what
+/// came of it, and the CRC if the trailer told one. Returns the length of the data.
+std::size_t DecodeData(const char* input, std::size_t length, char* output, CYEncData* header) {
+  const YEncKernels& kernels = YEncKernelsOf(CurrentSimdLevel());
+  const bool needsCrc = header != nullptr && header->HasCRC();
+  const unsigned char* const end = AsBytes(input) + length;
+  YEncDecoding decoding{AsBytes(input), AsBytes(output)};
+  RunningCrc crc;
+  while (!decoding.isOver && decoding.read != end) {
+    const auto left = static_cast<std::size_t>(end - decoding.read);
+    const unsigned char* const data = decoding.written;
+    kernels.decode(decoding, decoding.read + (needsCrc ? std::min(left, kPiece) : left));
+    if (needsCrc) {
+      crc.Add(data, static_cast<std::size_t>(decoding.written - data));
+    }
+  }
+  // A "=" before the NUL that ends the data is not consumed.
+  const std::ptrdiff_t consumed = decoding.read - AsBytes(input) - (decoding.isOver && decoding.isEscape ? 1 : 0);
+  StoreResult(header, consumed, crc.Value());
+  return static_cast<std::size_t>(decoding.written - AsBytes(output));
 }
 
 /// Of an empty input the record tells as of any other: what an earlier decode left there would pass for its result.
 void StoreEmptyResult(CYEncData* header, int status) {
   if (status == kCoderOk) {
-    StoreResult(header, YEncDecoded{0, 0}, nullptr);
+    StoreResult(header, 0, 0);
   }
 }
 
@@ -316,11 +420,13 @@ int CEncodeDecode::CalcEncodedMemoryYEnc(const char* input, unsigned int length,
     return kCoderBadLine;
   }
   Frame frame;
-  if (frame.Make(header, input, length, flags) != kCoderOk) {
+  if (frame.Make(header, length, flags) != kCoderOk) {
     return kCoderNoMemory;
   }
-  const std::uint64_t lines = YEncMeasure(AsBytes(input), length, header.lineLength, IsPlainTabDot(flags));
-  return StoreCoderSize(frame.begin.size() + lines + frame.end.size(), size);
+  YEncLine line = YEncFirstLine(header.lineLength, length, IsPlainTabDot(flags));
+  std::uint64_t lines = YEncKernelsOf(CurrentSimdLevel()).measure(AsBytes(input), length, line);
+  lines += line.room == line.length ? 0 : kLineBreaks.size();
+  return StoreCoderSize(frame.Size() + lines, size);
 }
 
 int CEncodeDecode::EncodeYEnc(const char* input, unsigned int length, char** output, unsigned int& outputLength,
@@ -333,21 +439,10 @@ int CEncodeDecode::EncodeYEnc(const char* input, unsigned int length, char** out
     return kCoderBadLine;
   }
   Frame frame;
-  if (frame.Make(header, input, length, flags) != kCoderOk) {
+  if (frame.Make(header, length, flags) != kCoderOk) {
     return kCoderNoMemory;
   }
-  const bool plainTabDot = IsPlainTabDot(flags);
-  const std::uint64_t characters =
-      length + YEncKernelsOf(CurrentSimdLevel()).countEscapes(AsBytes(input), length, plainTabDot);
-  const std::uint64_t breaks = 2 * (characters / header.lineLength + 1);
-  CoderBuffer buffer(flags);
-  if (buffer.Allocate(frame.begin.size() + characters + breaks + frame.end.size()) != kCoderOk) {
-    return kCoderNoMemory;
-  }
-  std::size_t written = frame.begin.copy(buffer.Data(), frame.begin.size());
-  written += YEncEncode(AsBytes(input), length, AsBytes(buffer.Data() + written), header.lineLength, plainTabDot);
-  written += frame.end.copy(buffer.Data() + written, frame.end.size());
-  return buffer.HandOver(written, output, outputLength);
+  return Encoder(input, length, header, flags).Run(frame, output, outputLength);
 }
 
 int CEncodeDecode::EncodeYEnc(const std::string& input, std::string& output, const CYEncData& header, int flags) {
@@ -371,9 +466,7 @@ int CEncodeDecode::DecodeYEnc(const char* input, unsigned int length, char** out
   if (buffer.Allocate(length) != kCoderOk) {
     return kCoderNoMemory;
   }
-  const YEncDecoded decoded = YEncDecode(AsBytes(input), length, AsBytes(buffer.Data()));
-  StoreResult(header, decoded, buffer.Data());
-  return buffer.HandOver(decoded.written, output, outputLength);
+  return buffer.HandOver(DecodeData(input, length, buffer.Data(), header), output, outputLength);
 }
 
 int CEncodeDecode::DecodeYEnc(const std::string& input, std::string& output, int flags, CYEncData* header) {
@@ -394,12 +487,7 @@ int CEncodeDecode::DecodeYEncInline(char* buffer, unsigned int length, unsigned 
   if (status != kCoderOk) {
     return status;
   }
-  if (data != buffer) {
-    std::memmove(buffer, data, length);
-  }
-  const YEncDecoded decoded = YEncDecode(AsBytes(buffer), length, AsBytes(buffer));
-  StoreResult(header, decoded, buffer);
-  outputLength = static_cast<unsigned int>(decoded.written);
+  outputLength = static_cast<unsigned int>(DecodeData(data, length, buffer, header));
   return kCoderOk;
 }
 

@@ -26,11 +26,6 @@ struct YEncDecoding {
   bool isOver = false;    ///< `read` is at a NUL, which ends the data
 };
 
-struct YEncDecoded {
-  std::size_t consumed;
-  std::size_t written;
-};
-
 /// Bytes behind what an encoder returns that it may scratch.
 inline constexpr std::size_t kYEncSlack = 16;
 
@@ -85,18 +80,6 @@ inline YEncLine YEncFirstLine(std::uint32_t lineLength, std::size_t inputLength,
   const auto columns = static_cast<std::size_t>(lineLength < most ? lineLength : most);
   return {columns, columns, plainTabDot};
 }
-
-/// The exact size of the encoded lines, with their breaks. `lineLength` is above 0.
-std::uint64_t YEncMeasure(const unsigned char* input, std::size_t length, std::uint32_t lineLength, bool plainTabDot);
-
-/// Encodes into lines, each with its CR LF. Returns the bytes written, `YEncMeasure` of them; up to `kYEncSlack` more
-/// behind them may be scratched. `lineLength` is above 0.
-std::size_t YEncEncode(const unsigned char* input, std::size_t length, unsigned char* output, std::uint32_t lineLength,
-                       bool plainTabDot);
-
-/// Decodes up to the end or to a NUL byte, which is not consumed, nor is a "=" before it. `output` is the input itself,
-/// or other memory with room for the input's length.
-YEncDecoded YEncDecode(const unsigned char* input, std::size_t length, unsigned char* output);
 
 }  // namespace qsbase::detail
 
