@@ -27,7 +27,7 @@ struct YEncDecoding {
 };
 
 /// Bytes behind what an encoder returns that it may scratch.
-inline constexpr std::size_t kYEncSlack = 16;
+inline constexpr std::size_t kYEncSlack = 32;
 
 /// One level's kernels.
 struct YEncKernels {

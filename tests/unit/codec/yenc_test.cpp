@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include <common/memorylimit.h>
+#include <common/simdlevels.h>
 
 namespace {
 
@@ -140,7 +142,7 @@ TEST(YEncEncode, Escapes) {
   EXPECT_EQ(Encode("\x13", CYEncData(), kPlainTabDot), "=}\r\n");
 }
 
-TEST(YEncEncode, EveryByteBothWays) {
+void CheckEveryByteBothWays() {
   for (int flags : {0, kPlainTabDot}) {
     for (int c = 0; c < 256; ++c) {
       const std::string data(1, static_cast<char>(c));
@@ -149,6 +151,8 @@ TEST(YEncEncode, EveryByteBothWays) {
     }
   }
 }
+
+TEST(YEncEncode, EveryByteBothWays) { qsbase::test::OnEveryLevel(CheckEveryByteBothWays); }
 
 TEST(YEncEncode, Lines) {
   EXPECT_EQ(Encode(std::string(128, 'a')).size(), 130u);
@@ -199,7 +203,7 @@ TEST(YEncEncode, TrailerKeepsLeadingZerosOfTheCrc) {
   EXPECT_NE(Encode(data, CYEncData(), kHeader).find(" crc32=00000000\r\n"), std::string::npos);
 }
 
-TEST(YEncEncode, MatchesTheSlowEncoder) {
+void CheckMatchesTheSlowEncoder() {
   std::mt19937 random(1);
   for (std::size_t size = 0; size <= 300; ++size) {
     for (std::uint32_t line : {1u, 2u, 3u, 7u, 8u, 9u, 63u, 64u, 127u, 128u, 129u, 254u, 255u, 1000u, 4294967295u}) {
@@ -216,7 +220,9 @@ TEST(YEncEncode, MatchesTheSlowEncoder) {
   }
 }
 
-TEST(YEncEncode, LongInputsMatchTheSlowEncoder) {
+TEST(YEncEncode, MatchesTheSlowEncoder) { qsbase::test::OnEveryLevel(CheckMatchesTheSlowEncoder); }
+
+void CheckLongInputsMatchTheSlowEncoder() {
   std::mt19937 random(2);
   for (int i = 0; i < 60; ++i) {
     const std::string data = i % 2 == 0 ? Random(random() % 5000, random) : Hostile(random() % 5000, random);
@@ -225,12 +231,16 @@ TEST(YEncEncode, LongInputsMatchTheSlowEncoder) {
   }
 }
 
-TEST(YEncEncode, OnlyEscapes) {
+TEST(YEncEncode, LongInputsMatchTheSlowEncoder) { qsbase::test::OnEveryLevel(CheckLongInputsMatchTheSlowEncoder); }
+
+void CheckOnlyEscapes() {
   const std::string data(1000, '\x13');
   for (std::uint32_t line : {1u, 2u, 127u, 128u}) {
     EXPECT_EQ(Encode(data, WithLine(line)), SlowLines(data, line, false));
   }
 }
+
+TEST(YEncEncode, OnlyEscapes) { qsbase::test::OnEveryLevel(CheckOnlyEscapes); }
 
 TEST(YEncEncode, MeasureCountsHeaderAndTrailer) {
   CYEncData header;
@@ -275,7 +285,7 @@ TEST(YEncDecode, Rules) {
   EXPECT_EQ(Decode("\r\n"), "");
 }
 
-TEST(YEncDecode, AllThreeFormsMatchTheSlowDecoder) {
+void CheckAllThreeFormsMatchTheSlowDecoder() {
   std::mt19937 random(3);
   for (std::size_t size = 0; size <= 300; ++size) {
     for (int round = 0; round < 12; ++round) {
@@ -295,7 +305,11 @@ TEST(YEncDecode, AllThreeFormsMatchTheSlowDecoder) {
   }
 }
 
-TEST(YEncDecode, SpecialsAtEveryPlaceOfAWord) {
+TEST(YEncDecode, AllThreeFormsMatchTheSlowDecoder) {
+  qsbase::test::OnEveryLevel(CheckAllThreeFormsMatchTheSlowDecoder);
+}
+
+void CheckSpecialsAtEveryPlaceOfAWord() {
   for (std::size_t size = 1; size <= 40; ++size) {
     for (std::size_t at = 0; at < size; ++at) {
       for (char special : {'\0', '\r', '\n', '=', '\x01', '\x0B', '\x0C', '\x0E', '<', '>', '\x80', '\xFF'}) {
@@ -308,7 +322,9 @@ TEST(YEncDecode, SpecialsAtEveryPlaceOfAWord) {
   }
 }
 
-TEST(YEncDecode, EveryPairOfNeighbours) {
+TEST(YEncDecode, SpecialsAtEveryPlaceOfAWord) { qsbase::test::OnEveryLevel(CheckSpecialsAtEveryPlaceOfAWord); }
+
+void CheckEveryPairOfNeighbours() {
   for (int a = 0; a < 256; ++a) {
     for (int b = 0; b < 256; ++b) {
       std::string text(16, 'k');
@@ -319,7 +335,9 @@ TEST(YEncDecode, EveryPairOfNeighbours) {
   }
 }
 
-TEST(YEncDecode, LongRoundTrips) {
+TEST(YEncDecode, EveryPairOfNeighbours) { qsbase::test::OnEveryLevel(CheckEveryPairOfNeighbours); }
+
+void CheckLongRoundTrips() {
   std::mt19937 random(4);
   for (int flags : {0, kArrays, kPlainTabDot}) {
     const std::string data = Random(300000, random);
@@ -334,6 +352,8 @@ TEST(YEncDecode, LongRoundTrips) {
     EXPECT_TRUE(read.CompareCRC());
   }
 }
+
+TEST(YEncDecode, LongRoundTrips) { qsbase::test::OnEveryLevel(CheckLongRoundTrips); }
 
 TEST(YEncDecode, BadArguments) {
   char* out = nullptr;
@@ -616,7 +636,7 @@ TEST(YEncBlock, SeveralInARow) {
   EXPECT_EQ(all, (std::vector<std::string>{"abc", "defg"}));
 }
 
-TEST(YEncBlock, CutAnywhere) {
+void CheckBlocksCutAnywhere() {
   CYEncData part;
   part.part = 1;
   part.name = "cut";
@@ -629,6 +649,8 @@ TEST(YEncBlock, CutAnywhere) {
   }
 }
 
+TEST(YEncBlock, CutAnywhere) { qsbase::test::OnEveryLevel(CheckBlocksCutAnywhere); }
+
 TEST(YEncBlock, NumbersSaturate) {
   CYEncData header;
   EXPECT_EQ(
@@ -640,7 +662,7 @@ TEST(YEncBlock, NumbersSaturate) {
   EXPECT_EQ(header.endSize, 0u);
 }
 
-TEST(YEncBlock, HostileTextsNeverReadOutside) {
+void CheckBlocksHostileTextsNeverReadOutside() {
   std::mt19937 random(5);
   const std::vector<std::string> pieces = {"=ybegin ", "=yend ",  "=ypart ", "name=", "size=",
                                            "crc32=",   "\r\n",    "\n",      "=",     "=y",
@@ -661,6 +683,228 @@ TEST(YEncBlock, HostileTextsNeverReadOutside) {
       ASSERT_EQ(DecodeInline(text, kFind), SlowDecode(text.substr(found.data, found.length)).data);
     }
   }
+}
+
+TEST(YEncBlock, HostileTextsNeverReadOutside) { qsbase::test::OnEveryLevel(CheckBlocksHostileTextsNeverReadOutside); }
+
+// Kernels on their own, in blocks of exact size, at every level.
+
+using qsbase::detail::CurrentSimdLevel;
+using qsbase::detail::YEncDecoding;
+using qsbase::detail::YEncFirstLine;
+using qsbase::detail::YEncKernels;
+using qsbase::detail::YEncKernelsOf;
+using qsbase::detail::YEncLine;
+
+const YEncKernels& Kernels() { return YEncKernelsOf(CurrentSimdLevel()); }
+
+const unsigned char* AsBytes(const char* text) { return reinterpret_cast<const unsigned char*>(text); }
+
+unsigned char* AsBytes(char* text) { return reinterpret_cast<unsigned char*>(text); }
+
+/// A copy that ends where its memory does and begins so many bytes behind where that does.
+class Exact {
+ public:
+  explicit Exact(const std::string& text, std::size_t start = 0)
+      : _size(text.size()), _start(start), _memory(new char[start + text.size()]) {
+    std::copy(text.begin(), text.end(), Data());
+  }
+
+  char* Data() { return _memory.get() + _start; }
+  const char* End() { return Data() + _size; }
+
+ private:
+  std::size_t _size;
+  std::size_t _start;
+  std::unique_ptr<char[]> _memory;
+};
+
+/// Encodes in pieces, into memory as long as the kernel may touch.
+std::string EncodePieces(const std::string& data, std::uint32_t columns, bool plainTabDot, std::size_t piece,
+                         std::size_t alignment) {
+  Exact input(data, alignment);
+  YEncLine counted = YEncFirstLine(columns, data.size(), plainTabDot);
+  YEncLine line = counted;
+  const auto size = static_cast<std::size_t>(Kernels().measure(AsBytes(input.Data()), data.size(), counted));
+  Exact output(std::string(size + qsbase::detail::kYEncSlack, '\xEE'));
+  unsigned char* out = AsBytes(output.Data());
+  for (std::size_t start = 0; start < data.size(); start += piece) {
+    out = Kernels().encode(AsBytes(input.Data()) + start, std::min(piece, data.size() - start), out, line);
+  }
+  EXPECT_EQ(out, AsBytes(output.Data()) + size);
+  EXPECT_EQ(line.room, counted.room);
+  return std::string(output.Data(), size) + (line.room == line.length ? "" : "\r\n");
+}
+
+/// Decodes in pieces, to so many bytes before the text. Returns the data and what was consumed.
+Slow DecodePieces(const std::string& text, std::size_t piece, std::size_t distance) {
+  Exact block(std::string(distance, '\xEE') + text);
+  const unsigned char* const start = AsBytes(block.Data()) + distance;
+  YEncDecoding decoding{start, AsBytes(block.Data())};
+  const unsigned char* const end = AsBytes(block.End());
+  while (!decoding.isOver && decoding.read != end) {
+    const auto left = static_cast<std::size_t>(end - decoding.read);
+    Kernels().decode(decoding, decoding.read + std::min(piece, left));
+  }
+  const auto length = static_cast<std::size_t>(decoding.written - AsBytes(block.Data()));
+  const std::ptrdiff_t consumed = decoding.read - start - (decoding.isOver && decoding.isEscape ? 1 : 0);
+  return {std::string(block.Data(), length), static_cast<std::size_t>(consumed)};
+}
+
+Slow DecodeApart(const std::string& text, std::size_t alignment) {
+  Exact input(text, alignment);
+  Exact output(std::string(text.size(), '\xEE'));
+  YEncDecoding decoding{AsBytes(input.Data()), AsBytes(output.Data())};
+  Kernels().decode(decoding, AsBytes(input.End()));
+  const auto length = static_cast<std::size_t>(decoding.written - AsBytes(output.Data()));
+  const std::ptrdiff_t consumed =
+      decoding.read - AsBytes(input.Data()) - (decoding.isOver && decoding.isEscape ? 1 : 0);
+  return {std::string(output.Data(), length), static_cast<std::size_t>(consumed)};
+}
+
+/// Text without a NUL, some of whose characters are from a pool.
+std::string Text(std::size_t size, const std::string& pool, unsigned int oneIn, std::mt19937& random) {
+  std::string text(size, '\0');
+  for (char& c : text) {
+    c = random() % oneIn == 0 ? pool[random() % pool.size()] : static_cast<char>(1 + random() % 255);
+  }
+  return text;
+}
+
+void ExpectDecodes(const std::string& text, std::size_t place) {
+  const Slow expected = SlowDecode(text);
+  const Slow apart = DecodeApart(text, place % 64);
+  ASSERT_EQ(apart.data, expected.data) << place;
+  ASSERT_EQ(apart.consumed, expected.consumed) << place;
+  const Slow moved = DecodePieces(text, text.size(), place % 67);
+  ASSERT_EQ(moved.data, expected.data) << place;
+  ASSERT_EQ(moved.consumed, expected.consumed) << place;
+  const Slow pieces = DecodePieces(text, 1 + place % 131, 0);
+  ASSERT_EQ(pieces.data, expected.data) << place;
+  ASSERT_EQ(pieces.consumed, expected.consumed) << place;
+}
+
+TEST(YEncKernel, EncodesAllLengthsAndAlignments) {
+  qsbase::test::OnEveryLevel([] {
+    std::mt19937 random(11);
+    for (std::size_t size = 0; size <= 300; ++size) {
+      const bool plainTabDot = size % 3 == 0;
+      const auto columns = static_cast<std::uint32_t>(size % 2 == 0 ? 128 : 1 + random() % 140);
+      const std::string data = size % 5 == 0 ? Hostile(size, random) : Random(size, random);
+      const std::string text = SlowLines(data, columns, plainTabDot);
+      for (std::size_t alignment = 0; alignment < 64; alignment += 1 + size % 7) {
+        ASSERT_EQ(EncodePieces(data, columns, plainTabDot, 1000, alignment), text) << size << " " << columns;
+      }
+      ASSERT_EQ(EncodePieces(data, columns, plainTabDot, 1 + random() % 90, 0), text) << size << " " << columns;
+    }
+  });
+}
+
+TEST(YEncKernel, EncodesEscapesAtEveryPlaceOfALine) {
+  qsbase::test::OnEveryLevel([] {
+    for (std::uint32_t columns : {16u, 63u, 64u, 65u, 127u, 128u, 129u}) {
+      for (std::size_t at = 0; at < 200; ++at) {
+        std::string data(210, 'a');
+        data[at] = '\x13';
+        ASSERT_EQ(EncodePieces(data, columns, false, 1000, 0), SlowLines(data, columns, false)) << at;
+        data[at + 1] = data[at + 3] = '\xD6';
+        ASSERT_EQ(EncodePieces(data, columns, false, 1000, 0), SlowLines(data, columns, false)) << at;
+      }
+    }
+  });
+}
+
+TEST(YEncKernel, CountsEscapes) {
+  qsbase::test::OnEveryLevel([] {
+    std::mt19937 random(12);
+    for (std::size_t size = 0; size <= 300; ++size) {
+      const std::string data = size % 2 == 0 ? Hostile(size, random) : Random(size, random);
+      for (bool plainTabDot : {false, true}) {
+        Exact input(data, size % 64);
+        const std::size_t whole = SlowLines(data, 4294967295u, plainTabDot).size();
+        ASSERT_EQ(Kernels().countEscapes(AsBytes(input.Data()), size, plainTabDot), size == 0 ? 0 : whole - 2 - size);
+      }
+    }
+  });
+}
+
+TEST(YEncKernel, DecodesAllLengthsAndAlignments) {
+  qsbase::test::OnEveryLevel([] {
+    std::mt19937 random(13);
+    for (std::size_t size = 0; size <= 300; ++size) {
+      for (std::size_t round = 0; round < 16; ++round) {
+        ExpectDecodes(Text(size, "=\r\n", 2 + static_cast<unsigned int>(round) * 5, random), size * 16 + round);
+        ExpectDecodes(Hostile(size, random), size * 16 + round);
+      }
+    }
+  });
+}
+
+TEST(YEncKernel, DecodesRunsOfEscapes) {
+  qsbase::test::OnEveryLevel([] {
+    for (std::size_t start = 0; start < 140; ++start) {
+      for (std::size_t length : {1u, 2u, 3u, 4u, 7u, 63u, 64u, 65u, 128u, 129u}) {
+        for (const char* behind : {"}", "\r\n", "\n", "k"}) {
+          ExpectDecodes(std::string(start, 'k') + std::string(length, '=') + behind + std::string(70, 'm'), start);
+        }
+        ExpectDecodes(std::string(start, 'k') + std::string(length, '='), start);
+        ExpectDecodes(std::string(start, 'k') + std::string(length, '=') + std::string(80, '\0'), start);
+      }
+    }
+  });
+}
+
+TEST(YEncKernel, FindsKeywords) {
+  qsbase::test::OnEveryLevel([] {
+    for (std::size_t size = 0; size <= 300; ++size) {
+      std::string text(size, 'k');
+      for (std::size_t at = 0; at < size; ++at) {
+        text[at] = at % 2 == 0 ? '=' : 'y';
+        Exact none(text, at % 64);
+        ASSERT_EQ(Kernels().findKeyword(none.Data(), none.End()), none.End()) << size << " " << at;
+        if (at + 1 < size) {
+          std::string found = text;
+          found[at] = '=';
+          found[at + 1] = 'y';
+          Exact some(found, at % 64);
+          ASSERT_EQ(Kernels().findKeyword(some.Data(), some.End()), some.Data() + at) << size << " " << at;
+        }
+        text[at] = 'k';
+      }
+    }
+  });
+}
+
+TEST(YEncEncode, MoreEscapesThanASampleTells) {
+  qsbase::test::OnEveryLevel([] {
+    const std::string plain(200000, 'a');
+    const std::string escaped(200000, '\x13');
+    for (const std::string& data : {plain + escaped, escaped + plain, escaped}) {
+      for (std::uint32_t columns : {1u, 2u, 128u, 4294967295u}) {
+        const std::string text = SlowLines(data, columns, false);
+        for (int flags : {0, kArrays}) {
+          ASSERT_TRUE(Encode(data, WithLine(columns), flags) == text) << columns;
+        }
+        CYEncData read;
+        ASSERT_TRUE(Decode(Encode(data, WithLine(columns), kHeader), kFind, &read) == data) << columns;
+        ASSERT_TRUE(read.CompareCRC());
+      }
+    }
+  });
+}
+
+TEST(YEncDecode, InPlaceBehindALongHeader) {
+  qsbase::test::OnEveryLevel([] {
+    std::mt19937 random(14);
+    const std::string data = Random(100000, random);
+    for (std::size_t before = 0; before < 80; ++before) {
+      CYEncData read;
+      const std::string text = std::string(before, '\n') + Encode(data, CYEncData(), kHeader);
+      ASSERT_TRUE(DecodeInline(text, kFind, &read) == data) << before;
+      ASSERT_TRUE(read.CompareCRC());
+      ASSERT_EQ(read.blockOffset, before);
+    }
+  });
 }
 
 TEST(YEncData, DefaultsAndCopies) {
