@@ -28,7 +28,8 @@ namespace qsbase::detail {
 namespace {
 
 /// Of this many bytes on the vector kernels are worth their start.
-constexpr std::size_t kEncodedByVectors = 32;
+constexpr std::size_t kEncodedByVectors = 48;
+constexpr std::size_t kDecodedByVectors = 80;
 /// Below this limit a line may hold less than a triple, and limits wrap.
 constexpr std::uint32_t kSmallestLine = 8;
 /// How many input bytes are expanded at once.
@@ -363,6 +364,9 @@ HWY_INLINE void DecodeVector(const unsigned char* p, DecodeState& state) {
 }
 
 std::size_t Decode(const char* input, std::size_t length, char* output, std::uint32_t& illegal) {
+  if (length < kDecodedByVectors) {
+    return QPDecodeScalar(input, length, output, illegal);
+  }
   const auto* p = reinterpret_cast<const unsigned char*>(input);
   const unsigned char* const end = p + length;
   DecodeState state = {output, 0, 0};

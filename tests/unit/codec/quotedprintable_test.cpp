@@ -619,16 +619,21 @@ TEST(QuotedPrintable, LongTextsOfEveryDensityEncodeMeasureAndFitLikeTheReference
 
 TEST(QuotedPrintable, ALongTextMayBeginLikeAnotherOne) {
   // Each part of it begins in a way that does not tell how much the rest needs.
-  for (const auto& [first, rest] : {std::pair("a", "="), {"=", "a"}, {"\n", "\xFF"}, {" ", "\r"}}) {
+  struct Row {
+    const char* first;
+    const char* rest;
+  };
+  for (const Row& row : {Row{"a", "="}, {"=", "a"}, {"\n", "\xFF"}, {" ", "\r"}}) {
     std::string data;
     for (int part = 0; part < 16; ++part) {
-      data += Repeated(first, 1024) + Repeated(rest, 11000);
+      data += Repeated(row.first, 1024) + Repeated(row.rest, 11000);
     }
     for (const unsigned int lineLength : {2U, 3U, 20U, 75U}) {
       const std::string expected = ReferenceEncode(data, kHardBreaks, lineLength);
       OnEveryLevel([&] {
-        EXPECT_TRUE(Encoded(data, kHardBreaks, lineLength) == expected) << first << rest << lineLength;
-        EXPECT_TRUE(Encoded(data, kHardBreaks | kArrayBuffers, lineLength) == expected) << first << rest << lineLength;
+        EXPECT_TRUE(Encoded(data, kHardBreaks, lineLength) == expected) << row.first << row.rest << lineLength;
+        EXPECT_TRUE(Encoded(data, kHardBreaks | kArrayBuffers, lineLength) == expected)
+            << row.first << row.rest << lineLength;
         EXPECT_EQ(Measured(data, kHardBreaks, lineLength), expected.size());
       });
     }
