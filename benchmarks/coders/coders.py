@@ -17,6 +17,7 @@ import re
 import shutil
 import statistics
 import subprocess
+import sys
 import tempfile
 
 import charts
@@ -118,7 +119,10 @@ class Times:
 
 
 def run(*command):
-    return subprocess.run([str(word) for word in command], check=True, stdout=subprocess.PIPE, text=True).stdout
+    done = subprocess.run([str(word) for word in command], capture_output=True, text=True)
+    if done.returncode != 0:
+        sys.exit(f"{command[0]}: {done.stderr}")
+    return done.stdout
 
 
 def scripts():

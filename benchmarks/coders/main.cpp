@@ -97,20 +97,26 @@ int Check(const std::filesystem::path& folder, const std::vector<Contestant>& al
   return differing == 0 ? 0 : 1;
 }
 
-/// The case of the last call is kept: Google Benchmark comes several times for each measurement.
-const Case& CaseOf(const Job& job, std::size_t size) {
-  static std::unique_ptr<Case> kept;
+struct Measured : Case {
+  Measured(const Job& what, std::size_t bytes) : Case(what, bytes), output(Room()) {}
+  Output output;
+};
+
+/// That of the last call is kept: Google Benchmark comes several times for each measurement.
+Measured& MeasuredOf(const Job& job, std::size_t size) {
+  static std::unique_ptr<Measured> kept;
   if (kept == nullptr || &kept->job != &job || kept->data.size() != size) {
     kept.reset();
     detail::UseSimdLevel(detail::HighestSimdLevel());
-    kept = std::make_unique<Case>(job, size);
+    kept = std::make_unique<Measured>(job, size);
   }
+  kept->output.Release();
   return *kept;
 }
 
 void Measure(benchmark::State& state, const Job& job, const Contestant& contestant) {
-  const Case& measured = CaseOf(job, static_cast<std::size_t>(state.range(0)));
-  Output output(measured.Room());
+  Measured& measured = MeasuredOf(job, static_cast<std::size_t>(state.range(0)));
+  Output& output = measured.output;
   contestant.run(measured.Input(), output);  // memory that the C library keeps for the next call is there then
   for (auto _ : state) {
     contestant.run(measured.Input(), output);
