@@ -62,8 +62,16 @@ void Report(Attachment& attachment, const std::string& problem) {
   }
 }
 
-bool IsBase64Char(char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '+' || c == '/';
+// Without a way out between the characters, which the compiler makes vectors of.
+bool AreBase64Chars(std::string_view text) {
+  bool good = true;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool isLetter = static_cast<unsigned char>((byte | 0x20) - 'a') < 26;
+    const bool isOther = static_cast<unsigned char>(byte - '/') < 11 || byte == '+';  // the digits stand behind the "/"
+    good &= isLetter | isOther;
+  }
+  return good;
 }
 
 // ---- yEnc
@@ -848,8 +856,7 @@ std::vector<Attachment> FromBareText(const CodedText& coded, const std::string& 
 bool IsBase64Line(std::string_view line, std::string_view digits) {
   const std::size_t pads = line.size() - digits.size();
   return !line.empty() && line.size() % 4 == 0 && pads <= 2 &&
-         line.find_first_not_of('=', digits.size()) == std::string_view::npos &&
-         std::all_of(digits.begin(), digits.end(), IsBase64Char);
+         line.find_first_not_of('=', digits.size()) == std::string_view::npos && AreBase64Chars(digits);
 }
 
 // Gives the protected steps of the decoder, which leave the data's CRC to whoever wants it.
