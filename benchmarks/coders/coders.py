@@ -151,7 +151,7 @@ def time_scripts(times, folder, min_time):
 def measure(program, quick, rounds):
     times = Times()
     rounds, min_time = (1, 0.005) if quick else (rounds, 0.03)
-    growth_rounds = (rounds + 1) // 2
+    growth_rounds = 1 + rounds // 4
     memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
     with tempfile.TemporaryDirectory(dir=memory, prefix="coders-") as name:
         folder = pathlib.Path(name)
