@@ -246,8 +246,8 @@ def section(times, where):
     level = times.level()
     return f"""Measured on {where}; vectors of level {level}; load {os.getloadavg()[0]:.1f} at the end.
 
-One thread, time of the processor, medians of {times.rounds()} rounds in which everyone takes a turn, GB (10^9 bytes) of
-data a second whichever way the data goes, after all outputs were compared. 16 MiB of random bytes in memory, or of mail text; memcpy of as much
+One thread, time of the processor, rounds in which everyone takes a turn (medians of {times.rounds()}), GB (10^9 bytes)
+of data a second whichever way the data goes. 16 MiB of random bytes in memory, or of mail text; memcpy of as much
 {figure(times.memcpy())} GB/s, and {figure(times.rate("memcpy", "malloc, memcpy"))} into memory from malloc.
 
 ![Rates of the coders beside their peers](benchmarks-coders.svg)
