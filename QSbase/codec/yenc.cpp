@@ -132,7 +132,7 @@ class Encoder {
 
   /// Returns 0 or -3, as the coder does.
   int Run(Frame& frame, char** output, unsigned int& outputLength) {
-    if (_buffer.Allocate(frame.Size() + LikelySize()) != kCoderOk) {
+    if (Allocate(frame.Size()) != kCoderOk) {
       return kCoderNoMemory;
     }
     Append(frame.begin);
@@ -152,6 +152,17 @@ class Encoder {
 
  private:
   std::size_t PieceSize() const { return std::min<std::size_t>(_left, kPiece); }
+
+  /// A likely size may be twice what is needed: where there is no memory for that, there may be for the counted one.
+  int Allocate(std::uint64_t around) {
+    return _buffer.Allocate(around + LikelySize()) == kCoderOk ? kCoderOk : _buffer.Allocate(around + CountLeft());
+  }
+
+  /// The room for what is left, from now on enough.
+  std::uint64_t CountLeft() {
+    _isCounted = true;
+    return WithBreaks(_left + _kernels.countEscapes(_next, _left, _line.plainTabDot), _columns);
+  }
 
   /// Of a single piece all bytes may be escaped; of more, what a sample tells, and a little. Closely, as a buffer that
   /// turns out much too long is cut.
@@ -176,9 +187,7 @@ class Encoder {
     if (_isCounted || room >= WithBreaks(2 * PieceSize(), _columns)) {
       return kCoderOk;
     }
-    _isCounted = true;
-    const std::uint64_t characters = _left + _kernels.countEscapes(_next, _left, _line.plainTabDot);
-    return _buffer.Grow(_written + WithBreaks(characters, _columns) + behind, _written);
+    return _buffer.Grow(_written + CountLeft() + behind, _written);
   }
 
   void EncodePiece() {

@@ -228,8 +228,8 @@ std::uint64_t CountEscapes(const unsigned char* input, std::size_t length, bool 
   return count + YEncCountEscapesScalar(input, length, plainTabDot);
 }
 
-/// Of a line so short most of a block would be done in vain, and a short input is done sooner byte by byte.
-HWY_INLINE bool IsForScalar(std::size_t length, const YEncLine& line) { return length < 16 || line.length < 16; }
+/// Of a line so short more than half of a block would be done in vain, and a short input is done sooner byte by byte.
+HWY_INLINE bool IsForScalar(std::size_t length, const YEncLine& line) { return length < 16 || line.length < 32; }
 
 std::uint64_t Measure(const unsigned char* input, std::size_t length, YEncLine& line) {
   if (IsForScalar(length, line)) {

@@ -893,6 +893,22 @@ TEST(YEncEncode, MoreEscapesThanASampleTells) {
   });
 }
 
+TEST(YEncEncode, MemoryForTheTextIsEnough) {
+  std::string data;
+  while (data.size() < 1000000) {
+    data += std::string(1024, '\x13') + std::string(15360, 'a');  // a start that misleads
+  }
+  const std::string expected = SlowLines(data, 128, false);
+  char* out = nullptr;
+  unsigned int length = 0;
+  qsbase::testing::largestAllocation = expected.size() + 1000;
+  const int status = CEncodeDecode::EncodeYEnc(data.data(), SizeOf(data), &out, length, CYEncData(), kArrays);
+  qsbase::testing::largestAllocation = qsbase::testing::kNoLimit;
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(std::string(out == nullptr ? "" : out, length) == expected);
+  CEncodeDecode::FreeBuffer(out, kArrays);
+}
+
 TEST(YEncDecode, InPlaceBehindALongHeader) {
   qsbase::test::OnEveryLevel([] {
     std::mt19937 random(14);
