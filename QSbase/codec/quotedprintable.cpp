@@ -3,7 +3,6 @@
 #include <QSbase/codec/quotedprintablekernel.h>
 #include <QSbase/text/chartables.h>
 
-#include <algorithm>
 #include <string_view>
 
 using namespace qsbase::detail;
@@ -230,17 +229,6 @@ class LongWriter {
   bool _isExact = false;
 };
 
-/// Where the buffer can give back what was too much, a guess spares a pass over the text.
-int WriteByGuess(const Text& text, const QPLimits& limits, CoderBuffer& buffer, std::size_t& written) {
-  if (buffer.Allocate(std::min(EstimatedSize(text, limits), kCoderMaxSize)) != kCoderOk) {
-    return kCoderNoMemory;
-  }
-  LongWriter writer(text, limits, buffer);
-  const int status = writer.Write();
-  written = writer.Size();
-  return status;
-}
-
 /// Writes into a buffer that is exactly as large as it must be.
 int WriteExactly(const Text& text, const QPLimits& limits, std::uint64_t size, CoderBuffer& buffer,
                  std::size_t& written) {
@@ -249,6 +237,20 @@ int WriteExactly(const Text& text, const QPLimits& limits, std::uint64_t size, C
   }
   written = Write(text, limits, buffer.Data());
   return kCoderOk;
+}
+
+/// Where the buffer can give back what was too much, a guess spares a pass over the text. One that memory does not
+/// allow says nothing yet: the text may need less, and a buffer that grows may need twice the memory.
+int WriteByGuess(const Text& text, const QPLimits& limits, CoderBuffer& buffer, std::size_t& written) {
+  const std::uint64_t guess = EstimatedSize(text, limits);
+  if (guess <= kCoderMaxSize && buffer.Allocate(guess) == kCoderOk) {
+    LongWriter writer(text, limits, buffer);
+    if (writer.Write() == kCoderOk) {
+      written = writer.Size();
+      return kCoderOk;
+    }
+  }
+  return WriteExactly(text, limits, SizeOf(text, limits), buffer, written);
 }
 
 int WriteAny(const Text& text, const QPLimits& limits, int flags, CoderBuffer& buffer, std::size_t& written) {

@@ -1,5 +1,6 @@
 #include <QSbase/codec/encodedecode.h>
 #include <gtest/gtest.h>
+#include <tests/common/sanitized.h>
 #include <tests/common/simdlevels.h>
 
 #include <algorithm>
@@ -8,6 +9,14 @@
 #include <random>
 #include <string>
 #include <vector>
+
+#if defined(__linux__) && !defined(QSBASE_TESTS_SANITIZED)
+#define HAS_ADDRESS_SPACE_LIMIT
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <fstream>
+#endif
 
 namespace {
 
@@ -639,6 +648,51 @@ TEST(QuotedPrintable, ALongTextMayBeginLikeAnotherOne) {
     }
   }
 }
+
+#ifdef HAS_ADDRESS_SPACE_LIMIT
+
+/// To the end of the scope the process may map `more` bytes and nothing beyond them.
+class AddressSpaceLimit {
+ public:
+  explicit AddressSpaceLimit(rlim_t more) {
+    rlim_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    getrlimit(RLIMIT_AS, &_before);
+    const rlimit limit = {pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE)) + more, _before.rlim_max};
+    _isSet = pages != 0 && setrlimit(RLIMIT_AS, &limit) == 0;
+  }
+  ~AddressSpaceLimit() { setrlimit(RLIMIT_AS, &_before); }
+  AddressSpaceLimit(const AddressSpaceLimit&) = delete;
+  AddressSpaceLimit& operator=(const AddressSpaceLimit&) = delete;
+
+  bool IsSet() const { return _isSet; }
+
+ private:
+  rlimit _before{};
+  bool _isSet = false;
+};
+
+TEST(QuotedPrintable, ALongTextTakesNoMoreMemoryThanItNeedsWhereThereIsNoMore) {
+  // Each part begins as if the text were three times as large encoded.
+  constexpr std::size_t kPart = std::size_t{512} << 10;
+  std::string data;
+  for (int part = 0; part < 16; ++part) {
+    data += Repeated("\xFF", 1024) + Repeated("a", kPart - 1024);
+  }
+  CEncodeDecode coder(75, 76);
+  char* text = nullptr;
+  unsigned int length = 0;
+  {
+    const AddressSpaceLimit limit(data.size() * 3 / 2);
+    ASSERT_TRUE(limit.IsSet());
+    EXPECT_EQ(coder.EncodeQP(data.data(), Length(data), &text, length, 0), 0);
+  }
+  EXPECT_EQ(coder.GetNumberParsedChars(), data.size());
+  EXPECT_TRUE(std::string(text == nullptr ? "" : text, length) == Encoded(data, kArrayBuffers));
+  CEncodeDecode::FreeBuffer(text, 0);
+}
+
+#endif
 
 TEST(QuotedPrintable, ALongTextOfHardBreaksKeepsItsPairs) {
   std::string pairs;
