@@ -229,6 +229,17 @@ HWY_INLINE std::size_t CopyLine(const char* text, std::size_t length, const Sink
   return length;
 }
 
+/// Puts the breaks of empty lines, for a look at a whole vector for each of them takes longer than its text is worth.
+/// Returns where the text goes on. No break is cut by its end, behind which there is a zero.
+template <class Sink>
+HWY_INLINE const char* PutEmptyLines(const char* text, Sink& sink) {
+  while (*text == '\n' || *text == '\r') {
+    text += *text == '\r' ? 2 : 1;
+    sink.End(0, true);
+  }
+  return text;
+}
+
 /// Lays expanded text in lines. There are two characters before it that are neither "=" nor CR, and a vector of zeroes
 /// behind it.
 template <bool kHardBreaks, class Sink>
@@ -252,6 +263,7 @@ HWY_INLINE void LayLines(const char* text, const char* end, std::size_t limit, s
     sink.End(isHard ? hard : soft, isHard);
     text += isHard ? feed + 1 : soft;
     column = 0;
+    text = kHardBreaks && isHard ? PutEmptyLines(text, sink) : text;
   }
   textColumn = column;
   textSink = sink;
