@@ -87,29 +87,28 @@ void AppendLongLines(const unsigned char* input, std::size_t length, std::size_t
   }
 }
 
-/// Appends the text of the bytes, which must not lie in `text`. Returns 0 or -3.
-int AppendEncoded(const char* input, std::size_t length, unsigned int groupsPerLine, std::string& text) {
+/// Makes room for the text of so many bytes. Returns 0 or -3.
+int ReserveEncoded(std::size_t length, unsigned int groupsPerLine, std::string& text) {
   unsigned int size = 0;
-  if (StoreCoderSize(Base64TextSize(length, groupsPerLine), size) != kCoderOk || Reserve(text, size) != kCoderOk) {
-    return kCoderNoMemory;
-  }
+  const int status = StoreCoderSize(Base64TextSize(length, groupsPerLine), size);
+  return status == kCoderOk ? Reserve(text, size) : status;
+}
+
+/// Appends the text of the bytes, which may be what is in `text`: it has the room for both.
+void AppendEncoded(const char* input, std::size_t length, unsigned int groupsPerLine, std::string& text) {
   const auto* const bytes = reinterpret_cast<const unsigned char*>(input);
   if (groupsPerLine > kPieceGroups) {
     AppendLongLines(bytes, length, groupsPerLine, text);
   } else {
     AppendLines(bytes, length, groupsPerLine, text);
   }
-  return kCoderOk;
 }
 
 /// The room that a decoder asks for.
 std::uint64_t DecodedRoom(std::uint64_t length) { return length / 4 * 3 + 2; }
 
-/// Appends what a text gives, which must not lie in `data`. Returns 0 or -3.
-int AppendDecoded(const char* text, std::size_t length, std::string& data, Base64Decoded& decoded) {
-  if (Reserve(data, DecodedRoom(length)) != kCoderOk) {
-    return kCoderNoMemory;
-  }
+/// Appends what a text gives, which may be what is in `data`: it has the room for both.
+Base64Decoded AppendDecoded(const char* text, std::size_t length, std::string& data) {
   const auto* const begin = reinterpret_cast<const unsigned char*>(text);
   Base64DecodeState state{begin, begin, nullptr, false};
   const std::size_t before = data.size();
@@ -125,14 +124,26 @@ int AppendDecoded(const char* text, std::size_t length, std::string& data, Base6
     }
     data.resize(static_cast<std::size_t>(state.output - data.data()));
   }
-  decoded = {data.size() - before, static_cast<std::size_t>(state.position - begin), state.illegal};
-  return kCoderOk;
+  return {data.size() - before, static_cast<std::size_t>(state.position - begin), state.illegal};
 }
 
 /// Whether bytes lie in a string that is to be written.
 bool LiesIn(const char* bytes, std::size_t length, const std::string& text) {
   const std::less<const char*> before;
   return before(bytes, text.data() + text.size()) && before(text.data(), bytes + length);
+}
+
+/// Sets a string to what `append(string)` makes of bytes, which may lie in it. Returns the status.
+template <class Append>
+int SetFrom(const char* bytes, std::size_t length, std::string& result, Append append) {
+  if (!LiesIn(bytes, length, result)) {
+    result.clear();
+    return append(result);
+  }
+  std::string other;
+  const int status = append(other);
+  result.swap(other);
+  return status;
 }
 
 }  // namespace
@@ -156,18 +167,20 @@ int CEncodeDecode::EncodeBase64(const char* input, unsigned int length, char** o
   return buffer.HandOver(size, output, outputLength);
 }
 
-int CEncodeDecode::EncodeBase64(const std::string& input, std::string& output, int flags) {
-  if (&input == &output) {
-    return EncodeBase64(std::string(input), output, flags);
-  }
-  if (input.size() > kCoderMaxSize) {
+int CEncodeDecode::EncodeBase64(const std::string& input, std::string& output, int) {
+  const std::size_t length = input.size();
+  if (length > kCoderMaxSize) {
     return kCoderNoMemory;
   }
   _illegalChars = 0;
   _parsedChars = 0;
-  const int status = AppendEncoded(input.data(), input.size(), _maxLineLengthBase64 / 4, output);
-  _parsedChars = status == kCoderOk ? static_cast<unsigned int>(input.size()) : 0;
-  return status;
+  const unsigned int groupsPerLine = _maxLineLengthBase64 / 4;
+  if (ReserveEncoded(length, groupsPerLine, output) != kCoderOk) {
+    return kCoderNoMemory;
+  }
+  AppendEncoded(input.data(), length, groupsPerLine, output);
+  _parsedChars = static_cast<unsigned int>(length);
+  return kCoderOk;
 }
 
 int CEncodeDecode::DecodeBase64(const char* input, unsigned int length, char** output, unsigned int& outputLength,
@@ -188,18 +201,20 @@ int CEncodeDecode::DecodeBase64(const char* input, unsigned int length, char** o
   return buffer.HandOver(decoded.written, output, outputLength);
 }
 
-int CEncodeDecode::DecodeBase64(const std::string& input, std::string& output, int flags) {
-  if (&input == &output) {
-    return DecodeBase64(std::string(input), output, flags);
-  }
-  if (input.size() > kCoderMaxSize) {
+int CEncodeDecode::DecodeBase64(const std::string& input, std::string& output, int) {
+  const std::size_t length = input.size();
+  if (length > kCoderMaxSize) {
     return kCoderNoMemory;
   }
-  Base64Decoded decoded{};
-  const int status = AppendDecoded(input.data(), input.size(), output, decoded);
+  _illegalChars = 0;
+  _parsedChars = 0;
+  if (length != 0 && Reserve(output, DecodedRoom(length)) != kCoderOk) {
+    return kCoderNoMemory;
+  }
+  const Base64Decoded decoded = AppendDecoded(input.data(), length, output);
   _illegalChars = decoded.illegal;
   _parsedChars = static_cast<unsigned int>(decoded.parsed);
-  return status;
+  return kCoderOk;
 }
 
 int CEncodeDecode::DecodeBase64Inline(char* buffer, unsigned int length, unsigned int& outputLength, int) {
@@ -244,17 +259,24 @@ void QsBase64Encode(const void* data, unsigned int length, std::string& text) {
   if (bytes == nullptr || length == 0) {
     return text.clear();
   }
-  const std::string copy = LiesIn(bytes, length, text) ? std::string(bytes, length) : std::string();
-  text.clear();
-  ThrowOnError("EncodeBase64", AppendEncoded(copy.empty() ? bytes : copy.data(), length, kStringGroupsPerLine, text));
+  ThrowOnError("EncodeBase64", SetFrom(bytes, length, text, [&](std::string& result) {
+                 const int status = ReserveEncoded(length, kStringGroupsPerLine, result);
+                 if (status == kCoderOk) {
+                   AppendEncoded(bytes, length, kStringGroupsPerLine, result);
+                 }
+                 return status;
+               }));
 }
 
 void QsBase64Decode(const char* text, unsigned int length, std::string& data) {
   if (text == nullptr || length == 0) {
     return data.clear();
   }
-  const std::string copy = LiesIn(text, length, data) ? std::string(text, length) : std::string();
-  data.clear();
-  Base64Decoded decoded{};
-  ThrowOnError("DecodeBase64", AppendDecoded(copy.empty() ? text : copy.data(), length, data, decoded));
+  ThrowOnError("DecodeBase64", SetFrom(text, length, data, [&](std::string& result) {
+                 const int status = Reserve(result, DecodedRoom(length));
+                 if (status == kCoderOk) {
+                   AppendDecoded(text, length, result);
+                 }
+                 return status;
+               }));
 }

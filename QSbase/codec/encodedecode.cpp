@@ -145,12 +145,18 @@ int CEncodeDecode::DecodeInline(char* buffer, unsigned int length, unsigned int&
 }
 
 int CEncodeDecode::Encode(const std::string& input, std::string& output, int flags) {
+  if ((flags & kCoderBase64) != 0) {
+    return EncodeBase64(input, output, flags);  // straight into the string
+  }
   return CodeString(input, output, flags, [&](const char* data, unsigned int size, char** out, unsigned int& outSize) {
     return Encode(data, kSourceBuffer, size, out, outSize, flags);
   });
 }
 
 int CEncodeDecode::Decode(const std::string& input, std::string& output, int flags) {
+  if ((flags & kCoderBase64) != 0) {
+    return DecodeBase64(input, output, flags);
+  }
   return CodeString(input, output, flags, [&](const char* data, unsigned int size, char** out, unsigned int& outSize) {
     return Decode(data, kSourceBuffer, size, out, outSize, flags);
   });

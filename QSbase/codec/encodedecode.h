@@ -2,8 +2,9 @@
 /// The transfer encodings of mail and news under one flag word: Base64, quoted-printable, UU, XX, yEnc, BinHex.
 ///
 /// Every coder works on a whole buffer in memory (or a whole file read into memory); nothing is carried from one call
-/// to the next. A coder holds at most the input, the output and 1 MiB; the string forms hold the output twice while
-/// they append it.
+/// to the next. A coder holds the input and room for the output, which it measures, bounds or estimates; where an
+/// estimate falls short, the old room too until the new one is filled. The string forms hold the output twice while
+/// they append it; those of Base64 write into the string.
 ///
 /// Thread safety: the static members and free functions may be called from any thread. One `CEncodeDecode` object
 /// (it counts) belongs to one thread at a time; different objects are independent.

@@ -1,6 +1,7 @@
 #include <QSbase/codec/base64kernel.h>
 #include <QSbase/codec/encodedecode.h>
 #include <QSbase/errors.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "common/memorylimit.h"
 #include "common/simdlevels.h"
 
 namespace {
@@ -514,6 +516,51 @@ TEST(Base64, TheStringFormsDecodeWhatTheBufferFormDoes) {
   }
 }
 
+TEST(Base64, TheStringFormsTakeTheirOwnOutputAsInput) {
+  qsbase::test::OnEveryLevel([] {
+    std::mt19937 random(16);
+    for (const std::size_t length : {0U, 1U, 11U, 12U, 1535U, 5000U, 100000U}) {
+      const std::string data = RandomBytes(random, length);
+      for (const unsigned int lineLength : {0U, 76U, 9000U}) {
+        CEncodeDecode coder(75, lineLength);
+        std::string text = data;
+        EXPECT_EQ(coder.EncodeBase64(text, text, 0), 0);
+        EXPECT_EQ(coder.GetNumberParsedChars(), length);
+        EXPECT_TRUE(text == data + ReferenceEncode(data, lineLength)) << length;
+        text = ReferenceEncode(data, lineLength);
+        const std::string before = text;
+        EXPECT_EQ(coder.DecodeBase64(text, text, 0), 0);
+        EXPECT_EQ(coder.GetNumberParsedChars(), DecodedBuffer(before).parsed);
+        EXPECT_TRUE(text == before + data) << length;
+      }
+    }
+  });
+}
+
+TEST(Base64, NoMemoryForAStringIsAStatus) {
+  CEncodeDecode coder(75, 76);
+  std::string same(100000, 'A');
+  std::string other = "x";
+  std::string full(other.capacity(), 'f');
+  int statuses[6] = {};
+  qsbase::testing::largestAllocation = 0;
+  const int nothing = coder.DecodeBase64(std::string(), full, 0);
+  qsbase::testing::largestAllocation = 50000;
+  statuses[0] = coder.EncodeBase64(same, other, 0);
+  statuses[1] = coder.DecodeBase64(same, other, 0);
+  statuses[2] = coder.EncodeBase64(same, same, 0);
+  statuses[3] = coder.DecodeBase64(same, same, 0);
+  statuses[4] = coder.Encode(same, same, 1);
+  statuses[5] = coder.Decode(same, same, 1);
+  const unsigned int parsed = coder.GetNumberParsedChars();
+  qsbase::testing::largestAllocation = qsbase::testing::kNoLimit;
+  EXPECT_EQ(nothing, 0);
+  EXPECT_THAT(statuses, ::testing::Each(-3));
+  EXPECT_EQ(parsed, 0U);
+  EXPECT_EQ(other, "x");
+  EXPECT_TRUE(same == std::string(100000, 'A'));
+}
+
 TEST(Base64, CountersStartAfreshWithEveryCall) {
   CEncodeDecode coder(75, 76);
   std::string output;
@@ -643,6 +690,17 @@ TEST(Base64, StringConveniencesTakeTheirOwnOutputAsInput) {
   EXPECT_EQ(text, "YmM=");
   QsBase64Decode(text.data() + 1, 3, text);
   EXPECT_EQ(text, "\x98");
+}
+
+TEST(Base64, StringConveniencesOfTheirOwnOutputThrowTheStatusWithoutMemory) {
+  std::string text(100000, 'A');
+  std::string data = text;
+  qsbase::testing::largestAllocation = 50000;
+  EXPECT_THROW(QsBase64Encode(text.data(), 100000, text), ExBase);
+  EXPECT_THROW(QsBase64Decode(data.data(), 100000, data), ExBase);
+  qsbase::testing::largestAllocation = qsbase::testing::kNoLimit;
+  EXPECT_EQ(text, "");
+  EXPECT_EQ(data, "");
 }
 
 TEST(Base64, StringConveniencesThrowTheStatus) {
