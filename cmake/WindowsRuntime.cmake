@@ -13,12 +13,20 @@ function(qsbase_runtime_dll variable)
   message(FATAL_ERROR "The compiler has none of the runtime DLLs ${ARGN}")
 endfunction()
 
-# qsbase_ship_runtime(<target>): copies the DLLs beside the built target and installs them with it.
+# qsbase_ship_runtime(<target>): installs the DLLs with the target. The target qsbase_runtime copies them beside the
+# programs; a program of the static library needs them too, and does not wait for the shared one.
 function(qsbase_ship_runtime target)
   qsbase_runtime_dll(stdcxx libstdc++-6.dll)
   qsbase_runtime_dll(gcc libgcc_s_seh-1.dll libgcc_s_dw2-1.dll)
   qsbase_runtime_dll(threads libwinpthread-1.dll)
-  add_custom_command(TARGET ${target} POST_BUILD
-      COMMAND ${CMAKE_COMMAND} -E copy_if_different ${stdcxx} ${gcc} ${threads} $<TARGET_FILE_DIR:${target}>)
+  set(copies)
+  foreach(dll ${stdcxx} ${gcc} ${threads})
+    cmake_path(GET dll FILENAME name)
+    set(copy ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${name})
+    add_custom_command(OUTPUT ${copy} COMMAND ${CMAKE_COMMAND} -E copy ${dll} ${copy} DEPENDS ${dll} VERBATIM)
+    list(APPEND copies ${copy})
+  endforeach()
+  add_custom_target(qsbase_runtime DEPENDS ${copies})
+  add_dependencies(${target} qsbase_runtime)
   install(FILES ${stdcxx} ${gcc} ${threads} DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()
