@@ -58,7 +58,10 @@ struct UuResult {
 class LineDecoder {
  public:
   LineDecoder(unsigned char* output, bool isXx)
-      : _kernels(UuKernelsOf(CurrentSimdLevel(), isXx)), _output(output), _isXx(isXx) {}
+      : _kernels(UuKernelsOf(CurrentSimdLevel(), isXx)),
+        _output(output),
+        _isXx(isXx),
+        _fullCount(isXx ? kXxDigits[kUuLineBytes] : static_cast<char>(' ' + kUuLineBytes)) {}
 
   /// Moves the position to the end, or behind the line that failed.
   int Run(const char*& position, const char* end) {
@@ -83,6 +86,10 @@ class LineDecoder {
  private:
   /// Most texts are full lines but for the last one.
   const char* FullLines(const char* position, const char* end) {
+    // Texts of short lines need not call the kernel for each.
+    if (position == end || *position != _fullCount) {
+      return position;
+    }
     // A full line without a check character says of itself that it has none.
     _isDropping = _isDropping && _number >= kCheckedLines;
     const UuFullLines taken =
@@ -121,6 +128,7 @@ class LineDecoder {
   const UuKernels& _kernels;
   unsigned char* _output;
   bool _isXx;
+  char _fullCount;
   bool _isDropping = false;
   unsigned int _number = 0;
   std::size_t _written = 0;
