@@ -133,9 +133,13 @@ unsigned char* EncodeBytes(const unsigned char* input, std::size_t length, unsig
   return output;
 }
 
+/// More than a stretch can fill. A line may be longer than memory: no pointer goes to the end of one that goes on.
+constexpr std::size_t kFar = 2 * kStretch + 1;
+
 /// Writes a stretch.
 inline unsigned char* WriteStretch(const Stretch& stretch, std::size_t count, unsigned char* output, YEncLine& line) {
-  unsigned char* lineEnd = output + line.room;
+  std::size_t beyond = line.room - std::min(line.room, kFar);
+  unsigned char* lineEnd = output + (line.room - beyond);
   for (std::size_t i = 0; i < count;) {
     const std::uint64_t marks = LoadWord(stretch.marks + i);
     StoreWord(output, LoadWord(stretch.shifted + i));
@@ -157,10 +161,11 @@ inline unsigned char* WriteStretch(const Stretch& stretch, std::size_t count, un
     }
     if (output >= lineEnd) {
       output = YEncPutBreak(output);
-      lineEnd = output + line.length;
+      beyond = line.length - std::min(line.length, kFar);
+      lineEnd = output + (line.length - beyond);
     }
   }
-  line.room = static_cast<std::size_t>(lineEnd - output);
+  line.room = beyond + static_cast<std::size_t>(lineEnd - output);
   return output;
 }
 

@@ -228,11 +228,17 @@ std::uint64_t CountEscapes(const unsigned char* input, std::size_t length, bool 
   return count + YEncCountEscapesScalar(input, length, plainTabDot);
 }
 
-/// Of a line so short more than half of a block would be done in vain, and a short input is done sooner byte by byte.
-HWY_INLINE bool IsForScalar(std::size_t length, const YEncLine& line) { return length < 16 || line.length < 32; }
+/// Of lines shorter than these most of a block would be done in vain.
+constexpr std::size_t kShortestMeasured = 16;
+constexpr std::size_t kShortestEncoded = 24;
+
+/// A short input is done sooner byte by byte.
+HWY_INLINE bool IsForScalar(std::size_t length, const YEncLine& line, std::size_t shortestLine) {
+  return length < 16 || line.length < shortestLine;
+}
 
 std::uint64_t Measure(const unsigned char* input, std::size_t length, YEncLine& line) {
-  if (IsForScalar(length, line)) {
+  if (IsForScalar(length, line, kShortestMeasured)) {
     return YEncMeasureScalar(input, length, line);
   }
   Counter counter;
@@ -241,7 +247,7 @@ std::uint64_t Measure(const unsigned char* input, std::size_t length, YEncLine& 
 }
 
 unsigned char* Encode(const unsigned char* input, std::size_t length, unsigned char* output, YEncLine& line) {
-  if (IsForScalar(length, line)) {
+  if (IsForScalar(length, line, kShortestEncoded)) {
     return YEncEncodeScalar(input, length, output, line);
   }
   Output sink{output};

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <random>
 #include <string>
@@ -810,6 +811,20 @@ TEST(YEncKernel, EncodesEscapesAtEveryPlaceOfALine) {
         data[at + 1] = data[at + 3] = '\xD6';
         ASSERT_EQ(EncodePieces(data, columns, false, 1000, 0), SlowLines(data, columns, false)) << at;
       }
+    }
+  });
+}
+
+TEST(YEncKernel, LinesMayBeLongerThanMemory) {
+  qsbase::test::OnEveryLevel([] {
+    const std::size_t most = std::numeric_limits<std::size_t>::max();
+    for (const std::size_t size : {1u, 15u, 16u, 31u, 32u, 100u, 128u, 129u, 300u}) {
+      const std::string data(size, 'a');
+      std::vector<unsigned char> out(2 * size + 64);
+      YEncLine line{most, most, false};
+      const auto* const input = reinterpret_cast<const unsigned char*>(data.data());
+      ASSERT_EQ(Kernels().encode(input, size, out.data(), line), out.data() + size);
+      ASSERT_EQ(line.room, most - size);
     }
   });
 }
