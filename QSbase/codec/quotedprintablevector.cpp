@@ -329,8 +329,8 @@ std::uint64_t Size(const unsigned char* input, std::size_t length, const QPTable
 
 /// The values of hex digits of either case; more than 15 for all other bytes.
 HWY_INLINE ByteVector HexValues(ByteVector bytes) {
-  // "9" becomes the largest byte, and the six below "0" to "9" stay out of the subtraction's reach.
-  const auto digits = hn::Sub(hn::SaturatedSub(hn::Add(bytes, Splat(0xFF - '9')), Splat(6)), Splat(0xF0));
+  // "9" becomes the largest byte, then "0" to "9" have high bits that nothing else has.
+  const auto digits = hn::Xor(hn::SaturatedSub(hn::Add(bytes, Splat(0xFF - '9')), Splat(6)), Splat(0xF0));
   const auto letters = hn::SaturatedAdd(hn::Sub(hn::And(bytes, Splat(0xDF)), Splat('A')), Splat(10));
   return hn::Min(digits, letters);
 }
@@ -361,7 +361,7 @@ HWY_INLINE void DecodeVector(const unsigned char* p, DecodeState& state) {
   const auto high = HexValues(first);
   const auto low = HexValues(second);
   const auto digits = hn::Or(high, low);
-  const auto isTriple = hn::And(isEscape, hn::Eq(hn::Min(digits, Splat(15)), digits));
+  const auto isTriple = hn::And(isEscape, hn::Eq(hn::And(digits, Splat(0xF0)), Splat(0)));
   const auto isSoftBreak = hn::And(isEscape, IsBreak(first));
   const std::uint64_t triples = MaskBits(isTriple);
   const std::uint64_t softBreaks = MaskBits(isSoftBreak);
