@@ -189,6 +189,35 @@ TEST(BinHexRuns, AgreesWithTheRules) {
   });
 }
 
+/// Literal bytes, then a run mark with its count, and so on.
+std::string CloseMarks(std::size_t literals, char count, std::size_t marks) {
+  std::string coded;
+  for (std::size_t mark = 0; mark < marks; ++mark) {
+    for (std::size_t i = 0; i < literals; ++i) {
+      coded += static_cast<char>(mark + i);
+    }
+    coded += {'\x90', count};
+  }
+  return coded;
+}
+
+TEST(BinHexRuns, MarksNextToEachOther) {
+  OnEveryLevel([] {
+    for (std::size_t literals = 0; literals < 4; ++literals) {
+      for (const char count : {'\0', '\1', '\2', '\x40', '\x90', '\xFF'}) {
+        const std::string coded = CloseMarks(literals, count, 60);
+        for (std::size_t length = 0; length <= coded.size(); ++length) {
+          const std::string cut = coded.substr(0, length);
+          for (const std::size_t room : {length / 2, length, std::size_t{400}, std::size_t{20000}}) {
+            ASSERT_EQ(ExpandWithKernel(cut, room, 0, 0, 'z'), ExpandSlowly(cut, room, 0, 'z'))
+                << literals << " before " << static_cast<int>(count) << ", " << length << " into " << room;
+          }
+        }
+      }
+    }
+  });
+}
+
 TEST(BinHexRuns, ARunOfEveryLengthAtEveryPlace) {
   OnEveryLevel([] {
     for (int length = 0; length < 256; ++length) {
