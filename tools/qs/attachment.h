@@ -4,36 +4,17 @@
 #ifndef QS_ATTACHMENT_H
 #define QS_ATTACHMENT_H
 
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace qs {
+#include "attachmentdata.h"
+#include "crctext.h"
 
-enum class Encoding { None, Base64, QuotedPrintable, UU, XX, YEnc, BinHex };
+namespace qs {
 
 /// "base64", "quoted-printable", "uu", "xx", "yenc", "binhex"; "none" for what is not encoded.
 const char* EncodingName(Encoding encoding);
-
-/// Where a part of a yEnc multi-part post belongs. Offsets count from 1, end is inclusive, as in the "=ypart" line.
-struct YEncPart {
-  int number = 0;
-  int total = -1;  ///< -1: the post does not say
-  std::uint32_t begin = 0;
-  std::uint32_t end = 0;
-  std::uint32_t size = 0;  ///< of the whole file
-  std::string fileCrc;     ///< CRC-32 of the whole file as NormalCrc gives it, empty when the post does not say
-};
-
-struct Attachment {
-  Encoding encoding = Encoding::None;
-  std::string name;  ///< as the sender wrote it: may be empty, may hold anything, is no safe file name
-  std::string data;
-  std::string problem;  ///< empty: every check passed; otherwise what is wrong, in a few words
-  std::optional<YEncPart> part;
-};
 
 /// The yEnc, UU, XX, Base64 ("begin-base64") and BinHex blocks of a text, in their order.
 std::vector<Attachment> FindEncodedBlocks(std::string_view text);
@@ -65,12 +46,6 @@ Attachment DecodeBinHexText(std::string_view text);
 /// A text whose lines are all of one length (a multiple of four, 40 or more), the last one shorter or equal, of the
 /// Base64 alphabet only and with correct padding, so that it is nothing but Base64.
 bool IsBareBase64(std::string_view text);
-
-/// A CRC-32 as a post writes it in the form that Crc32Hex has: some encoders drop leading zeros or write small letters.
-std::string NormalCrc(const std::string& written);
-
-/// CRC-32 as eight upper-case hex digits.
-std::string Crc32Hex(std::string_view data);
 
 }  // namespace qs
 
