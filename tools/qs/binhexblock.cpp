@@ -7,13 +7,12 @@
 #include <array>
 #include <cstdint>
 
+#include "coderflags.h"
 #include "coderoutput.h"
 #include "decodestatus.h"
 
 namespace qs {
 namespace {
-
-constexpr int kFlagBinHexHeaderOnly = 0x20000;
 
 // Gives the protected steps of the decoder, which leave the data's CRC to whoever wants it.
 class BinHexReader : public CBinHexDecoder {
@@ -69,7 +68,7 @@ Attachment DecodeBinHex(std::string_view text) {
     Report(result, StatusText(status));
     return result;
   }
-  result.data.assign(output.data == nullptr ? "" : output.data, output.length);
+  result.data = output.View();
   if (!reader.DataCrcFits(text)) {
     Report(result, "CRC-16 mismatch");
   }

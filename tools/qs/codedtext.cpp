@@ -41,7 +41,7 @@ int CodedText::DecodeToBuffer(CEncodeDecode& coder, int flags, std::string& data
       header == nullptr ? coder.Decode(_text.data(), kSourceBuffer, Length(), &output.data, output.length, flags)
                         : CEncodeDecode::DecodeYEnc(_text.data(), Length(), &output.data, output.length, flags, header);
   if (status == 0) {
-    data.assign(output.data == nullptr ? "" : output.data, output.length);
+    data = output.View();
   }
   return status;
 }

@@ -5,6 +5,8 @@
 
 #include <QSbase/codec/encodedecode.h>
 
+#include <string_view>
+
 namespace qs {
 
 /// A coder's output buffer, released as a coder without flags for its buffer asks for. One thread uses an object.
@@ -13,6 +15,8 @@ struct CoderOutput {
   CoderOutput(const CoderOutput&) = delete;
   CoderOutput& operator=(const CoderOutput&) = delete;
   ~CoderOutput() { CEncodeDecode::FreeBuffer(data, 0); }
+
+  std::string_view View() const { return {data == nullptr ? "" : data, length}; }
 
   char* data = nullptr;
   unsigned int length = 0;

@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "attachment.h"
+#include "coderflags.h"
 #include "coderoutput.h"
 #include "consoleos.h"
 #include "fetch.h"
@@ -26,12 +27,6 @@
 namespace qs {
 namespace {
 
-constexpr int kFlagBase64 = 0x1;
-constexpr int kFlagQP = 0x2;
-constexpr int kFlagUU = 0x4;
-constexpr int kFlagXX = 0x8;
-constexpr int kFlagHardBreaks = 0x200;
-constexpr int kFlagYEncLines = 0x1000;
 constexpr unsigned int kLineLength = 76;
 constexpr int kNothingSelected = -2;
 constexpr int kOutOfMemory = -3;

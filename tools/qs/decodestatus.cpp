@@ -36,4 +36,12 @@ void Report(Attachment& attachment, const std::string& problem) {
   }
 }
 
+bool DecodeInto(Attachment& result, const CodedText& coded, CEncodeDecode& coder, int flags) {
+  const int status = coded.Decode(coder, flags, result.data);
+  if (status != 0) {
+    Report(result, StatusText(status));
+  }
+  return status == 0;
+}
+
 }  // namespace qs

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "attachmentdata.h"
+#include "codedtext.h"
 
 namespace qs {
 
@@ -22,6 +23,10 @@ inline unsigned int CoderLength(std::string_view text) { return static_cast<unsi
 
 /// Sets the problem unless an earlier one stands.
 void Report(Attachment& attachment, const std::string& problem);
+
+/// Decodes a text that fits by the coder that the flags select. A status other than 0 is a problem.
+/// \returns whether there is data that is to be checked further.
+bool DecodeInto(Attachment& result, const CodedText& coded, CEncodeDecode& coder, int flags);
 
 }  // namespace qs
 

@@ -7,14 +7,12 @@
 #include <string>
 #include <string_view>
 
+#include "coderflags.h"
 #include "decodestatus.h"
 #include "text.h"
 
 namespace qs {
 namespace {
-
-constexpr int kFlagBase64 = 0x1;
-constexpr int kFlagQP = 0x2;
 
 // The part of a Base64 text that is decoded: the decoder stops at the first padding.
 struct Base64Extent {
@@ -111,10 +109,7 @@ Attachment DecodeNormalQuotedPrintable(const CodedText& coded) {
   Attachment result;
   result.encoding = Encoding::QuotedPrintable;
   CEncodeDecode coder(75, 76);
-  const int status = coded.Decode(coder, kFlagQP, result.data);
-  if (status != 0) {
-    Report(result, StatusText(status));
-  } else if (coder.GetNumberIllegalChars() > 0) {
+  if (DecodeInto(result, coded, coder, kFlagQP) && coder.GetNumberIllegalChars() > 0) {
     Report(result, Count(coder.GetNumberIllegalChars(), "escape") + " without hex digits");
   }
   return result;
@@ -131,8 +126,9 @@ Attachment DecodeBase64(const CodedText& coded) {
   const Base64Extent extent(coded.View());
   const std::string tail(Trim(coded.View().substr(extent.length)));
   CEncodeDecode coder(75, 76);
-  const int status = coded.Decode(coder, kFlagBase64, result.data);
-  Report(result, status != 0 ? StatusText(status) : Base64Problem(coder, extent, tail));
+  if (DecodeInto(result, coded, coder, kFlagBase64)) {
+    Report(result, Base64Problem(coder, extent, tail));
+  }
   return result;
 }
 

@@ -6,14 +6,12 @@
 #include <array>
 
 #include "beginline.h"
+#include "coderflags.h"
 #include "decodestatus.h"
 #include "text.h"
 
 namespace qs {
 namespace {
-
-constexpr int kFlagUU = 0x4;
-constexpr int kFlagXX = 0x8;
 
 // The line of count 0. Where it is a blank, some transports took that away.
 bool IsUueTerminator(std::string_view line) { return line.empty() || line == "`" || line == " " || line == "+"; }
@@ -157,10 +155,10 @@ Attachment DecodeUueBody(const UueBody& body, const CodedText& coded) {
   const bool isXX = body.encoding == Encoding::XX;
   const bool isForeign = !isXX && HasForeignUuChar(body.lines);
   CEncodeDecode coder(75, 76);
-  const int status = coded.Part(body.lines).Decode(coder, isXX ? kFlagXX : kFlagUU, result.data);
-  if (status != 0) {
-    Report(result, StatusText(status));
-  } else if (body.hasShortLine) {
+  if (!DecodeInto(result, coded.Part(body.lines), coder, isXX ? kFlagXX : kFlagUU)) {
+    return result;
+  }
+  if (body.hasShortLine) {
     Report(result, StatusText(-6));
   } else if (isForeign || (isXX && coder.GetNumberIllegalChars() > 0)) {
     Report(result, "characters outside the alphabet");

@@ -6,15 +6,13 @@
 #include <string>
 #include <string_view>
 
+#include "coderflags.h"
 #include "crctext.h"
 #include "decodestatus.h"
 #include "text.h"
 
 namespace qs {
 namespace {
-
-constexpr int kFlagYEnc = 0x800;
-constexpr int kFlagYEncFindBlock = 0x2000;
 
 // The value of "key" in a yEnc line, the key standing behind a blank.
 std::string YEncValue(std::string_view line, std::string_view key) {
@@ -125,10 +123,7 @@ Attachment DecodeRawYEnc(const CodedText& coded) {
   Attachment result;
   result.encoding = Encoding::YEnc;
   CEncodeDecode coder(75, 76);
-  const int status = coded.Decode(coder, kFlagYEnc, result.data);
-  if (status != 0) {
-    result.problem = "the decoder gave " + std::to_string(status);
-  }
+  DecodeInto(result, coded, coder, kFlagYEnc);
   return result;
 }
 
