@@ -122,6 +122,9 @@ Attachment DecodeYEnc(const CodedText& coded) {
 Attachment DecodeRawYEnc(const CodedText& coded) {
   Attachment result;
   result.encoding = Encoding::YEnc;
+  if (!FitsCoder(coded.View(), result)) {
+    return result;
+  }
   CEncodeDecode coder(75, 76);
   DecodeInto(result, coded, coder, kFlagYEnc);
   return result;
