@@ -9,13 +9,12 @@
 #include <hwy/foreach_target.h>
 
 #include <QSbase/simd/bytes-inl.h>
+#include <QSbase/simd/sixbits-inl.h>
 
 #if QSBASE_SIMD_TARGET
 HWY_BEFORE_NAMESPACE();
 namespace qsbase::detail::HWY_NAMESPACE {
 namespace {
-
-using Words = hn::Repartition<std::uint16_t, Bytes>;
 
 /// A vector of text is so many groups, which are so many bytes of data.
 constexpr std::ptrdiff_t kGroups = kBytes / 4;
@@ -25,14 +24,6 @@ constexpr std::ptrdiff_t kData = kGroups * 3;
 /// they give: with n groups before them that is 3 * (n + kAhead / 4) + 2 bytes, at least 3 * n + kBytes.
 constexpr std::ptrdiff_t kAhead = kBytes + kBytes / 2;
 static_assert(kAhead / 4 * 3 + 2 >= kBytes);
-
-/// A table of 16 bytes, for every block of a vector.
-HWY_INLINE ByteVector Table(const std::uint8_t* table) { return hn::LoadDup128(Bytes(), table); }
-
-/// A vector that repeats four bytes, the first one lowest.
-HWY_INLINE ByteVector Repeat(std::uint32_t bytes) {
-  return hn::BitCast(Bytes(), hn::Set(hn::Repartition<std::uint32_t, Bytes>(), bytes));
-}
 
 /// Asks for what a line needs after some more lines. The processor foresees that within a page at most, and it is what
 /// large inputs wait for. Nothing is read, so it may be behind the end.
@@ -66,19 +57,6 @@ HWY_INLINE ByteVector LoadData(const unsigned char* input) {
 #endif
 }
 
-/// Six bits in every byte, from twelve bytes in every block. A group's bytes a, b, c become the words a:b and b:c, so
-/// that two of its numbers are to be moved down in their word, and two up.
-HWY_INLINE ByteVector SixBits(ByteVector data) {
-  alignas(16) static constexpr std::uint8_t kPlaces[16] = {1, 0, 2, 1, 4, 3, 5, 4, 7, 6, 8, 7, 10, 9, 11, 10};
-  const Words words;
-  const auto pairs = hn::TableLookupBytes(data, Table(kPlaces));
-  const auto first = hn::BitCast(words, hn::And(pairs, Repeat(0x0FC0FC00)));
-  const auto second = hn::BitCast(words, hn::And(pairs, Repeat(0x003F03F0)));
-  const auto down = hn::MulHigh(first, hn::BitCast(words, Repeat(0x04000040)));
-  const auto up = hn::Mul(second, hn::BitCast(words, Repeat(0x01000010)));
-  return hn::BitCast(Bytes(), hn::Or(down, up));
-}
-
 /// The characters of numbers below 64. What is to be added depends on the range that a number is in: 0 and 1 are the
 /// letters, 2 to 11 the digits, 12 and 13 "+" and "/".
 HWY_INLINE ByteVector Characters(ByteVector numbers) {
@@ -91,11 +69,13 @@ HWY_INLINE ByteVector Characters(ByteVector numbers) {
   const hn::Repartition<std::int8_t, Bytes> sign;
   const auto notCapital = hn::VecFromMask(hn::RebindMask(Bytes(), hn::BitCast(sign, numbers) > hn::Set(sign, 25)));
   const auto range = hn::Sub(hn::SaturatedSub(numbers, Splat(51)), notCapital);
-  return hn::Add(numbers, hn::TableLookupBytes(Table(kOffsets), range));
+  return hn::Add(numbers, hn::TableLookupBytes(LoadTable(kOffsets), range));
 }
 
 /// A vector of text from `kData` bytes.
-HWY_INLINE ByteVector Encoded(const unsigned char* input) { return Characters(SixBits(LoadData(input))); }
+HWY_INLINE ByteVector Encoded(const unsigned char* input) {
+  return Characters(SpreadSixBits(Bytes(), LoadData(input)));
+}
 
 struct EncodeState {
   const unsigned char* position;
@@ -199,37 +179,16 @@ HWY_INLINE Values ValuesOf(ByteVector characters) {
       0, 0, 62 - '+', 52 - '0', kCapital, kCapital, kSmall, kSmall, 0, 0, 0, 0, 0, 0, 0, 0};
   const auto upper = hn::ShiftRight<4>(characters);
   const auto legal =
-      hn::And(hn::TableLookupBytes(Table(kClasses), upper), hn::TableLookupBytes(Table(kAllowed), characters));
-  const auto numbers = hn::Add(characters, hn::TableLookupBytes(Table(kOffsets), upper));
+      hn::And(hn::TableLookupBytes(LoadTable(kClasses), upper), hn::TableLookupBytes(LoadTable(kAllowed), characters));
+  const auto numbers = hn::Add(characters, hn::TableLookupBytes(LoadTable(kOffsets), upper));
   return {hn::Min(numbers, Splat(63)), legal};
 }
 
 HWY_INLINE std::uint64_t ForeignBits(ByteVector legal) { return MaskBits(hn::Eq(legal, hn::Zero(Bytes()))); }
 
-/// Pairs of numbers a, b as words a * 64 + b.
-HWY_INLINE hn::Vec<hn::Repartition<std::int16_t, Bytes>> TwelveBits(ByteVector numbers) {
-  const hn::Repartition<std::int16_t, Bytes> words;
-#if HWY_TARGET == HWY_SSE4
-  return hn::Vec<decltype(words)>{_mm_maddubs_epi16(numbers.raw, Repeat(0x01400140).raw)};
-#elif HWY_TARGET == HWY_AVX2
-  return hn::Vec<decltype(words)>{_mm256_maddubs_epi16(numbers.raw, Repeat(0x01400140).raw)};
-#elif HWY_TARGET == HWY_AVX3
-  return hn::Vec<decltype(words)>{_mm512_maddubs_epi16(numbers.raw, Repeat(0x01400140).raw)};
-#else
-  const auto pairs = hn::BitCast(words, numbers);
-  return hn::Or(hn::And(hn::ShiftLeft<6>(pairs), hn::Set(words, 0xFC0)), hn::ShiftRight<8>(pairs));
-#endif
-}
-
 /// Stores the `kData` bytes of a vector of numbers, and scratches up to `kBytes`.
 HWY_INLINE void StoreData(ByteVector numbers, char* output) {
-  alignas(16) static constexpr std::uint8_t kPlaces[16] = {2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, 15, 15, 15, 15};
-  const hn::Repartition<std::int16_t, Bytes> words;
-  const hn::Repartition<std::int32_t, Bytes> groups;
-  auto odd = hn::Zero(groups);
-  const auto weights = hn::BitCast(words, hn::Set(groups, 0x00011000));
-  const auto joined = hn::ReorderWidenMulAccumulate(groups, TwelveBits(numbers), weights, hn::Zero(groups), odd);
-  const auto data = hn::TableLookupBytes(hn::BitCast(Bytes(), joined), Table(kPlaces));
+  const auto data = GatherSixBits(Bytes(), numbers);
 #if HWY_TARGET == HWY_AVX2
   const hn::Half<Bytes> half;
   auto* const out = reinterpret_cast<std::uint8_t*>(output);
@@ -237,6 +196,7 @@ HWY_INLINE void StoreData(ByteVector numbers, char* output) {
   hn::StoreU(hn::UpperHalf(half, data), half, out + 12);
 #elif HWY_TARGET == HWY_AVX3
   alignas(64) static constexpr std::int32_t kLanes[16] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 15, 15, 15, 15};
+  const hn::Repartition<std::int32_t, Bytes> groups;
   const auto lanes = hn::SetTableIndices(groups, kLanes);
   StoreBytes(hn::BitCast(Bytes(), hn::TableLookupLanes(hn::BitCast(groups, data), lanes)), output);
 #else

@@ -48,8 +48,6 @@ namespace {
 
 constexpr std::ptrdiff_t kGroupBytes = kBytes / 4 * 3;
 
-HWY_INLINE ByteVector Table(const std::uint8_t* table) { return hn::LoadDup128(Bytes(), table); }
-
 HWY_INLINE hn::Mask<Bytes> NoDigits(ByteVector text, ByteVector upper, ByteVector lower) {
   const auto below = hn::TableLookupBytes(lower, hn::And(text, Splat(15)));
   const auto above = hn::TableLookupBytes(upper, hn::ShiftRight<4>(text));
@@ -57,9 +55,9 @@ HWY_INLINE hn::Mask<Bytes> NoDigits(ByteVector text, ByteVector upper, ByteVecto
 }
 
 BinHexGroups DecodeGroups(const char* position, const char* end, unsigned char* out, unsigned char* outEnd) {
-  const auto upper = Table(kBinHexTables.upper);
-  const auto lower = Table(kBinHexTables.lower);
-  const auto distances = Table(kBinHexTables.above);
+  const auto upper = LoadTable(kBinHexTables.upper);
+  const auto lower = LoadTable(kBinHexTables.lower);
+  const auto distances = LoadTable(kBinHexTables.above);
   while (end - position >= kBytes && outEnd - out >= kGroupBytes) {
     const auto text = LoadBytes(position);
     const auto values = hn::Sub(text, hn::TableLookupBytes(distances, hn::ShiftRight<3>(text)));

@@ -87,11 +87,6 @@ namespace {
 /// The mask bits of a whole vector.
 constexpr std::uint64_t kAllBytes = ~std::uint64_t{0} >> (64 - kBytes);
 
-/// A table for `TableLookupBytes`, in every block of the vector.
-HWY_INLINE ByteVector LoadTable(const std::array<std::uint8_t, 16>& table) {
-  return hn::LoadDup128(Bytes(), table.data());
-}
-
 HWY_INLINE ByteVector HighDigits(ByteVector bytes) {
   const hn::RepartitionToWide<Bytes> pairs;
   return hn::And(hn::BitCast(Bytes(), hn::ShiftRight<4>(hn::BitCast(pairs, bytes))), Splat(0x0F));
@@ -141,7 +136,7 @@ HWY_INLINE ByteVector WithLineFeeds(ByteVector bytes, ByteVector next) {
 /// Expands one vector.
 HWY_INLINE char* ExpandVector(ByteVector bytes, ByteVector notTriples, char* out) {
   const auto high = HighDigits(bytes);
-  const auto highBits = hn::TableLookupBytes(LoadTable(kHighBits), high);
+  const auto highBits = hn::TableLookupBytes(LoadTable(kHighBits.data()), high);
   // A byte above 127 gives zero, and the lookup takes the low four bits of the others.
   const auto isLiteral = hn::Eq(hn::And(hn::TableLookupBytesOr0(notTriples, bytes), highBits), highBits);
   const std::uint64_t literals = MaskBits(isLiteral);
@@ -151,7 +146,7 @@ HWY_INLINE char* ExpandVector(ByteVector bytes, ByteVector notTriples, char* out
   }
   const hn::Repartition<std::uint32_t, Bytes> fours;
   const hn::Repartition<std::uint64_t, Bytes> eights;
-  const auto digits = LoadTable(kHexDigits);
+  const auto digits = LoadTable(kHexDigits.data());
   const auto asFours = hn::BitCast(fours, bytes);
   const auto highs = hn::BitCast(fours, hn::TableLookupBytes(digits, high));
   const auto lows = hn::BitCast(fours, hn::TableLookupBytes(digits, hn::And(bytes, Splat(0x0F))));
@@ -276,7 +271,7 @@ HWY_INLINE void PutText(const unsigned char* p, const unsigned char* end, const 
   alignas(16) char expanded[kPad + 3 * kPiece + kPad];
   char* const text = expanded + kPad;
   StoreBytes(Splat(0), text - kBytes);
-  const auto notTriples = LoadTable(table.notTriples);
+  const auto notTriples = LoadTable(table.notTriples.data());
   auto column = static_cast<std::size_t>(textColumn);
   while (p != end) {
     const unsigned char* pieceEnd = end;
@@ -336,7 +331,7 @@ HWY_INLINE ByteVector HexValues(ByteVector bytes) {
 }
 
 HWY_INLINE hn::Mask<Bytes> IsBreak(ByteVector bytes) {
-  return hn::Eq(hn::TableLookupBytesOr0(LoadTable(kBreaks), bytes), bytes);
+  return hn::Eq(hn::TableLookupBytesOr0(LoadTable(kBreaks.data()), bytes), bytes);
 }
 
 /// What the next vector needs to know of the ones before it.
@@ -369,7 +364,7 @@ HWY_INLINE void DecodeVector(const unsigned char* p, DecodeState& state) {
   const std::uint64_t nextDropped = triples | softBreaks;
   const std::uint64_t secondDropped = triples | longBreaks;
   const std::uint64_t dropped = softBreaks | nextDropped << 1 | secondDropped << 2 | state.dropped;
-  const auto values = hn::Or(hn::TableLookupBytes(LoadTable(kSixteens), high), low);
+  const auto values = hn::Or(hn::TableLookupBytes(LoadTable(kSixteens.data()), high), low);
   state.out = StoreKept(hn::IfThenElse(isTriple, values, bytes), ~dropped & kAllBytes, state.out);
   state.illegal += static_cast<std::uint32_t>(std::popcount(escapes & ~nextDropped));
   state.dropped = nextDropped >> (kBytes - 1) | secondDropped >> (kBytes - 2);

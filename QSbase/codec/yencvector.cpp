@@ -65,8 +65,6 @@ alignas(16) constexpr std::uint8_t kEncodeSpecials[2][16] = {
 alignas(16) constexpr std::uint8_t kLineBreaks[16] = {kNone, kNone, kNone, kNone, kNone, kNone, kNone, kNone,
                                                       kNone, kNone, '\n',  kNone, kNone, '\r',  kNone, kNone};
 
-HWY_INLINE ByteVector LoadTable(const std::uint8_t (&table)[16]) { return hn::LoadDup128(Bytes(), table); }
-
 /// Those characters that the table has. (The shuffle of every level takes the low four bits.)
 HWY_INLINE hn::Mask<Bytes> FindIn(ByteVector table, ByteVector characters) {
   return hn::Eq(hn::TableLookupBytes(table, characters), characters);

@@ -39,6 +39,9 @@ HWY_INLINE ByteVector Splat(Byte byte) {
   return hn::Set(Bytes(), static_cast<std::uint8_t>(byte));
 }
 
+/// A table of 16 bytes for `TableLookupBytes`, in every block of the vector.
+HWY_INLINE ByteVector LoadTable(const std::uint8_t* table) { return hn::LoadDup128(Bytes(), table); }
+
 /// One bit a byte, that of the first byte lowest.
 HWY_INLINE std::uint64_t MaskBits(hn::Mask<Bytes> mask) {
   std::uint64_t bits = 0;

@@ -60,7 +60,7 @@ const char* FindNonSpace(const char* position, const char* end) {
 HWY_INLINE ByteMask IsLineBreak(ByteVector bytes) {
   alignas(16) static constexpr std::uint8_t kBreaks[16] = {128, 128, 128,  128, 128, 128,  128, 128,
                                                            128, 128, '\n', 128, 128, '\r', 128, 128};
-  return hn::Eq(hn::TableLookupBytesOr0(hn::LoadDup128(Bytes(), kBreaks), bytes), bytes);
+  return hn::Eq(hn::TableLookupBytesOr0(LoadTable(kBreaks), bytes), bytes);
 }
 
 const char* FindBreakBefore(const char* position, const char* end, char one, char other) {
