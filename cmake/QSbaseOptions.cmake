@@ -12,7 +12,7 @@ if(QSBASE_BUILD_FUZZERS)
   add_link_options(-fsanitize=fuzzer-no-link)
 endif()
 if(QSBASE_COVERAGE)
-  add_compile_options(--coverage)
+  add_compile_options(--coverage -fprofile-update=atomic)
   add_link_options(--coverage)
 endif()
 
