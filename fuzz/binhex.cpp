@@ -1,6 +1,7 @@
 #include <differential/agreement.h>
 #include <reference/binhex.h>
 
+#include "coder.h"
 #include "target.h"
 
 using namespace qsbase;
@@ -23,5 +24,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text = reference::BinHexText(stream, bits);
   fuzz::DemandEqual(file.data, reference::BinHexDecode(text, false).data, "BinHex");
   fuzz::Demand(differential::CompareBinHexDecode(text, false, alignment));
+  const auto decode = [headerOnly](const char* in, unsigned int length, char** out, unsigned int& size) {
+    const int flags = fuzz::kArrayBuffers | (headerOnly ? 0x20000 : 0);
+    CEncodeDecode::DecodeBinHex(in, length, out, size, flags, nullptr);
+  };
+  fuzz::DemandCoderBounds("DecodeBinHex", input.Rest(), decode);
+  fuzz::DemandCoderBounds("DecodeBinHex", text, decode);
   return 0;
 }

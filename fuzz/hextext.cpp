@@ -1,9 +1,27 @@
+#include <QSbase/codec/encodedecode.h>
 #include <QSbase/text/qsstring.h>
 #include <differential/agreement.h>
 
+#include "bounds.h"
 #include "target.h"
 
 using namespace qsbase;
+
+namespace {
+
+void DemandBounds(std::string_view text, char escape, unsigned int mask) {
+  fuzz::DemandBounds("String2Hex", text, [](std::string_view in) { return String2Hex(std::string(in)).size(); });
+  fuzz::DemandBounds("UnescapeHexString", text, [escape](std::string_view in) {
+    std::string out(in);
+    CEncodeDecode::UnescapeHexString(out, static_cast<unsigned char>(escape));
+    return out.size();
+  });
+  fuzz::DemandBounds("StripCharacters", text,
+                     [mask](std::string_view in) { return QsString::StripCharacters(std::string(in), mask).size(); });
+  fuzz::DemandBounds("ToLower", text, [](std::string_view in) { return QsString::ToLower(std::string(in)).size(); });
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
@@ -17,5 +35,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Demand(differential::CompareClasses(input.Rest(), mask));
   fuzz::Demand(differential::CompareSkips(input.Rest(), alignment));
   fuzz::DemandEqual(input.Rest(), Hex2String(String2Hex(std::string(input.Rest()))), "hex text");
+  DemandBounds(input.Rest(), escape, mask);
   return 0;
 }

@@ -1,6 +1,7 @@
 #include <QSbase/codec/encodedecode.h>
 #include <differential/agreement.h>
 
+#include "coder.h"
 #include "target.h"
 
 using namespace qsbase;
@@ -28,6 +29,16 @@ void DemandRoundTrip(const std::string& original, unsigned int lineLength, int f
   fuzz::DemandEqual(original + "x", decoded, "quoted-printable");
 }
 
+void DemandBounds(std::string_view text, unsigned int lineLength, int flags) {
+  CEncodeDecode coder(lineLength, 76);
+  fuzz::DemandCoderBounds("EncodeQP", text, [&](const char* in, unsigned int length, char** out, unsigned int& size) {
+    coder.EncodeQP(in, length, out, size, flags | fuzz::kArrayBuffers);
+  });
+  fuzz::DemandCoderBounds("DecodeQP", text, [&](const char* in, unsigned int length, char** out, unsigned int& size) {
+    coder.DecodeQP(in, length, out, size, fuzz::kArrayBuffers);
+  });
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -42,5 +53,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Demand(
       differential::CompareQpFitting(input.Rest(), lineLength, room, flags | (room % 2 == 0 ? 0 : 0x80), alignment));
   DemandRoundTrip(std::string(input.Rest()), lineLength, flags);
+  DemandBounds(input.Rest(), lineLength, flags);
   return 0;
 }

@@ -1,6 +1,7 @@
 #include <QSbase/codec/encodedecode.h>
 #include <differential/agreement.h>
 
+#include "coder.h"
 #include "target.h"
 
 using namespace qsbase;
@@ -20,6 +21,16 @@ void DemandRoundTrip(const std::string& original, int flags) {
   fuzz::DemandEqual(original, decoded, "UU or XX");
 }
 
+void DemandBounds(std::string_view text, int flags, int kind) {
+  CEncodeDecode coder(75, 76);
+  fuzz::DemandCoderBounds("EncodeUUE", text, [&](const char* in, unsigned int length, char** out, unsigned int& size) {
+    coder.EncodeUUE(in, length, out, size, kind | fuzz::kArrayBuffers);
+  });
+  fuzz::DemandCoderBounds("DecodeUUE", text, [&](const char* in, unsigned int length, char** out, unsigned int& size) {
+    coder.DecodeUUE(in, length, out, size, flags | fuzz::kArrayBuffers);
+  });
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -31,5 +42,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Demand(differential::CompareUuDecode(input.Rest(), flags, alignment));
   fuzz::Demand(differential::CompareUuEncode(input.Rest(), kind, alignment));
   DemandRoundTrip(std::string(input.Rest()), kind);
+  DemandBounds(input.Rest(), flags, kind);
   return 0;
 }

@@ -1,6 +1,7 @@
 #include <QSbase/codec/encodedecode.h>
 #include <differential/agreement.h>
 
+#include "coder.h"
 #include "target.h"
 
 using namespace qsbase;
@@ -23,6 +24,21 @@ void DemandRoundTrip(const std::string& original, const reference::YEncFields& f
   fuzz::Demand(header.CompareCRC() ? "" : "the CRC of yEnc does not agree");
 }
 
+void DemandBounds(std::string_view text, const reference::YEncFields& fields, int flags) {
+  CYEncData header;
+  header.lineLength = fields.line;
+  header.part = fields.part;
+  fuzz::DemandCoderBounds("EncodeYEnc", text, [&](const char* in, unsigned int length, char** out, unsigned int& size) {
+    CEncodeDecode::EncodeYEnc(in, length, out, size, header, flags | fuzz::kArrayBuffers);
+  });
+  for (const int find : {0, kFind}) {
+    fuzz::DemandCoderBounds("DecodeYEnc", text,
+                            [&](const char* in, unsigned int length, char** out, unsigned int& size) {
+                              CEncodeDecode::DecodeYEnc(in, length, out, size, find | fuzz::kArrayBuffers, &header);
+                            });
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -37,5 +53,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Demand(differential::CompareYEncBlock(input.Rest(), alignment));
   fuzz::Demand(differential::CompareYEncEncode(input.Rest(), fields, flags, alignment));
   DemandRoundTrip(std::string(input.Rest()), fields, flags);
+  DemandBounds(input.Rest(), fields, flags);
   return 0;
 }
