@@ -194,6 +194,9 @@ class Transfer {
     Set(CURLOPT_WRITEDATA, static_cast<void*>(&_body));
     Set(CURLOPT_HEADERFUNCTION, &ReceiveHeader);
     Set(CURLOPT_HEADERDATA, static_cast<void*>(&_header));
+    // The body comes as it was sent. libcurl would inflate one whose transfer encoding is gzip though nobody asked for
+    // that, and some hundred bytes to some hundred megabytes.
+    Set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
     if (!_request.userAgent.empty()) {
       Set(CURLOPT_USERAGENT, _request.userAgent.c_str());
     }
@@ -280,6 +283,9 @@ class Transfer {
 
   bool Perform() {
     _response.curlCode = curl_easy_perform(_handle.easy);
+    if (_response.curlCode == CURLE_OK && _header.inHeaderBlock) {
+      _response.curlCode = CURLE_PARTIAL_FILE;  // libcurl takes what ends among the header lines for a whole answer
+    }
     TakeReceived();
     for (const std::exception_ptr& error : {_header.error, _body.error, _abort.error}) {
       if (error != nullptr) {

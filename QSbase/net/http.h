@@ -112,7 +112,12 @@ using AbortCheck = bool (*)(void* user);
 /// An option that libcurl does not take (a text above 8,000,000 characters, no memory) ends the call in the same place
 /// with libcurl's code: no transfer goes out with less than it was told, such as without its proxy or its CA bundle.
 ///
-/// A transfer slower than 512 bytes a second for 60 seconds fails (28).
+/// A transfer slower than 512 bytes a second for 60 seconds fails (28). One that is never slower takes as long as the
+/// server sends: only the abort check ends it, and only a body that goes to outputFile takes no memory. Headers of more
+/// than 300 KiB (56) and lines of more than 1 MiB in all behind a chunked body (23) end it, too.
+///
+/// An answer that ends before its headers do is a partial file (18), as one is that ends in its body. No coding but
+/// "chunked" is undone: neither "Content-Encoding" nor another "Transfer-Encoding", none of which is asked for.
 ///
 /// \param textCallback  receives status text with textUser; may be null.
 /// \param abortCheck    is asked with abortUser whether to stop; may be null.

@@ -84,6 +84,15 @@ std::string StatusLine(std::uint64_t held, std::int32_t total, double speed, dou
   return line;
 }
 
+// What a header line says of its block: a status line begins one, an empty line ends it. Lines behind a chunked body
+// belong to none.
+bool IsInHeaderBlock(std::string_view line, bool before) {
+  if (line == "\r\n" || line == "\n") {
+    return false;
+  }
+  return before || line.starts_with("HTTP/");
+}
+
 bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // The status of the status line at or after `from`, which is moved behind it.
@@ -131,6 +140,10 @@ std::size_t ReceiveHeader(char* data, std::size_t size, std::size_t count, void*
   if (bytes == 0) {
     return bytes;
   }
+  if (header.held + bytes > longestHeaderText) {
+    return 0;
+  }
+  header.inHeaderBlock = IsInHeaderBlock(std::string_view(data, bytes), header.inHeaderBlock);
   if (!Resize(header, SaturatingAdd(static_cast<std::size_t>(header.held), bytes))) {
     header.length = LengthReader();  // the text begins anew
     return bytes;

@@ -21,6 +21,10 @@ namespace qsbase::detail {
 constexpr std::size_t defaultBodyGrowth = 0x200000;
 constexpr std::size_t headerGrowth = 10240;
 
+/// A header text that would be longer ends its transfer. libcurl refuses more than 300 KiB of header lines by itself,
+/// but takes any number of them behind a chunked body.
+constexpr std::size_t longestHeaderText = 0x100000;
+
 struct CFree {
   void operator()(char* memory) const noexcept { std::free(memory); }
 };
@@ -52,6 +56,7 @@ struct TransferSink {
   std::FILE* output = nullptr;
   const TransferSink* headerSink = nullptr;  ///< set in the body's sink
   LengthReader length;                       ///< of the header text
+  bool inHeaderBlock = false;                ///< of the header text: a status line came, its empty line did not
   std::int32_t contentLength = 0;            ///< last announced length, 0 if none
   std::int64_t firstData = 0;                ///< seconds since the epoch, 0 before the first data
   std::int64_t lastLine = 0;

@@ -398,6 +398,43 @@ TEST(HttpBroken, BodyCutShortIsATrueResult) {
   EXPECT_FALSE(outcome.response.retryable);
 }
 
+// libcurl gives 0 where no length has been announced yet.
+TEST(HttpBroken, HeadersCutShortAreATrueResult) {
+  for (const char* answer : {"HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\nX: y\r\nContent-Le"}) {
+    const Outcome outcome = Answered(answer);
+    EXPECT_TRUE(outcome.result) << answer;
+    EXPECT_EQ(outcome.response.curlCode, 18) << answer;
+    EXPECT_EQ(outcome.response.httpCode, 200) << answer;
+    EXPECT_EQ(outcome.response.body, "") << answer;
+  }
+}
+
+TEST(HttpBroken, EndlessLinesBehindTheBodyFail) {
+  ScriptedServer server([](Connection& connection) {
+    connection.Send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nok\r\n0\r\n");
+    while (connection.Send("X: " + std::string(1000, 'y') + "\r\n")) {
+    }
+  });
+  const Outcome outcome = Fetch(server.Url());
+  EXPECT_FALSE(outcome.result);
+  EXPECT_EQ(outcome.response.curlCode, 23);
+  EXPECT_FALSE(outcome.response.retryable);
+  EXPECT_EQ(outcome.response.body, "ok");
+  EXPECT_LE(outcome.response.headers.size(), std::size_t{1} << 20);
+}
+
+// These are the 17 bytes of a gzip stream of "ok" without its end; libcurl would hand over "ok", if not much more.
+TEST(HttpBroken, NoCodingIsUndoneThatNobodyAskedFor) {
+  const std::string coded("\x1F\x8B\x08\0\0\0\0\0\0\x03\xCB\xCF\x06\0\x47\xDD\xDC", 17);
+  for (const char* header : {"Content-Encoding: gzip", "Transfer-Encoding: gzip", "Transfer-Encoding: gzip, chunked"}) {
+    const bool chunked = std::string(header).find("chunked") != std::string::npos;
+    const Outcome outcome = Answered("HTTP/1.1 200 OK\r\n" + std::string(header) + "\r\n\r\n" +
+                                     (chunked ? "11\r\n" : "") + coded + (chunked ? "\r\n0\r\n\r\n" : ""));
+    EXPECT_TRUE(outcome.result) << header << outcome.response.errorText;
+    EXPECT_EQ(outcome.response.body, coded) << header;
+  }
+}
+
 TEST(HttpBroken, ResetInTheBodyKeepsWhatArrived) {
   std::atomic<bool> arrived{false};
   ScriptedServer server([&arrived](Connection& connection) {

@@ -656,6 +656,35 @@ TEST(HttpHeaderReceiver, HoldsAnExceptionAndAborts) {
   EXPECT_THROW(std::rethrow_exception(header.error), std::runtime_error);
 }
 
+TEST(HttpHeaderReceiver, KeepsAMebibyteAndEndsTheTransferBeyond) {
+  TransferSink header;
+  const std::string line = "X: " + std::string(65536 - 5, 'x') + "\r\n";
+  for (std::size_t size = line.size(); size <= longestHeaderText; size += line.size()) {
+    EXPECT_EQ(Header(header, line), line.size());
+  }
+  EXPECT_EQ(header.Bytes().size(), longestHeaderText);
+  EXPECT_EQ(Header(header, "\n"), 0u);
+  EXPECT_EQ(header.Bytes().size(), longestHeaderText) << "what came before stays";
+  EXPECT_EQ(header.error, nullptr);
+}
+
+TEST(HttpHeaderReceiver, KnowsWhetherABlockOfHeadersIsWhole) {
+  TransferSink header;
+  EXPECT_FALSE(header.inHeaderBlock);
+  Header(header, "220 FTP server ready\r\n");
+  EXPECT_FALSE(header.inHeaderBlock);
+  for (const char* end : {"\r\n", "\n"}) {
+    Header(header, "HTTP/1.1 200 OK\r\n");
+    EXPECT_TRUE(header.inHeaderBlock);
+    Header(header, "X: y\r\n");
+    EXPECT_TRUE(header.inHeaderBlock);
+    Header(header, end);
+    EXPECT_FALSE(header.inHeaderBlock);
+    Header(header, "X: behind the body\r\n");
+    EXPECT_FALSE(header.inHeaderBlock);
+  }
+}
+
 TEST(HttpDiagnostics, JoinsTrimmedLines) {
   Diagnostics diagnostics;
   EXPECT_EQ(diagnostics.Text(), "");
