@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <map>
 #include <utility>
 
 #include <QSbase/errors.h>
@@ -198,6 +200,21 @@ void LogCleanup(const std::string& dir, const std::string& omit, const QsDateTim
   LogDetail(text);
 }
 
+// Oldest first. The lists of files do not part what was written within one second; here the file system's own time
+// does, or a log that rotates several times a second would lose its newest files and keep older ones.
+using FilesByAge = std::multimap<std::pair<QsDateTime, std::int32_t>, std::string>;
+
+FilesByAge ListByAge(const std::string& dir, const std::string& pattern) {
+  FilesByAge files;
+  const auto take = [&files](const std::string& name, const DirEntry& entry) {
+    files.emplace(std::make_pair(qsbase::detail::EntryDate(entry), entry.writtenNanoseconds), name);
+    return true;
+  };
+  qsbase::detail::WalkDirectory(dir, pattern, qsbase::detail::ListFiles, qsbase::detail::EntryDetail::All, take,
+                                nullptr);
+  return files;
+}
+
 bool DeleteOldest(const std::string& path, bool force) {
   if (QsDeleteFile(path, force)) {
     LogDetail("QsCleanupDirectory deleted file '" + path + "'");
@@ -317,8 +334,7 @@ void QsCleanupDir(const std::string& dir, const std::string& omitDir, unsigned a
 }
 
 unsigned QsCleanupDirectory(const std::string& dir, unsigned keep, const std::string& pattern, bool force) {
-  std::multimap<QsDateTime, std::string> files;
-  QsBuildFileListTimeAgeSorted(dir, pattern, files, qsbase::detail::ListFiles, 0);
+  FilesByAge files = ListByAge(dir, pattern);
   unsigned deleted = 0;
   while (files.size() > keep) {
     deleted += DeleteOldest(ConstructPath(dir, files.begin()->second), force) ? 1 : 0;

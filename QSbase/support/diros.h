@@ -15,14 +15,15 @@ namespace qsbase::detail {
 
 /// What a listing tells of one entry. A symbolic link is described itself, never its target.
 struct DirEntry {
-  std::string name;           ///< without directory, the bytes of the file system
-  bool isDirectory = false;   ///< a real directory; false for a link to one
-  bool isLink = false;        ///< a symbolic link; on Windows also a mounted directory (junction)
-  bool isReadOnly = false;    ///< on Linux the owner's write bit is missing; false for a link
-  std::uint64_t size = 0;     ///< of a regular file, in bytes; 0 for anything else
-  std::int64_t created = 0;   ///< seconds since 1970; on Linux the time of the last status change
-  std::int64_t accessed = 0;  ///< seconds since 1970
-  std::int64_t written = 0;   ///< seconds since 1970
+  std::string name;                     ///< without directory, the bytes of the file system
+  bool isDirectory = false;             ///< a real directory; false for a link to one
+  bool isLink = false;                  ///< a symbolic link; on Windows also a mounted directory (junction)
+  bool isReadOnly = false;              ///< on Linux the owner's write bit is missing; false for a link
+  std::uint64_t size = 0;               ///< of a regular file, in bytes; 0 for anything else
+  std::int64_t created = 0;             ///< seconds since 1970; on Linux the time of the last status change
+  std::int64_t accessed = 0;            ///< seconds since 1970
+  std::int64_t written = 0;             ///< seconds since 1970
+  std::int32_t writtenNanoseconds = 0;  ///< of the second of `written`, as exactly as the file system has it
 };
 
 /// What to do when the directory to open is itself a symbolic link.

@@ -48,6 +48,7 @@ void Fill(const struct stat& status, DirEntry& entry) {
   entry.created = status.st_ctime;
   entry.accessed = status.st_atime;
   entry.written = status.st_mtime;
+  entry.writtenNanoseconds = static_cast<std::int32_t>(status.st_mtim.tv_nsec);
 }
 
 bool IsUsableTempDirectory(const std::string& dir) {

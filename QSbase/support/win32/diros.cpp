@@ -48,7 +48,9 @@ void Describe(const FileData& data, DirEntry& entry) {
   entry.size = data.Has(FILE_ATTRIBUTE_DIRECTORY) || entry.isLink ? 0 : data.size;
   entry.created = ToFileTime(data.created).seconds;
   entry.accessed = ToFileTime(data.accessed).seconds;
-  entry.written = ToFileTime(data.written).seconds;
+  const FileTime written = ToFileTime(data.written);
+  entry.written = written.seconds;
+  entry.writtenNanoseconds = written.nanoseconds;
 }
 
 // Listings come in Unicode: in the code page, what it lacks would show as another character that looks alike, and

@@ -499,6 +499,16 @@ TEST_F(CleanupDirectory, DeletesTheOldestUntilKeepRemain) {
               UnorderedElementsAre("f1.log", "f2.log", "f3.log", "f4.log", "f5.log", "other.txt", "sub\\deep.log"));
 }
 
+TEST_F(CleanupDirectory, OfFilesOfOneSecondTheOldestGo) {
+  constexpr std::int64_t kMillisecond = kSecond / 1000;
+  for (int i = 0; i < 50; ++i) {
+    SetTimes(dir.Write(Numbered("f", i * 7 % 50), ""), 1000000000 * kSecond + (i * 7 % 50) * kMillisecond);
+  }
+  SetTimes(dir.Write("before", ""), 999999999 * kSecond + 900 * kMillisecond);
+  EXPECT_EQ(QsCleanupDirectory(dir.Path(), 3, "*", false), 48U);
+  EXPECT_THAT(List(dir.Path(), "*", 1), UnorderedElementsAre("f47", "f48", "f49"));
+}
+
 TEST_F(CleanupDirectory, DeletesNoneWhenThereAreFew) {
   for (int i = 0; i < 4; ++i) {
     WriteAged(dir, std::to_string(i) + ".log", i);
