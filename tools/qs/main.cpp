@@ -372,6 +372,9 @@ int RunCommand(const CLI::App& app, Options& options) {
   return qs::RunHash(options.hash);
 }
 
+// What is still in the stream's buffer may find no room, too.
+int WithOutput(int code) { return code != qs::kExitGood || qs::FlushOutput() ? code : qs::kExitFailed; }
+
 int ParseAndRun(int argc, char** argv) {
   Options options;
   CLI::App app("Fetches articles, decodes and checks their attachments and stores them.", "qs");
@@ -395,7 +398,7 @@ int ParseAndRun(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {  // --help and --version
-      return app.exit(error);
+      return WithOutput(app.exit(error));
     }
     qs::PrintError(std::string(error.what()) + " (see qs --help)");
     return qs::kExitUsage;
@@ -405,7 +408,7 @@ int ParseAndRun(int argc, char** argv) {
     qs::PrintError(problem);
     return qs::kExitUsage;
   }
-  return RunCommand(app, options);
+  return WithOutput(RunCommand(app, options));
 }
 
 }  // namespace

@@ -1,0 +1,402 @@
+#!/usr/bin/env python3
+"""What qs does when one call of the system fails: every call of every kind, one after the other, until the operation
+runs through without meeting the fault. Then a full disk, a read-only folder and no descriptors, for real.
+
+Usage: qs_faults_test.py QS_BINARY FAULTS_LIBRARY [unittest arguments]
+
+Allocations are thousands. Those that the start of the program and its command line make are tried at 25 places, the
+others at 100 at most, each the same distance from the next. The first ones are made before main, where nobody can catch
+what the C++ runtime throws; how many is looked up with "qs --version".
+"""
+
+import errno
+import http.server
+import os
+import pathlib
+import random
+import resource
+import shutil
+import subprocess
+import sys
+import tempfile
+import threading
+import unittest
+import zipfile
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "integration"))
+from common.ftppeer import Peer  # noqa: E402
+
+QS = FAULTS = None
+MOST_CALLS = 3000  # of a kind, in one run; more is a program that does not end
+
+# Kind, error, and whether the operation has to run through all the same.
+FILE_FAULTS = [("open", "EMFILE"), ("open", "EACCES"), ("read", "EIO"), ("write", "ENOSPC"), ("flush", "EIO"),
+               ("close", "EIO"), ("rename", "EACCES"), ("stat", "EIO"), ("unlink", "EACCES"), ("makefolder", "ENOSPC"),
+               ("attribute", "EIO")]
+HARMLESS_FILE_FAULTS = [("read", "short"), ("write", "short")]
+NET_FAULTS = [("connect", "ECONNREFUSED"), ("connect", "ETIMEDOUT"), ("send", "ECONNRESET"), ("receive", "ECONNRESET"),
+              ("receive", "ETIMEDOUT")]
+HARMLESS_NET_FAULTS = [("send", "EINTR"), ("receive", "EINTR"), ("send", "short"), ("receive", "short")]
+
+
+class Result:
+    def __init__(self, process, hit):
+        self.code = process.returncode
+        self.out = process.stdout.decode(errors="replace")
+        self.err = process.stderr.decode(errors="replace")
+        self.hit = hit
+
+    def __repr__(self):
+        return f"exit {self.code}, standard output {self.out[-500:]!r}, standard error {self.err[-500:]!r}"
+
+
+def contents(folder):
+    """Path below the folder to content; None for a folder."""
+    return {path.relative_to(folder).as_posix(): None if path.is_dir() else path.read_bytes()
+            for path in sorted(folder.rglob("*"))}
+
+
+def noise(size, seed=1):
+    return random.Random(seed).randbytes(size)
+
+
+class FaultCase(unittest.TestCase):
+    """A test gives: prepare (what stands before each run), command, and check (what stands after it)."""
+
+    maxDiff = 1000
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="qsbase-test-")
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.work = self.folder / "work"
+        self.runs = 0
+
+    def run_qs(self, command, fault="", **options):
+        hit = self.folder / "hit"
+        hit.unlink(missing_ok=True)
+        environment = dict(os.environ, QSBASE_FAULT_HIT=str(hit), LD_PRELOAD=FAULTS if fault else "")
+        environment.pop("QSBASE_FAULT", None)
+        if fault:
+            environment["QSBASE_FAULT"] = fault
+        process = subprocess.run([QS, *map(str, command)], input=b"", capture_output=True, timeout=120, env=environment,
+                                 cwd=self.work if self.work.exists() else None, **options)
+        self.runs += 1
+        return Result(process, hit.exists())
+
+    def fresh(self):
+        shutil.rmtree(self.work, ignore_errors=True)
+        self.work.mkdir()
+        self.prepare()
+
+    def try_fault(self, kind, error, number, count=""):
+        """One run. Whether the fault hit."""
+        self.fresh()
+        fault = f"{kind}:{error}:{number}{count}"
+        with self.subTest(fault=fault):
+            result = self.run_qs(self.command(), fault)
+            self.assertIn(result.code, (0, 1), result)
+            if result.code == 1:
+                self.assertTrue(result.hit, result)
+                self.assertRegex(result.err + result.out, "(?m)^qs: .|failed: .|damaged: .", "it says why")
+            self.check(kind, result)
+            return result
+        return None  # the test has failed; the sweep goes on
+
+    def sweep(self, faults, harmless=False):
+        for kind, error in faults:
+            for number in range(1, MOST_CALLS):
+                result = self.try_fault(kind, error, number)
+                if result is not None and not result.hit:
+                    self.assertEqual(result.code, 0, result)
+                    break
+                if result is not None and harmless:
+                    self.assertEqual(result.code, 0, (kind, error, number, result))
+            else:
+                self.fail(f"{kind} never runs through")
+
+    def is_hit(self, command, number):
+        return self.run_qs(command, f"allocate:ENOMEM:{number}").hit
+
+    def allocations(self, command):
+        """How many the command makes."""
+        most = 1
+        while self.is_hit(command, most):
+            most *= 2
+        least = most // 2
+        while most - least > 1:
+            middle = (least + most) // 2
+            least, most = (middle, most) if self.is_hit(command, middle) else (least, middle)
+        return least
+
+    def before_main(self):
+        """The first allocation whose failure does not end the program by a signal."""
+        number = 1
+        while self.run_qs(["--version"], f"allocate:ENOMEM:{number}").code < 0:
+            number += 1
+        self.assertLess(number, 200)
+        return number
+
+    def sweep_allocations(self):
+        self.fresh()
+        start = self.before_main()
+        parsed = self.allocations(["url", "http://127.0.0.1/"])
+        self.fresh()
+        whole = self.allocations(self.command())
+        self.assertGreater(whole, parsed // 2)
+        numbers = [*range(start, parsed, max(1, (parsed - start) // 25)),
+                   *range(min(parsed, whole), whole + 1, max(1, (whole - parsed) // 100))]
+        for number in numbers:
+            for count in ("", ":forever"):
+                self.try_fault("allocate", "ENOMEM", number, count)
+
+
+def members(path):
+    with zipfile.ZipFile(path) as archive:
+        return {name: archive.read(name) for name in archive.namelist()}
+
+
+class Zip(FaultCase):
+    NEW = {"src/": b"", "src/a": b"a" * 5000, "src/noise": noise(150_000)}
+
+    def prepare(self):
+        for name, content in self.NEW.items():
+            if not name.endswith("/"):
+                (self.work / name).parent.mkdir(exist_ok=True)
+                (self.work / name).write_bytes(content)
+        with zipfile.ZipFile(self.work / "a.zip", "w") as archive:
+            archive.writestr("old", b"old content")
+
+    def command(self):
+        return ["zip", "-q", "a.zip", "src"]
+
+    def check(self, kind, result):
+        left = [name for name in os.listdir(self.work) if name not in ("a.zip", "src")]
+        self.assertEqual([] if kind != "unlink" else left, left)
+        now = members(self.work / "a.zip")
+        if result.code == 0:
+            self.assertEqual(now, self.NEW)
+        elif "left out" not in result.err:
+            self.assertEqual(now, {"old": b"old content"}, result)
+
+    def test_calls(self):
+        self.sweep(FILE_FAULTS)
+        self.sweep(HARMLESS_FILE_FAULTS, harmless=True)
+
+    def test_allocations(self):
+        self.sweep_allocations()
+
+
+class Unzip(FaultCase):
+    NEW = {"d/a": b"a" * 5000, "noise": noise(150_000), "last": b"last"}
+    OLD = {"noise": b"old content"}
+
+    def prepare(self):
+        with zipfile.ZipFile(self.work / "a.zip", "w", zipfile.ZIP_DEFLATED) as archive:
+            for name, content in self.NEW.items():
+                archive.writestr(name, content)
+        (self.work / "out").mkdir()
+        (self.work / "out" / "noise").write_bytes(self.OLD["noise"])
+
+    def command(self):
+        return ["unzip", "-q", "a.zip", "-d", "out"]
+
+    def check(self, kind, result):
+        files = {name: content for name, content in contents(self.work / "out").items() if content is not None}
+        if kind == "unlink":
+            files = {name: content for name, content in files.items() if name in self.NEW}
+        if result.code == 0:
+            self.assertEqual(files, self.NEW, result)
+        for name, content in files.items():
+            self.assertTrue(content == self.NEW.get(name) or content == self.OLD.get(name), (name, len(content)))
+        self.assertIn("noise", files)
+
+    def test_calls(self):
+        self.sweep(FILE_FAULTS)
+        self.sweep(HARMLESS_FILE_FAULTS + [("read", "EINTR"), ("write", "EINTR")], harmless=True)
+
+    def test_allocations(self):
+        self.sweep_allocations()
+
+
+class Origin:
+    """Serves files over HTTP, their rest too when it is asked for."""
+
+    def __init__(self, files):
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                content = files[self.path[1:]]
+                start = int(self.headers.get("Range", "bytes=0-")[6:].rstrip("-"))
+                self.send_response(206 if start else 200)
+                if start:
+                    self.send_header("Content-Range", f"bytes {start}-{len(content) - 1}/{len(content)}")
+                self.send_header("Content-Length", str(len(content) - start))
+                self.end_headers()
+                self.wfile.write(content[start:])
+
+            def log_message(self, *_):
+                pass
+
+        class Server(http.server.ThreadingHTTPServer):
+            def handle_error(self, *_):
+                pass  # the client is gone
+
+        self._server = Server(("127.0.0.1", 0), Handler)
+        self._thread = threading.Thread(target=self._server.serve_forever, args=(0.01,))
+        self._thread.start()
+
+    def url(self, name):
+        return f"http://127.0.0.1:{self._server.server_address[1]}/{name}"
+
+    def stop(self):
+        self._server.shutdown()
+        self._server.server_close()
+        self._thread.join()
+
+
+class Resume(FaultCase):
+    """Half of the file is there; whatever comes of the rest, a run without faults gives the whole of it."""
+
+    CONTENT = noise(400_000)
+
+    def setUp(self):
+        super().setUp()
+        self.origin = Origin({"file.bin": self.CONTENT})
+        self.addCleanup(self.origin.stop)
+
+    def prepare(self):
+        (self.work / "file.bin.part").write_bytes(self.CONTENT[:200_000])
+
+    def command(self):
+        return ["fetch", "-q", "--resume", self.origin.url("file.bin")]
+
+    def check(self, kind, result):
+        now = contents(self.work)
+        part = now.pop("file.bin.part", b"")
+        self.assertEqual(part, self.CONTENT[:len(part)], "what a later run goes on with")
+        if result.code == 0 or now.get("file.bin") is not None:
+            self.assertEqual(now.get("file.bin"), self.CONTENT, result)
+        if kind != "unlink":
+            self.assertLessEqual(set(now), {"file.bin"}, result)
+        if result.code != 0 and not now:
+            again = self.run_qs(self.command())
+            self.assertEqual((again.code, contents(self.work)), (0, {"file.bin": self.CONTENT}), again)
+
+    def test_calls(self):
+        self.sweep(FILE_FAULTS)
+        self.sweep(HARMLESS_FILE_FAULTS, harmless=True)
+
+    def test_network(self):
+        self.sweep(NET_FAULTS)
+        self.sweep(HARMLESS_NET_FAULTS, harmless=True)
+
+    def test_allocations(self):
+        self.sweep_allocations()
+
+
+class Attachments(FaultCase):
+    """An article with two attachments; an older file has the name of one."""
+
+    FIRST = b"first attachment\n" * 3
+    SECOND = b"second\n"
+    OLD = b"old content"
+
+    @staticmethod
+    def uuencoded(name, data):
+        import binascii
+        lines = b"".join(binascii.b2a_uu(data[i:i + 45]) for i in range(0, len(data), 45))
+        return b"begin 644 " + name + b"\n" + lines + b"`\nend\n"
+
+    def setUp(self):
+        super().setUp()
+        article = (b"Subject: two files\n\nText.\n\n" + self.uuencoded(b"first.txt", self.FIRST) + b"\n" +
+                   self.uuencoded(b"second.txt", self.SECOND))
+        self.origin = Origin({"article": article})
+        self.addCleanup(self.origin.stop)
+
+    def prepare(self):
+        (self.work / "first.txt").write_bytes(self.OLD)
+
+    def command(self):
+        return ["fetch", "-q", self.origin.url("article")]
+
+    def check(self, kind, result):
+        now = contents(self.work)
+        whole = {"first.txt": self.OLD, "first (1).txt": self.FIRST, "second.txt": self.SECOND}
+        if kind != "unlink":
+            self.assertLessEqual(set(now), set(whole) | {"article"}, result)
+        self.assertEqual({name: content for name, content in now.items() if name in whole},
+                         {name: content for name, content in whole.items() if name in now}, result)
+        self.assertIn("first.txt", now)
+        if result.code == 0 and "not looked into" not in result.out:
+            self.assertEqual(now, whole, result)
+
+    def test_calls(self):
+        self.sweep(FILE_FAULTS)
+        self.sweep(HARMLESS_FILE_FAULTS, harmless=True)
+
+    def test_allocations(self):
+        self.sweep_allocations()
+
+
+class Upload(FaultCase):
+    CONTENT = noise(200_000)
+
+    def setUp(self):
+        super().setUp()
+        self.peer = Peer(listing=b"one\r\ntwo\r\n")
+        self.addCleanup(self.peer.stop)
+
+    def prepare(self):
+        (self.work / "file.bin").write_bytes(self.CONTENT)
+        self.peer.stored.clear()
+
+    def command(self):
+        return ["upload", "-q", "file.bin", self.peer.url("in")]
+
+    def check(self, kind, result):
+        self.assertEqual((self.work / "file.bin").read_bytes(), self.CONTENT)
+        self.assertEqual("file.bin: uploaded" in result.out, result.code == 0, result)
+        if result.code == 0:
+            self.assertEqual(self.peer.stored, {b"file.bin": self.CONTENT}, result)
+
+    def test_calls(self):
+        self.sweep([("open", "EMFILE"), ("read", "EIO"), ("close", "EIO"), ("stat", "EIO")])
+        self.sweep([("read", "short")], harmless=True)
+
+    def test_network(self):
+        self.sweep(NET_FAULTS)
+        self.sweep(HARMLESS_NET_FAULTS, harmless=True)
+
+    def test_allocations(self):
+        self.sweep_allocations()
+
+
+class List(Upload):
+    def command(self):
+        return ["ls", self.peer.url("in")]
+
+    def check(self, kind, result):
+        if result.code == 0:
+            self.assertEqual(result.out, "one\ntwo\n", result)
+
+
+class Real(FaultCase):
+    """No fault library: the system itself refuses."""
+
+    def test_output_that_nobody_can_write(self):
+        self.work.mkdir()
+        with zipfile.ZipFile(self.work / "a.zip", "w") as archive:
+            archive.writestr("a", b"a")
+        for command in (["unzip", "-l", "a.zip"], ["sysinfo"], ["host"], ["url", "http://a.org/"], ["hash", "a.zip"],
+                        ["encode", "--base64", "a.zip"], ["--version"], ["--help"], ["zip", "--help"]):
+            with self.subTest(command=command), open("/dev/full", "wb") as full:
+                process = subprocess.run([QS, *command], stdin=subprocess.DEVNULL, stdout=full, stderr=subprocess.PIPE,
+                                         cwd=self.work, timeout=60)
+                self.assertEqual(process.returncode, 1)
+                self.assertIn(b"qs: cannot write to standard output", process.stderr)
+
+
+if __name__ == "__main__":
+    QS, FAULTS = (str(pathlib.Path(path).resolve()) for path in sys.argv[1:3])
+    unittest.main(argv=[sys.argv[0], *sys.argv[3:]])
