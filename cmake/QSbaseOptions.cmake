@@ -23,8 +23,52 @@ endif()
 
 set(QSBASE_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wundef)
 
-# qsbase_target_options(<target>): the warnings, as errors where CI asks for it.
+# What makes an error harder to use for an attack; tests/checks/hardening.sh reads the binaries for it. How a program or
+# library is laid out in memory:
+set(QSBASE_LAYOUT)
+if(WIN32)
+  set(QSBASE_LAYOUT -Wl,--dynamicbase -Wl,--nxcompat)
+  if(CMAKE_SIZEOF_VOID_P EQUAL 8)
+    list(APPEND QSBASE_LAYOUT -Wl,--high-entropy-va)
+  endif()
+elseif(NOT QSBASE_SANITIZE)
+  set(QSBASE_LAYOUT -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+  include(CheckPIESupported)
+  check_pie_supported(LANGUAGES CXX)
+endif()
+# What is checked at run time. Sanitizers look at the same things more closely, and take its place.
+set(QSBASE_CHECKED_CODE)
+set(QSBASE_CHECKED_CODE_LIBRARY)
+if(NOT QSBASE_SANITIZE)
+  set(QSBASE_CHECKED_CODE -fstack-protector-strong)
+  if(WIN32)
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libssp.a
+                    OUTPUT_VARIABLE QSBASE_CHECKED_CODE_LIBRARY OUTPUT_STRIP_TRAILING_WHITESPACE)
+  else()
+    list(APPEND QSBASE_CHECKED_CODE -fstack-clash-protection)
+    if(CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64|i.86")
+      list(APPEND QSBASE_CHECKED_CODE -fcf-protection)
+    endif()
+  endif()
+  if(NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
+    # The C library checks nothing, and says so, without an optimiser.
+    list(APPEND QSBASE_CHECKED_CODE $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
+  endif()
+endif()
+
+# qsbase_checked_code(<target>...): for the shared library and the programs that users run. Not for objects of a static
+# library on Windows: its users' programs would have to link the compiler's library that does it.
+function(qsbase_checked_code)
+  foreach(target ${ARGN})
+    set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    target_compile_options(${target} BEFORE PRIVATE ${QSBASE_CHECKED_CODE})
+    target_link_libraries(${target} PRIVATE ${QSBASE_CHECKED_CODE_LIBRARY})
+  endforeach()
+endfunction()
+
+# qsbase_target_options(<target>): its layout, and the warnings, as errors where CI asks for it.
 function(qsbase_target_options target)
+  target_link_options(${target} PRIVATE ${QSBASE_LAYOUT})
   target_compile_options(${target} PRIVATE ${QSBASE_WARNINGS})
   if(QSBASE_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
