@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <unordered_map>
+#include <utility>
 
 #include <QSbase/text/chartables.h>
 #include <QSbase/text/qsstring.h>
@@ -121,18 +123,19 @@ MemoryReport ReadMemoryReport(std::string_view meminfo) {
 
 std::vector<Mount> ReadMounts(std::string_view mountinfo) {
   std::vector<Mount> mounts;
+  std::unordered_map<std::string, std::size_t> visible;  // where the last one at each place stands
   while (!mountinfo.empty()) {
     Mount mount;
     if (!ReadMount(NextPiece(mountinfo, '\n'), mount)) {
       continue;
     }
-    const auto hidden = std::find_if(mounts.begin(), mounts.end(),
-                                     [&](const Mount& other) { return other.mountPoint == mount.mountPoint; });
-    if (hidden != mounts.end()) {
-      mounts.erase(hidden);
+    const auto [place, isNew] = visible.try_emplace(mount.mountPoint, mounts.size());
+    if (!isNew) {
+      mounts[std::exchange(place->second, mounts.size())].mountPoint.clear();
     }
     mounts.push_back(std::move(mount));
   }
+  std::erase_if(mounts, [](const Mount& mount) { return mount.mountPoint.empty(); });
   return mounts;
 }
 

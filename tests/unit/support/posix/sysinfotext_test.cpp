@@ -87,6 +87,12 @@ TEST(ReadMounts, TheLastAtOnePlaceHidesTheOthers) {
               ElementsAre("0:2 ext4 /b", "0:3 nfs /a"));
 }
 
+TEST(ReadMounts, OfManyAtOnePlaceTheLastStaysWhereItStands) {
+  EXPECT_THAT(Described("1 0 0:1 / /a rw - x x rw\n2 0 0:2 / /a rw - x x rw\n3 0 0:3 / /b rw - x x rw\n"
+                        "4 0 0:4 / /a rw - x x rw\n5 0 0:5 / /c rw - x x rw\n6 0 0:6 / /b rw - x x rw\n"),
+              ElementsAre("0:4 x /a", "0:5 x /c", "0:6 x /b"));
+}
+
 TEST(ReadMounts, PassesOverLinesThatAreNone) {
   EXPECT_THAT(Described(""), ElementsAre());
   EXPECT_THAT(Described("\n\n1 2 3\n1 2 3:4 / /a rw\n - \n1 - ext4\n"), ElementsAre());
