@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdlib>
+#include <exception>
 
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/support/filedetail.h>
@@ -30,6 +31,13 @@ using namespace qsbase::detail;
 namespace {
 
 constexpr std::size_t kCopyBlock = 32768;
+constexpr unsigned kPrivatePermissions = 0600;  // until the source's are known
+
+// What temporary names begin with. A name as long as the file system allows leaves room for the number.
+std::string TemporaryBase(const std::string& target) {
+  constexpr std::size_t kKept = 200;
+  return target.substr(0, DirectoryPart(target).size() + kKept);
+}
 
 bool CopyContent(OsFile& from, OsFile& to) {
   to.CopyInSystem(from);
@@ -71,27 +79,48 @@ void DropCopy(const std::string& target, OsFile& to, bool created) {
   if (created) {
     to.Close();  // some systems remove no open file
     OsRemoveFile(target);
-  } else {
-    to.Truncate();
+  } else if (!to.Truncate()) {  // closing has failed, which has closed it
+    to.OpenWrite(target, OsFile::Writing::Truncate);
   }
 }
 
-// What temporary names begin with. A name as long as the file system allows leaves room for the number.
-std::string TemporaryBase(const std::string& target) {
-  constexpr std::size_t kKept = 200;
-  return target.substr(0, DirectoryPart(target).size() + kKept);
-}
+// A copy under a temporary name. Unless it is done it is taken away again, also where an exception ends it.
+class CopyInWork {
+ public:
+  CopyInWork(const std::string& name, OsFile& file) noexcept : _name(name), _file(file) {}
+  ~CopyInWork() {
+    if (_done) {
+      return;
+    }
+    try {
+      DropCopy(_name, _file, true);
+    } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): no memory for the path; then it stays
+    }
+  }
+  CopyInWork(const CopyInWork&) = delete;
+  CopyInWork& operator=(const CopyInWork&) = delete;
+
+  void Done() noexcept { _done = true; }
+
+ private:
+  const std::string& _name;
+  OsFile& _file;
+  bool _done = false;
+};
 
 // Only while the name still stands for what was copied: of a directory that is mounted twice, source and target may be
 // one name, and another process may have put a new file there.
 void RemoveSource(const std::string& source, OsFile& copied) {
   const LastErrorGuard keep;
-  OsFile now;
-  const bool unchanged = now.OpenRead(source) && now.IsSameAs(copied);
-  now.Close();
-  copied.Close();
-  if (unchanged) {
-    OsRemoveFile(source);
+  try {
+    OsFile now;
+    const bool unchanged = now.OpenRead(source) && now.IsSameAs(copied);
+    now.Close();
+    copied.Close();
+    if (unchanged) {
+      OsRemoveFile(source);
+    }
+  } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): without memory for the path the source stays
   }
 }
 
@@ -105,13 +134,54 @@ bool MoveAcrossVolumes(const std::string& source, const std::string& target, boo
       CreateBeside(TemporaryBase(target), status.permissions, to, temporary) != OsFile::Creation::Created) {
     return false;
   }
-  const bool copied = CopyInto(from, status, to) && to.Flush() && to.Close();
-  if (!copied || OsMove(temporary, target, replace) != MoveResult::Done) {
-    DropCopy(temporary, to, true);
+  CopyInWork copy(temporary, to);
+  if (!CopyInto(from, status, to) || !to.Flush() || !to.Close() ||
+      OsMove(temporary, target, replace) != MoveResult::Done) {
     return false;
   }
+  copy.Done();
   RemoveSource(source, from);
   return true;
+}
+
+enum class Step { Done, Failed, NotPossible };
+
+// On the disk before it takes the target's place, as far as the system lets that be asked for: Windows wants the right
+// to write, which a copy that is read-only like its source does not give.
+void BringToDisk(const std::string& path) {
+  const LastErrorGuard keep;
+  OsFile file;
+  if (file.OpenWrite(path, OsFile::Writing::Keep) || file.OpenRead(path)) {
+    file.Flush();
+  }
+}
+
+Step CopyAndReplace(const std::string& from, const std::string& to, bool failIfExists) {
+  OsFile file;
+  std::string temporary;
+  if (CreateBeside(TemporaryBase(to), kPrivatePermissions, file, temporary) != OsFile::Creation::Created) {
+    return Step::NotPossible;
+  }
+  file.Close();
+  const bool copied = QsCopyFile(from, temporary, false, false);
+  if (copied) {
+    BringToDisk(temporary);
+    if (MoveOnto(temporary, to, !failIfExists)) {
+      return Step::Done;
+    }
+  }
+  const LastErrorGuard keep;
+  QsDeleteFile(temporary, true);
+  return copied ? Step::NotPossible : Step::Failed;
+}
+
+// Whether a file may take the target's place: a link would be lost, and what is no file stays.
+bool MayBeReplaced(const std::string& target, bool failIfExists) {
+  FileStatus status;
+  if (!OsGetStatus(target, LinkView::Itself, status)) {
+    return true;
+  }
+  return !failIfExists && status.kind == FileKind::Regular;
 }
 
 bool CopyByReading(const std::string& source, const std::string& target, bool failIfExists) {
@@ -152,3 +222,26 @@ bool QsMoveFile(const std::string& from, const std::string& to, bool replace, bo
   const MoveResult result = OsMove(source, target, replace);
   return result == MoveResult::OtherVolume ? MoveAcrossVolumes(source, target, replace) : result == MoveResult::Done;
 }
+
+namespace qsbase::detail {
+
+bool MoveOnto(const std::string& from, const std::string& to, bool replace) {
+  if (QsMoveFile(from, to, replace, false)) {
+    return true;
+  }
+  {
+    const LastErrorGuard keep;
+    FileStatus status;
+    if (!OsGetStatus(to, LinkView::Itself, status) || !status.isReadOnly) {
+      return false;
+    }
+  }
+  return QsMoveFile(from, to, replace, true);
+}
+
+bool CopyInOneStep(const std::string& from, const std::string& to, bool failIfExists) {
+  const Step step = MayBeReplaced(to, failIfExists) ? CopyAndReplace(from, to, failIfExists) : Step::NotPossible;
+  return step == Step::NotPossible ? QsCopyFile(from, to, failIfExists, true) : step == Step::Done;
+}
+
+}  // namespace qsbase::detail

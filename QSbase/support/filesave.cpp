@@ -102,7 +102,7 @@ bool AtomicSave(const std::string& target, const std::string& content, bool repl
       break;
   }
   WriteThrough(file, temporary, content);
-  if (!QsMoveFile(temporary, target, replace, true)) {
+  if (!MoveOnto(temporary, target, replace)) {
     return false;
   }
   OsSyncDirectory(DirectoryPart(target));  // the content is safe; where the system cannot, the new name may come late
@@ -117,14 +117,14 @@ bool EndsWithoutLineBreak(const std::string& content) {
 std::string LoadWithBackup(const std::string& original, const std::string& backup, bool overwriteBackup) {
   std::string content = LoadBinaryFile(original);
   if (!content.empty()) {
-    QsCopyFile(original, backup, !overwriteBackup, true);
+    CopyInOneStep(original, backup, !overwriteBackup);
     return content;
   }
   content = LoadBinaryFile(backup);
   if (content.empty()) {
     throw ExBase("File loading error! Could not load original file nor backup file!");
   }
-  QsCopyFile(backup, original, !overwriteBackup, true);
+  CopyInOneStep(backup, original, !overwriteBackup);
   return content;
 }
 

@@ -216,6 +216,9 @@ QSBASE_API bool ClearBinaryFile(const std::string& path);
 /// False on failure; what was written to the temporary file is then left behind, and everything but the last step is
 /// logged as an error "SaveBinaryFile >>> ...". If 100 temporary names in a row are taken, the result is that of the
 /// plain SaveBinaryFile(path, content, replace), which overwrites in any case.
+///
+/// A process that is killed in a save leaves at most one temporary file. Nobody removes it, and without srand() every
+/// process begins with the same names: a program that may be killed a hundred times has to remove what it finds.
 QSBASE_API bool QsAtomicSaveBinaryFile(const std::string& path, const std::string& content, bool replace);
 
 /// Writes the file anew and ends it with CR LF, unless the content is empty or ends in LF or CR. Line ends inside stay
@@ -228,6 +231,10 @@ QSBASE_API void SaveFileWithCRLF(const std::string& path, const std::string& con
 ///
 /// A missing or empty file counts as lost: the backup's content is returned and the file restored from it, an empty one
 /// only with `overwriteBackup`. That a copy fails is ignored.
+///
+/// Backup and restored file come in one step, so that one of the two is whole whenever the process ends: the copy is
+/// made beside its target, under a name as in QsAtomicSaveBinaryFile, and moved over. Only a target that is a symbolic
+/// link, or in a directory that takes no new file, is written in place.
 /// \throws ExBase "File loading error! Could not load original file nor backup file!" if both are missing or empty.
 QSBASE_API std::string FileLoadAndBackup(const std::string& path, bool overwriteBackup);
 

@@ -1722,6 +1722,20 @@ TEST_F(FileSupportTest, AtomicSaveReplacesAReadOnlyFile) {
   }));
 }
 
+// Who is killed before the move leaves the old file as it was. Its other name shows it after the move.
+TEST_F(FileSupportTest, AtomicSaveLeavesTheOldFileReadOnly) {
+  if (kOnWindows) {
+    GTEST_SKIP() << "Windows replaces no read-only file";
+  }
+  const std::string path = _dir.Write("a", "old");
+  fs::create_hard_link(path, _dir / "other");
+  SetReadOnly(path, true);
+  EXPECT_TRUE(QsAtomicSaveBinaryFile(path, "new", true));
+  EXPECT_EQ(TempDir::Read(path), "new");
+  EXPECT_TRUE(IsReadOnly(_dir / "other"));
+  EXPECT_TRUE(IsReadOnly(path));
+}
+
 TEST_F(FileSupportTest, AtomicSaveReplacesALinkItself) {
   const std::string target = _dir.Write("target", "old");
   if (!MakeLink("target", _dir / "link")) {
@@ -1919,6 +1933,49 @@ TEST_F(FileSupportTest, LoadAndBackupOverwritesAReadOnlyBackup) {
       return false;
     }
     SetReadOnly(path + ".bak", true);
+    return FileLoadAndBackup(path, true) == "new" && LoadBinaryFile(path + ".bak") == "new";
+  }));
+}
+
+// What is written in place is half a file for a moment; another name would show the change.
+TEST_F(FileSupportTest, LoadAndBackupReplacesInOneStep) {
+  const std::string path = _dir.Write("file", "new");
+  fs::create_hard_link(_dir.Write("file.bak", "old"), _dir / "old backup");
+  EXPECT_EQ(FileLoadAndBackup(path, true), "new");
+  EXPECT_EQ(TempDir::Read(path + ".bak"), "new");
+  EXPECT_EQ(TempDir::Read(_dir / "old backup"), "old");
+  _dir.Write("file", "");
+  fs::create_hard_link(path, _dir / "lost");
+  EXPECT_EQ(FileLoadAndBackup(path, true), "new");
+  EXPECT_EQ(TempDir::Read(path), "new");
+  EXPECT_EQ(TempDir::Read(_dir / "lost"), "");
+  EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("file", "file.bak", "old backup", "lost"));
+}
+
+TEST_F(FileSupportTest, LoadAndBackupWritesThroughALink) {
+  const std::string path = _dir.Write("file", "new");
+  const std::string elsewhere = _dir.Write("elsewhere", "old");
+  if (!MakeLink(elsewhere, path + ".bak")) {
+    GTEST_SKIP() << kNoLinks;
+  }
+  EXPECT_EQ(FileLoadAndBackup(path, true), "new");
+  EXPECT_EQ(TempDir::Read(elsewhere), "new");
+  EXPECT_TRUE(fs::is_symlink(path + ".bak"));
+}
+
+TEST_F(FileSupportTest, LoadAndBackupOverwritesWhereNoFileCanBeMade) {
+  if (kOnWindows) {
+    GTEST_SKIP() << "a read-only folder takes files there";
+  }
+  OpenFolder(_dir);
+  EXPECT_TRUE(AsOrdinaryUser([&] {
+    const std::string folder = _dir / "closed";
+    const std::string path = folder + "/file";
+    if (!ForceCreateDirectories(folder) || !SaveBinaryFile(path, "new", false) ||
+        !SaveBinaryFile(path + ".bak", "old", false)) {
+      return false;
+    }
+    SetReadOnly(folder, true);
     return FileLoadAndBackup(path, true) == "new" && LoadBinaryFile(path + ".bak") == "new";
   }));
 }
