@@ -33,6 +33,13 @@ constexpr Item kItems[] = {
     {"log-trimmed", "lines", &LogLinesTrimmed},
     {"messages", "messages", &SendMessages},
     {"day", "seconds of a clock", &RunADay},
+    {"clean-up", "files", &CleanUp},
+    {"list", "names", &ListNames},
+    {"unique", "names", &MakeUniqueNames},
+    {"tree", "levels", &WalkDeepTree},
+    {"big-file", "MiB (46, 460 or 4608)", &HandleBigFile},
+    {"zip-entries", "entries", &HandleManyEntries},
+    {"zip-large", "MiB", &HandleLargeEntry},
 };
 
 #ifdef _WIN32

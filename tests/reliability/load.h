@@ -42,6 +42,13 @@ void LogLinesFlushed(std::int64_t lines, const std::string& dir);
 void LogLinesTrimmed(std::int64_t lines, const std::string& dir);
 void SendMessages(std::int64_t messages, const std::string& dir);
 void RunADay(std::int64_t seconds, const std::string& dir);
+void CleanUp(std::int64_t files, const std::string& dir);
+void ListNames(std::int64_t names, const std::string& dir);
+void MakeUniqueNames(std::int64_t names, const std::string& dir);
+void WalkDeepTree(std::int64_t levels, const std::string& dir);
+void HandleBigFile(std::int64_t mebibytes, const std::string& dir);
+void HandleManyEntries(std::int64_t entries, const std::string& dir);
+void HandleLargeEntry(std::int64_t mebibytes, const std::string& dir);
 
 }  // namespace qsbase::testing
 
