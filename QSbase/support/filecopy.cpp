@@ -163,16 +163,17 @@ Step CopyAndReplace(const std::string& from, const std::string& to, bool failIfE
     return Step::NotPossible;
   }
   file.Close();
-  const bool copied = QsCopyFile(from, temporary, false, false);
-  if (copied) {
-    BringToDisk(temporary);
-    if (MoveOnto(temporary, to, !failIfExists)) {
-      return Step::Done;
-    }
+  CopyInWork copy(temporary, file);
+  if (!QsCopyFile(from, temporary, false, false)) {
+    return Step::Failed;
   }
-  const LastErrorGuard keep;
-  QsDeleteFile(temporary, true);
-  return copied ? Step::NotPossible : Step::Failed;
+  BringToDisk(temporary);
+  if (!MoveOnto(temporary, to, !failIfExists)) {
+    ClearReadOnlyIfSet(temporary, LinkView::Itself);  // Windows removes nothing that has it
+    return Step::NotPossible;
+  }
+  copy.Done();
+  return Step::Done;
 }
 
 // Whether a file may take the target's place: a link would be lost, and what is no file stays.
