@@ -11,6 +11,7 @@
 #include <QSbase/log/logwords.h>
 #include <QSbase/process.h>
 #include <QSbase/support/dirwalk.h>
+#include <QSbase/support/fileos.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/findentries.h>
 #include <QSbase/support/paths.h>
@@ -225,9 +226,12 @@ bool DeleteOldest(const std::string& path, bool force) {
   return false;
 }
 
-bool IsLink(const std::string& dir) {
+// What cannot be seen may be a link too: what is behind it must not be taken for a part of the tree.
+bool MayBeLink(const std::string& dir) {
   DirEntry entry;
-  return qsbase::detail::DescribePath(QsTranslateFilename(dir), entry) && entry.isLink;
+  return qsbase::detail::DescribePath(QsTranslateFilename(dir), entry)
+             ? entry.isLink
+             : !qsbase::detail::OsErrorMeansMissing(QsGetLastError());
 }
 
 std::string WithoutSeparators(std::string path) {
@@ -252,7 +256,7 @@ class TreeDeleter {
     if (dir.empty()) {
       return false;
     }
-    if (IsLink(dir)) {
+    if (MayBeLink(dir)) {
       return removeDir && QsDeleteFile(WithoutSeparators(dir), _force);
     }
     const std::string base = QsAppendFileslash(dir);

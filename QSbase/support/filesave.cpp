@@ -90,6 +90,14 @@ void WriteThrough(OsFile& file, const std::string& name, const std::string& cont
   }
 }
 
+// The content is safe; where the system cannot, or has no memory for it, the new name may come late.
+void BringNameToDisk(const std::string& target) {
+  try {
+    OsSyncDirectory(DirectoryPart(target));
+  } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): the save is done all the same
+  }
+}
+
 bool AtomicSave(const std::string& target, const std::string& content, bool replace) {
   OsFile file;
   std::string temporary;
@@ -105,7 +113,7 @@ bool AtomicSave(const std::string& target, const std::string& content, bool repl
   if (!MoveOnto(temporary, target, replace)) {
     return false;
   }
-  OsSyncDirectory(DirectoryPart(target));  // the content is safe; where the system cannot, the new name may come late
+  BringNameToDisk(target);
   return true;
 }
 
@@ -161,8 +169,7 @@ void SaveFileWithCRLF(const std::string& path, const std::string& content, bool 
     throw ExBase("Cannot save to file:" + translated);
   }
   const bool written = content.empty() || file.Write(content.data(), content.size());
-  const bool ended = !EndsWithoutLineBreak(content) || file.Write("\r\n", 2);
-  if (!written || !ended || !file.Close()) {
+  if (!written || (EndsWithoutLineBreak(content) && !file.Write("\r\n", 2)) || !file.Close()) {
     throw ExBase("Cannot save complete filecontents:" + translated);
   }
 }

@@ -9,8 +9,8 @@
 
 namespace qsbase::testing {
 
-/// Counts a call. Whether it fails; the last error is then set.
-bool FailsNow(FaultKind kind) noexcept;
+/// Counts a call. Whether it fails; the last error is then set. Calls that no signal interrupts pass by such a fault.
+bool FailsNow(FaultKind kind, bool mayBeInterrupted = true) noexcept;
 
 /// Counts a call that moves bytes.
 inline constexpr std::size_t kTransferFails = static_cast<std::size_t>(-1);

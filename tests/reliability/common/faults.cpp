@@ -111,12 +111,12 @@ std::vector<std::string> Pieces(const std::string& text) {
 
 }  // namespace
 
-bool FailsNow(FaultKind kind) noexcept {
+bool FailsNow(FaultKind kind, bool mayBeInterrupted) noexcept {
   if (!IsInForce(kind)) {
     return false;
   }
   const int error = plannedError.load();
-  if (error == kShort || !IsHit()) {
+  if (error == kShort || (error == EINTR && !mayBeInterrupted) || !IsHit()) {
     return false;
   }
   SetError(error);

@@ -305,9 +305,9 @@ ssize_t __pread64_chk(int descriptor, void* buffer, size_t size, off64_t positio
   return ReadAt(descriptor, buffer, size, position);
 }
 
-dirent* readdir(DIR* directory) { return FailsNow(FaultKind::Read) ? nullptr : REAL(readdir)(directory); }
+dirent* readdir(DIR* directory) { return FailsNow(FaultKind::Read, false) ? nullptr : REAL(readdir)(directory); }
 
-dirent64* readdir64(DIR* directory) { return FailsNow(FaultKind::Read) ? nullptr : REAL(readdir64)(directory); }
+dirent64* readdir64(DIR* directory) { return FailsNow(FaultKind::Read, false) ? nullptr : REAL(readdir64)(directory); }
 
 // ---- write ----
 
