@@ -116,7 +116,8 @@ Delimiter DelimiterKind(std::string_view line, const std::string& delimiter) {
   return rest == "--" ? Delimiter::Last : Delimiter::None;
 }
 
-// The parts between the boundary lines; the line break in front of a boundary line belongs to it.
+// The parts between the boundary lines; the line break in front of a boundary line belongs to it. What follows
+// kMaxParts of them is one more, which is not complete.
 std::vector<Section> SplitMultipart(std::string_view body, const std::string& boundary) {
   const std::string delimiter = "--" + boundary;
   std::vector<Section> sections;
@@ -131,9 +132,9 @@ std::vector<Section> SplitMultipart(std::string_view body, const std::string& bo
     if (inside) {
       sections.push_back({WithoutLastBreak(body.substr(start, lines.Begin() - start)), true});
     }
-    inside = kind == Delimiter::Next && sections.size() < kMaxParts;
+    inside = kind == Delimiter::Next;
     start = lines.End();
-    if (!inside) {
+    if (!inside || sections.size() == kMaxParts) {
       break;
     }
   }
@@ -145,19 +146,23 @@ std::vector<Section> SplitMultipart(std::string_view body, const std::string& bo
 
 class Collector {
  public:
-  explicit Collector(std::vector<ArticlePart>& parts) : _parts(parts) {}
+  explicit Collector(Article& article) : _article(article) {}
 
   void Entity(const Headers& headers, std::string_view body, const char* defaultType, bool complete, int depth) {
     const FieldValue type = TypeOf(headers, defaultType);
-    if (depth < kMaxDepth && _parts.size() < kMaxParts) {
-      if (StartsWith(type.value, "multipart/") && Multipart(type, body, depth)) {
+    const bool isMultipart = StartsWith(type.value, "multipart/");
+    const bool isMessage = type.value == "message/rfc822" && TransferOf(headers) == Transfer::Identity;
+    if (depth < kMaxDepth && _article.parts.size() < kMaxParts) {
+      if (isMultipart && Multipart(type, body, depth)) {
         return;
       }
-      if (type.value == "message/rfc822" && TransferOf(headers) == Transfer::Identity) {
+      if (isMessage) {
         const Headers inner = ReadHeaders(body);
         Entity(inner, body.substr(inner.bodyStart), "text/plain", complete, depth + 1);
         return;
       }
+    } else if (isMultipart || isMessage) {
+      _article.complete = false;
     }
     Leaf(headers, type, body, complete);
   }
@@ -177,6 +182,7 @@ class Collector {
       return false;
     }
     const std::vector<Section> sections = SplitMultipart(body, boundary);
+    _article.complete = _article.complete && sections.size() <= kMaxParts;
     const char* defaultType = type.value == "multipart/digest" ? "message/rfc822" : "text/plain";
     for (const Section& section : sections) {
       const Headers headers = ReadHeaders(section.text);
@@ -198,10 +204,10 @@ class Collector {
     part.contentMd5 = headers.Get("content-md5");
     part.body = body;
     part.complete = complete;
-    _parts.push_back(part);
+    _article.parts.push_back(part);
   }
 
-  std::vector<ArticlePart>& _parts;
+  Article& _article;
 };
 
 }  // namespace
@@ -217,7 +223,7 @@ std::optional<Article> ParseArticle(std::string_view text) {
   }
   Article article;
   article.subject = DecodeWords(headers.Get("subject"));
-  Collector(article.parts).Entity(headers, text.substr(headers.bodyStart), "text/plain", true, 0);
+  Collector(article).Entity(headers, text.substr(headers.bodyStart), "text/plain", true, 0);
   return article;
 }
 

@@ -27,6 +27,7 @@ struct ArticlePart {
 struct Article {
   std::string subject;
   std::vector<ArticlePart> parts;
+  bool complete = true;  ///< false: it has more parts, or deeper ones, than are taken apart
 };
 
 /// The article in this text, or nothing when the text does not begin with the headers of one. The parts refer to

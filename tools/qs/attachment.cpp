@@ -168,7 +168,12 @@ std::vector<Attachment> Extract(CodedText coded, const std::string& contentName)
   }
   std::vector<Attachment> found;
   for (const ArticlePart& part : article->parts) {
-    AppendAttachments(part, coded, article->parts.size() == 1, contentName, found);
+    if (found.size() <= kMostBlocks) {
+      AppendAttachments(part, coded, article->parts.size() == 1, contentName, found);
+    }
+  }
+  if (found.size() > kMostBlocks || !article->complete) {
+    found.push_back(RestNotLookedAt());
   }
   return found;
 }

@@ -22,8 +22,13 @@ class BlockFinder {
 
   std::vector<Block> Find() {
     while (_reader.Next()) {
+      const std::size_t start = _reader.Begin();
       if (!_reader.Line().empty()) {
         LookAt(_reader.Line());
+      }
+      if (_found.size() > kMostBlocks) {
+        LeaveTheRest(start);
+        break;
       }
     }
     return std::move(_found);
@@ -60,6 +65,11 @@ class BlockFinder {
     block.name = name;
     block.text = _text.substr(start, end - start);
     return block;
+  }
+
+  void LeaveTheRest(std::size_t start) {
+    _found.pop_back();
+    Add(Encoding::None, "", start, _text.size());
   }
 
   // The block ends behind its "=yend" line, or where the next block begins.
@@ -136,6 +146,8 @@ Attachment DecodeData(const Block& block, const CodedText& coded) {
       return DecodeBinHex(block.text);
     case Encoding::Base64:
       return DecodeBase64(coded.Part(block.text));
+    case Encoding::None:
+      return RestNotLookedAt();
     default:
       return DecodeUueBody(block.body, coded);
   }
@@ -153,6 +165,12 @@ Attachment DecodeBlock(const Block& block, const CodedText& coded) {
 }
 
 }  // namespace
+
+Attachment RestNotLookedAt() {
+  Attachment rest;
+  Report(rest, "more parts or attachments than are looked at");
+  return rest;
+}
 
 std::vector<Block> FindBlocks(std::string_view text) { return BlockFinder(text).Find(); }
 

@@ -195,6 +195,34 @@ TEST(Article, DeepNestingEnds) {
   EXPECT_EQ(article->parts.size(), 1U);
 }
 
+TEST(Article, SaysThatItsPartsAreTooDeep) {
+  std::string text = "Content-Type: text/plain\n\nx";
+  for (int depth = 0; depth < 20; ++depth) {
+    const std::string boundary = "b" + std::to_string(depth);
+    text = "Content-Type: multipart/mixed; boundary=" + boundary + "\n\n--" + boundary + "\n" + text + "\n--" +
+           boundary + "--\n";
+  }
+  EXPECT_TRUE(ParseArticle(text)->complete);
+  EXPECT_FALSE(ParseArticle("Content-Type: message/rfc822\n\n" + text)->complete);
+}
+
+TEST(Article, SaysThatItHasTooManyParts) {
+  const std::string head = "Content-Type: multipart/mixed; boundary=b\n\n";
+  std::string parts;
+  for (int i = 0; i < 10000; ++i) {
+    parts += "--b\n\nx\n";
+  }
+  const auto most = ParseArticle(head + parts + "--b--\n");
+  EXPECT_TRUE(most->complete);
+  EXPECT_EQ(most->parts.size(), 10000U);
+  const std::string longer = head + parts + "--b\n\nthe rest\n--b--\n";
+  const auto tooMany = ParseArticle(longer);
+  EXPECT_FALSE(tooMany->complete);
+  ASSERT_EQ(tooMany->parts.size(), 10001U);
+  EXPECT_FALSE(tooMany->parts.back().complete);
+  EXPECT_EQ(tooMany->parts.back().body, "the rest\n--b--\n");
+}
+
 TEST(Article, DigestPartsAreMessages) {
   const auto article = ParseArticle(
       "Content-Type: multipart/digest; boundary=b\n\n--b\n\nContent-Type: image/gif; name=a.gif\n\nx\n--b--\n");
