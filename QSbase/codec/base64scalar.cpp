@@ -26,7 +26,7 @@ constexpr std::array<std::uint8_t, 256> kValues = MakeValues();
 /// Two characters for every 12 bits.
 constexpr std::array<char, 8192> MakePairs() {
   std::array<char, 8192> pairs{};
-  for (unsigned int i = 0; i < 4096; ++i) {
+  for (std::size_t i = 0; i < 4096; ++i) {
     pairs[2 * i] = kBase64Alphabet[i >> 6];
     pairs[2 * i + 1] = kBase64Alphabet[i & 63];
   }

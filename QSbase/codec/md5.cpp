@@ -72,7 +72,7 @@ struct Chain {
 };
 
 inline void Round1(Chain& v, const unsigned char* x) {
-  auto four = [&](int k, std::uint32_t t0, std::uint32_t t1, std::uint32_t t2, std::uint32_t t3) {
+  auto four = [&](std::size_t k, std::uint32_t t0, std::uint32_t t1, std::uint32_t t2, std::uint32_t t3) {
     StepF<7>(v.a, v.b, v.c, v.d, LoadLittle32(x + 4 * k) + t0);
     StepF<12>(v.d, v.a, v.b, v.c, LoadLittle32(x + 4 * k + 4) + t1);
     StepF<17>(v.c, v.d, v.a, v.b, LoadLittle32(x + 4 * k + 8) + t2);
@@ -85,7 +85,7 @@ inline void Round1(Chain& v, const unsigned char* x) {
 }
 
 inline void Round2(Chain& v, const unsigned char* x) {
-  auto four = [&](int k, std::uint32_t t0, std::uint32_t t1, std::uint32_t t2, std::uint32_t t3) {
+  auto four = [&](std::size_t k, std::uint32_t t0, std::uint32_t t1, std::uint32_t t2, std::uint32_t t3) {
     StepG<5>(v.a, v.b, v.c, v.d, LoadLittle32(x + 4 * k) + t0);
     StepG<9>(v.d, v.a, v.b, v.c, LoadLittle32(x + 4 * ((k + 5) & 15)) + t1);
     StepG<14>(v.c, v.d, v.a, v.b, LoadLittle32(x + 4 * ((k + 10) & 15)) + t2);
@@ -98,7 +98,7 @@ inline void Round2(Chain& v, const unsigned char* x) {
 }
 
 inline void Round3(Chain& v, const unsigned char* x) {
-  auto four = [&](int k, std::uint32_t t0, std::uint32_t t1, std::uint32_t t2, std::uint32_t t3) {
+  auto four = [&](std::size_t k, std::uint32_t t0, std::uint32_t t1, std::uint32_t t2, std::uint32_t t3) {
     StepH<4>(v.a, v.b, v.c, v.d, LoadLittle32(x + 4 * k) + t0);
     StepH<11>(v.d, v.a, v.b, v.c, LoadLittle32(x + 4 * ((k + 3) & 15)) + t1);
     StepH<16>(v.c, v.d, v.a, v.b, LoadLittle32(x + 4 * ((k + 6) & 15)) + t2);
@@ -111,7 +111,7 @@ inline void Round3(Chain& v, const unsigned char* x) {
 }
 
 inline void Round4(Chain& v, const unsigned char* x) {
-  auto four = [&](int k, std::uint32_t t0, std::uint32_t t1, std::uint32_t t2, std::uint32_t t3) {
+  auto four = [&](std::size_t k, std::uint32_t t0, std::uint32_t t1, std::uint32_t t2, std::uint32_t t3) {
     StepI<6>(v.a, v.b, v.c, v.d, LoadLittle32(x + 4 * k) + t0);
     StepI<10>(v.d, v.a, v.b, v.c, LoadLittle32(x + 4 * ((k + 7) & 15)) + t1);
     StepI<15>(v.c, v.d, v.a, v.b, LoadLittle32(x + 4 * ((k + 14) & 15)) + t2);

@@ -43,7 +43,7 @@ constexpr void SetWidths(QPTable& table, std::string_view characters, std::uint8
 
 constexpr QPTable MakeTable(unsigned int bits) {
   QPTable table{};
-  for (unsigned int c = 0; c < 256; ++c) {
+  for (std::size_t c = 0; c < 256; ++c) {
     table.entries[c] = {{'=', kHexPairs[2 * c], kHexPairs[2 * c + 1]}, 3};
   }
   SetWidths(table, kLiterals, 1);

@@ -89,7 +89,7 @@ std::vector<QsAdapterInfoEx> KnownAdapters() {
   return adapters;
 }
 
-std::string NameOrAnon(std::string name) { return name.empty() ? kUnknownName : name; }
+std::string NameOrAnon(const std::string& name) { return name.empty() ? kUnknownName : name; }
 
 }  // namespace
 

@@ -34,8 +34,8 @@
 
 /// The tables of all levels, for an array of `kSimdLevels` pointers: `scalar`, and the `table` of each target's
 /// namespace.
-#define QSBASE_SIMD_TABLES(scalar, table)                                                                  \
-  &scalar, &QSBASE_SSE4_TABLE(table, scalar), &QSBASE_AVX2_TABLE(table, QSBASE_SSE4_TABLE(table, scalar)), \
+#define QSBASE_SIMD_TABLES(scalar, table)                                                                    \
+  &(scalar), &QSBASE_SSE4_TABLE(table, scalar), &QSBASE_AVX2_TABLE(table, QSBASE_SSE4_TABLE(table, scalar)), \
       &QSBASE_AVX512_TABLE(table, QSBASE_AVX2_TABLE(table, QSBASE_SSE4_TABLE(table, scalar)))
 
 #endif

@@ -51,7 +51,8 @@ int CUniqueFilenameManager::GetUniquePath(const std::string& wanted, std::string
 }
 
 int CUniqueFilenameManager::GetUniquePathInternal(const std::string& wanted, std::string& result, bool remember) {
-  const std::string path = wanted;  // the result may be the same object
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the result may be the same object
+  const std::string path = wanted;
   int counter = 1;
   if (remember) {
     const auto known = _counters->find(path);

@@ -91,6 +91,7 @@ bool DirReader::Next(std::string& name) {
   if (_stream->handle == nullptr) {
     return false;
   }
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): on a stream of its own it is safe
   _stream->current = readdir(_stream->handle);
   if (_stream->current == nullptr) {
     return false;
