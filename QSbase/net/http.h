@@ -51,8 +51,9 @@ struct QSBASE_API QsInetHttpRequest {
   std::FILE* outputFile;
   /// Offset in bytes at which the transfer resumes; used only with resume.
   std::uint32_t resumeFrom;
-  /// Ask the server for the bytes from resumeFrom on. A server that sends the whole file instead gives curlCode 33,
-  /// result true, and nothing is written. A POST with an offset fails (curlCode 26).
+  /// Ask the server for the bytes from resumeFrom on. A server that sends the whole file or another part instead, or
+  /// does not tell which, gives curlCode 33, result true, and nothing is written. A POST with an offset fails (curlCode
+  /// 26).
   bool resume;
   /// Verify the server's certificate.
   bool verifyPeer;
@@ -114,7 +115,7 @@ using AbortCheck = bool (*)(void* user);
 ///
 /// A transfer slower than 512 bytes a second for 60 seconds fails (28). One that is never slower takes as long as the
 /// server sends: only the abort check ends it, and only a body that goes to outputFile takes no memory. Headers of more
-/// than 300 KiB (56) and lines of more than 1 MiB in all behind a chunked body (23) end it, too.
+/// than 300 KiB (56) and lines behind a chunked body that make it more than 512 KiB (23) end it, too.
 ///
 /// An answer that ends before its headers do is a partial file (18), as one is that ends in its body. No coding but
 /// "chunked" is undone: neither "Content-Encoding" nor another "Transfer-Encoding", none of which is asked for.

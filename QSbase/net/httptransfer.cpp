@@ -85,12 +85,16 @@ std::string StatusLine(std::uint64_t held, std::int32_t total, double speed, dou
 }
 
 // What a header line says of its block: a status line begins one, an empty line ends it. Lines behind a chunked body
-// belong to none.
-bool IsInHeaderBlock(std::string_view line, bool before) {
-  if (line == "\r\n" || line == "\n") {
-    return false;
+// belong to none. `line` is the end of what is held.
+void NoteBlock(TransferSink& header, std::string_view line) {
+  if (line.starts_with("HTTP/")) {
+    header.inHeaderBlock = true;
+    header.headerBlock = static_cast<std::size_t>(header.held) - line.size();
+  } else if (line == "\r\n" || line == "\n") {
+    header.isOtherPart = header.inHeaderBlock && header.resumeFrom > 0 &&
+                         IsOtherPart(header.Bytes().substr(header.headerBlock), header.resumeFrom);
+    header.inHeaderBlock = false;
   }
-  return before || line.starts_with("HTTP/");
 }
 
 bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
@@ -143,18 +147,19 @@ std::size_t ReceiveHeader(char* data, std::size_t size, std::size_t count, void*
   if (header.held + bytes > longestHeaderText) {
     return 0;
   }
-  header.inHeaderBlock = IsInHeaderBlock(std::string_view(data, bytes), header.inHeaderBlock);
   if (!Resize(header, SaturatingAdd(static_cast<std::size_t>(header.held), bytes))) {
     header.length = LengthReader();  // the text begins anew
+    header.headerBlock = 0;
     return bytes;
   }
   Append(header, data, bytes);
+  NoteBlock(header, std::string_view(data, bytes));
   try {
     if (header.textCallback != nullptr) {
       header.textCallback(header.data.get(), header.textUser);
     }
     header.contentLength = header.length.Read(header.Bytes());
-    return bytes;
+    return header.isOtherPart ? 0 : bytes;
   } catch (...) {
     header.error = std::current_exception();
     return 0;
@@ -244,6 +249,24 @@ std::int32_t HttpStatus(std::string_view headers) {
     return first;
   }
   return StatusAfter(headers, from);
+}
+
+bool IsOtherPart(std::string_view block, std::uint32_t offset) {
+  const std::int32_t status = HttpStatus(block);
+  if (status < 200 || status > 299) {
+    return false;
+  }
+  const std::string text(block);
+  constexpr char name[] = "\nContent-Range:";
+  const char* const range = stristr(text.c_str(), name);
+  if (range == nullptr) {
+    return status == 206;
+  }
+  const std::string_view rest = std::string_view(range).substr(sizeof name - 1);
+  const std::string_view value = rest.substr(0, rest.find('\n'));
+  const std::size_t begin = value.find_first_of("-0123456789");
+  const std::string first = std::to_string(offset) + "-";
+  return begin == std::string_view::npos || value.compare(begin, first.size(), first) != 0;
 }
 
 std::optional<std::string> Credentials(const std::string& user, const std::string& password) {
