@@ -45,10 +45,11 @@ unsigned int CodePoint1252(unsigned char byte) {
 std::string DecodeQ(std::string_view text) {
   std::string quoted(text);
   std::replace(quoted.begin(), quoted.end(), '_', ' ');
-  quoted += '\n';  // an escape is decoded only when something follows it
+  quoted += '.';  // an escape is decoded only when something follows it
   std::string decoded;
   CEncodeDecode(75, 76).DecodeQP(quoted, decoded, 0);
-  return std::string(WithoutLastBreak(decoded));
+  decoded.resize(decoded.empty() ? 0 : decoded.size() - 1);
+  return decoded;
 }
 
 std::string DecodeB(std::string_view text) {

@@ -59,6 +59,9 @@ TEST(MimeName, EncodedWords) {
   EXPECT_EQ(qs::DecodeWords("=?utf-8?Q?a?= \t =?utf-8?Q?b?="), "ab") << "blanks between encoded words vanish";
   EXPECT_EQ(qs::DecodeWords("=?utf-8?Q?a=20?=  b"), "a   b") << "other blanks stay";
   EXPECT_EQ(qs::DecodeWords("=?utf-8*en?Q?=C3=BC?="), "ü") << "with a language";
+  EXPECT_EQ(qs::DecodeWords("=?utf-8?Q?a=0D?= b =?utf-8?Q?c=0D=0A?="), "a\r b c\r\n") << "a break at the end stays";
+  EXPECT_EQ(qs::DecodeWords("=?utf-8?Q?a_?=b"), "a b");
+  EXPECT_EQ(qs::DecodeWords("=?utf-8?Q?a=?=b"), "a=b") << "half an escape stays";
 }
 
 TEST(MimeName, WhatIsNoEncodedWordStays) {
