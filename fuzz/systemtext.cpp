@@ -91,8 +91,8 @@ std::string SomeName(const std::string& hosts) {
 
 // ---- the system ----
 
-std::string SlowValue(const std::string& text, char separator, const std::string& wanted) {
-  for (const std::string& line : Split(text, "\n")) {
+std::string SlowValue(const std::vector<std::string>& lines, char separator, const std::string& wanted) {
+  for (const std::string& line : lines) {
     const std::size_t end = std::min(line.find(separator), line.size());
     if (Trimmed(line.substr(0, end)) == wanted) {
       return Trimmed(line.substr(std::min(end + 1, line.size())));
@@ -101,9 +101,9 @@ std::string SlowValue(const std::string& text, char separator, const std::string
   return {};
 }
 
-std::uint64_t SlowNumber(const std::string& text, const std::string& wanted) {
+std::uint64_t SlowNumber(const std::vector<std::string>& lines, const std::string& wanted) {
   std::uint64_t number = 0;
-  const std::string value = SlowValue(text, ':', wanted);
+  const std::string value = SlowValue(lines, ':', wanted);
   const auto result = std::from_chars(value.data(), value.data() + value.size(), number);
   return result.ec == std::errc() ? number : 0;
 }
@@ -146,14 +146,15 @@ void CompareMounts(const std::string& text) {
 }
 
 void CompareSystem(const std::string& text) {
+  const std::vector<std::string> lines = Split(text, "\n");
   const MemoryReport memory = ReadMemoryReport(text);
-  const bool tellsAvailable = !SlowValue(text, ':', "MemAvailable").empty();
-  fuzz::Demand(memory.total == SlowNumber(text, "MemTotal") ? "" : "MemTotal");
-  fuzz::Demand(memory.free == SlowNumber(text, tellsAvailable ? "MemAvailable" : "MemFree") ? "" : "free memory");
-  fuzz::Demand(memory.swapTotal == SlowNumber(text, "SwapTotal") ? "" : "SwapTotal");
-  fuzz::Demand(memory.swapFree == SlowNumber(text, "SwapFree") ? "" : "SwapFree");
-  fuzz::DemandEqual(SlowValue(text, ':', "model name"), ReadCpuDescription(text).name, "the processor's name");
-  fuzz::Demand(ReadSystemName(text).size() <= SlowValue(text, '=', "PRETTY_NAME").size() ? "" : "a longer name");
+  const bool tellsAvailable = !SlowValue(lines, ':', "MemAvailable").empty();
+  fuzz::Demand(memory.total == SlowNumber(lines, "MemTotal") ? "" : "MemTotal");
+  fuzz::Demand(memory.free == SlowNumber(lines, tellsAvailable ? "MemAvailable" : "MemFree") ? "" : "free memory");
+  fuzz::Demand(memory.swapTotal == SlowNumber(lines, "SwapTotal") ? "" : "SwapTotal");
+  fuzz::Demand(memory.swapFree == SlowNumber(lines, "SwapFree") ? "" : "SwapFree");
+  fuzz::DemandEqual(SlowValue(lines, ':', "model name"), ReadCpuDescription(text).name, "the processor's name");
+  fuzz::Demand(ReadSystemName(text).size() <= SlowValue(lines, '=', "PRETTY_NAME").size() ? "" : "a longer name");
 }
 
 /// As os-release(5) wants a name to be written.
