@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstdlib>
 #include <functional>
+#include <limits>
 #include <mutex>
 #include <stdexcept>
 #include <string>
@@ -24,8 +26,11 @@ class Connection {
  public:
   explicit Connection(Socket socket) : _socket(std::move(socket)) {}
 
-  /// False when the client is gone.
+  /// False when the client is gone, or the limit is reached.
   bool Send(std::string_view bytes) {
+    const bool whole = bytes.size() <= _left;
+    bytes = bytes.substr(0, _left);
+    _left -= bytes.size();
     while (!bytes.empty()) {
       const ssize_t sent = send(_socket.Get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
       if (sent <= 0) {
@@ -33,7 +38,37 @@ class Connection {
       }
       bytes.remove_prefix(static_cast<std::size_t>(sent));
     }
+    if (!whole) {
+      _reset ? Reset() : _socket.Close();
+    }
+    return whole;
+  }
+
+  /// The connection ends in the place of what is sent beyond this many bytes, in good order or with a reset.
+  void EndAfter(std::size_t bytes, bool reset) {
+    _left = bytes;
+    _reset = reset;
+  }
+
+  /// One byte after the other, each of them followed by a pause; false when the client is gone.
+  bool SendSlowly(std::string_view bytes, std::chrono::milliseconds pause) {
+    for (const char& byte : bytes) {
+      if (!Send(std::string_view(&byte, 1))) {
+        return false;
+      }
+      std::this_thread::sleep_for(pause);
+    }
     return true;
+  }
+
+  /// Again and again, in pieces of some size, until the client is gone.
+  void SendForEver(std::string_view bytes) {
+    std::string piece;
+    while (piece.size() < 65536) {
+      piece += bytes;
+    }
+    while (Send(piece)) {
+    }
   }
 
   /// Reads what is there; false at the end.
@@ -69,7 +104,7 @@ class Connection {
     }
   }
 
-  /// Ends the connection with a reset.
+  /// Ends the connection with a reset. What fits into the client's window has been sent before.
   void Reset() {
     const linger atOnce{1, 0};
     setsockopt(_socket.Get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
@@ -86,6 +121,8 @@ class Connection {
   }
 
   Socket _socket;
+  std::size_t _left = std::numeric_limits<std::size_t>::max();
+  bool _reset = false;
 };
 
 /// Serves one connection after the other on a thread of its own: reads a request (unless told not to), records it, runs
