@@ -163,6 +163,7 @@ class Transfer {
     Set(CURLOPT_SSL_VERIFYPEER, _request.verifyPeer ? 1L : 0L);
     if (!_request.caInfoFile.empty() && _request.verifyPeer) {
       Set(CURLOPT_CAINFO, QsNativePath(_request.caInfoFile).c_str());
+      Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));  // or else the system's folder of authorities stays
     } else {
       Set(CURLOPT_SSL_OPTIONS, static_cast<long>(CURLSSLOPT_NATIVE_CA));  // Windows: its certificate store
     }

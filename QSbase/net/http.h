@@ -43,8 +43,8 @@ struct QSBASE_API QsInetHttpRequest {
   std::string proxyPassword;
   /// Time-out for connecting, in seconds. 0 or less means 30; above 2147483 counts as 2147483.
   std::int32_t connectTimeout;
-  /// CA bundle (PEM), "\" and "/" accepted. Used only with verifyPeer; empty means the system's bundle, on
-  /// Windows its certificate store.
+  /// CA bundle (PEM), "\" and "/" accepted. Used only with verifyPeer, and then alone; empty means the
+  /// system's bundle, on Windows its certificate store.
   std::string caInfoFile;
   /// When set, the body is written to this stream and not kept in memory. The stream stays the caller's; it is flushed
   /// after every chunk. A failed write ends the transfer (curlCode 23); a failed flush shows in ferror() only.

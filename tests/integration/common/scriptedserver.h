@@ -97,6 +97,8 @@ class Connection {
     return request;
   }
 
+  int Descriptor() const { return _socket.Get(); }
+
   void WaitForClose() {
     std::string ignored;
     while (Receive(ignored)) {
