@@ -161,8 +161,8 @@ class OsFile {
   /// Write. No failure is reported: the Read and Write that follow meet it again.
   void CopyInSystem(OsFile& from);
 
-  /// Cuts the file to nothing. The position stays.
-  bool Truncate();
+  /// Cuts the file to that size. The position stays.
+  bool Truncate(std::uint64_t size = 0);
 
   /// Sets the permission bits exactly.
   bool SetPermissions(unsigned permissions);

@@ -6,10 +6,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <new>
 #include <optional>
 
 #include <QSbase/lasterrorguard.h>
+#include <QSbase/support/filedetail.h>
 #include <QSbase/support/fileos.h>
 
 namespace qsbase::detail {
@@ -183,16 +185,35 @@ int UnzipArchive::Close() {
 
 class ZipArchive::Output {
  public:
-  ~Output() { Close(); }
+  ~Output() {
+    Close();
+    if (!_kept) {
+      GiveBack();
+    }
+  }
 
-  bool Open(const std::string& path, int mode) {
-    _stream = OsOpenStream(path, (mode & ZLIB_FILEFUNC_MODE_CREATE) != 0 ? "wb" : "r+b");
-    return _stream != nullptr;
+  bool Open(const std::string& path, int mode) noexcept {
+    try {
+      _path = path;
+      return (mode & ZLIB_FILEFUNC_MODE_CREATE) != 0 ? OpenAnew() : OpenOld();
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+  }
+
+  // What was written is the archive from now on.
+  bool Keep() {
+    _kept = Close() && (_made.empty() || _made == _path || OsMove(_made, _path, true) == MoveResult::Done);
+    return _kept;
   }
 
   std::size_t Read(void* buffer, std::size_t size) { return std::fread(buffer, 1, size, _stream); }
 
   std::size_t Write(const void* bytes, std::size_t size) {
+    if (_saves && !SaveTail()) {
+      _failed = true;
+      return 0;
+    }
     const std::size_t count = std::fwrite(bytes, 1, size, _stream);
     _failed = _failed || count != size;
     return count;
@@ -244,15 +265,99 @@ class ZipArchive::Output {
   }
 
  private:
+  // Beside a regular file that stands there.
+  bool OpenAnew() {
+    OsFile file;
+    const OsFile::Creation created = file.CreateNew(_path, kDefaultPermissions);
+    if (created == OsFile::Creation::Failed) {
+      return false;
+    }
+    if (created == OsFile::Creation::Created) {
+      _made = _path;
+    } else if (!MakeBeside(file)) {
+      return false;
+    }
+    const bool closed = file.Close();  // some systems open no file twice
+    _stream = closed ? OsOpenStream(_made.empty() ? _path : _made, "wb") : nullptr;
+    return _stream != nullptr;
+  }
+
+  // False if nothing may take the place of what stands there. Without a new file it is written to itself.
+  bool MakeBeside(OsFile& file) {
+    FileStatus old;
+    if (!OsGetStatus(_path, LinkView::Itself, old) || old.kind != FileKind::Regular) {
+      return true;
+    }
+    if (!OsHasAccess(_path, AccessKind::Write)) {
+      return false;
+    }
+    std::string name;
+    if (CreateBeside(_path, old.permissions, file, name) == OsFile::Creation::Created) {
+      file.SetPermissions(old.permissions);
+      _made.swap(name);
+    }
+    return true;
+  }
+
+  bool OpenOld() {
+    _stream = OsOpenStream(_path, "r+b");
+    _saves = _stream != nullptr;
+    return _saves;
+  }
+
+  // What is behind the position of the first write: the old archive's records.
+  bool SaveTail() noexcept {
+    _saves = false;
+    const std::int64_t start = OsTell(_stream);
+    if (start < 0 || !OsSeek(_stream, 0, SEEK_END)) {
+      return false;
+    }
+    const std::int64_t size = OsTell(_stream) - start;
+    try {
+      std::string tail(static_cast<std::size_t>(size), '\0');
+      if (size < 0 || !OsSeek(_stream, start, SEEK_SET) || Read(tail.data(), tail.size()) != tail.size() ||
+          !OsSeek(_stream, start, SEEK_SET)) {
+        return false;
+      }
+      _tail.swap(tail);
+    } catch (const std::exception&) {
+      return false;
+    }
+    _tailStart = static_cast<std::uint64_t>(start);
+    return true;
+  }
+
+  void GiveBack() noexcept {
+    try {
+      OsFile file;
+      if (!_made.empty()) {
+        OsRemoveFile(_made);
+      } else if (!_tail.empty() && file.OpenWrite(_path, OsFile::Writing::Keep) && file.Seek(_tailStart) &&
+                 file.Write(_tail.data(), _tail.size())) {
+        file.Truncate(_tailStart + _tail.size());
+      }
+    } catch (const std::exception&) {
+      return;  // no memory for a name: nobody is there to be told
+    }
+  }
+
+  std::string _path;
+  std::string _made;  // the new file, if there is one
+  std::string _tail;  // of the old archive, if it is written to
+  std::uint64_t _tailStart = 0;
   std::FILE* _stream = nullptr;
+  bool _saves = false;  // the next write is the first to the old archive
   bool _failed = false;
+  bool _kept = false;
 };
 
 ZipArchive::ZipArchive() = default;
 
 ZipArchive::~ZipArchive() {
   const LastErrorGuard keep;
-  Close();
+  if (_handle != nullptr) {
+    zipClose(_handle, "");  // releases minizip's memory
+  }
 }
 
 bool ZipArchive::Open(const std::string& path, Writing writing) {
@@ -274,8 +379,9 @@ bool ZipArchive::Close() {
   if (_handle == nullptr) {
     return true;
   }
-  const bool closed = zipClose(_handle, "") == ZIP_OK && !_output->IsFailed();
+  const bool closed = zipClose(_handle, "") == ZIP_OK && !_output->IsFailed() && _output->Keep();
   _handle = nullptr;
+  const LastErrorGuard keep;
   _output.reset();
   return closed;
 }

@@ -45,10 +45,13 @@ class UnzipArchive {
   unzFile _handle = nullptr;
 };
 
-/// An archive to write.
+/// An archive to write. Until it is closed as a whole one the old archive can be had back: a new one is written beside
+/// it, and what an added entry overwrites is remembered. A link or device is written to itself, and so is what stands
+/// where no file can be made beside it.
 class ZipArchive {
  public:
   ZipArchive();
+  /// Without Close() before: gives the old archive back, or nothing where none was.
   ~ZipArchive();
   ZipArchive(const ZipArchive&) = delete;
   ZipArchive& operator=(const ZipArchive&) = delete;
@@ -60,7 +63,8 @@ class ZipArchive {
 
   zipFile Handle() const { return _handle; }
 
-  /// Writes the archive's own records and closes it. False if they, or anything before, could not be written.
+  /// Writes the archive's own records and closes it. False if they, or anything before, could not be written: the old
+  /// archive is there again then.
   bool Close();
 
  private:

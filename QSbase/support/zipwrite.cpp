@@ -2,6 +2,7 @@
 #include <QSbase/support/zlibsupport.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -54,6 +55,8 @@ bool IsMarkedUtf8(const char* name) {
   return !QsIsUTF8StringUsAscii(text) && QsIsValidUTF8(text);
 }
 
+// Raw: what is written is deflated here. Where minizip deflates, a write that fails while the entry is closed is
+// forgotten, and the entry counts as good.
 bool OpenEntry(zipFile zip, const char* name, const QsDateTime& time, std::uint64_t size) {
   constexpr uLong kUtf8 = 1U << 11;
   // Some programs take what DOS has made for a name in its code page, even a marked one; hence NTFS.
@@ -61,22 +64,66 @@ bool OpenEntry(zipFile zip, const char* name, const QsDateTime& time, std::uint6
   const zip_fileinfo info = FileInfo(time);
   const bool utf8 = IsMarkedUtf8(name);
   const int zip64 = size >= kZip64Size ? 1 : 0;
+  constexpr int kRaw = 1;
   return zipOpenNewFileInZip4_64(zip, name, &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED, Z_DEFAULT_COMPRESSION,
-                                 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, utf8 ? kNtfs : 0,
+                                 kRaw, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, utf8 ? kNtfs : 0,
                                  utf8 ? kUtf8 : 0, zip64) == ZIP_OK;
 }
 
-bool WriteContent(zipFile zip, const std::string& content) {
-  constexpr std::size_t kPiece = std::size_t{1} << 30;
-  for (std::size_t done = 0; done < content.size();) {
-    const std::size_t count = std::min(content.size() - done, kPiece);
-    if (zipWriteInFileInZip(zip, content.data() + done, static_cast<unsigned>(count)) < 0) {
-      return false;
-    }
-    done += count;
+// Deflates into the archive's current entry.
+class EntryWriter {
+ public:
+  explicit EntryWriter(zipFile zip) : _zip(zip) {
+    _open = deflateInit2(&_stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY) ==
+            Z_OK;
   }
-  return true;
-}
+  ~EntryWriter() {
+    if (_open) {
+      deflateEnd(&_stream);
+    }
+  }
+  EntryWriter(const EntryWriter&) = delete;
+  EntryWriter& operator=(const EntryWriter&) = delete;
+
+  bool Write(const std::string& content) {
+    constexpr std::size_t kPiece = std::size_t{1} << 30;
+    std::size_t done = 0;
+    bool written = _open;
+    while (written && done < content.size()) {
+      const std::size_t count = std::min(content.size() - done, kPiece);
+      written = WritePiece(content.data() + done, static_cast<uInt>(count), Z_NO_FLUSH);
+      done += count;
+    }
+    return written && WritePiece("", 0, Z_FINISH);
+  }
+
+  // Of all that was written.
+  uLong Checksum() const { return _checksum; }
+
+ private:
+  bool WritePiece(const char* bytes, uInt size, int flush) {
+    auto* const in = reinterpret_cast<unsigned char*>(const_cast<char*>(bytes));  // zlib's; nothing is written to it
+    _checksum = crc32(_checksum, in, size);
+    _stream.next_in = in;
+    _stream.avail_in = size;
+    do {
+      _stream.next_out = _out.data();
+      _stream.avail_out = static_cast<uInt>(_out.size());
+      deflate(&_stream, flush);
+      const auto count = static_cast<unsigned>(_out.size() - _stream.avail_out);
+      if (count > 0 && zipWriteInFileInZip(_zip, _out.data(), count) != ZIP_OK) {
+        return false;
+      }
+    } while (_stream.avail_out == 0);
+    return true;
+  }
+
+  const zipFile _zip;
+  z_stream _stream{};
+  bool _open = false;
+  uLong _checksum = crc32(0, nullptr, 0);
+  std::array<unsigned char, 65536> _out;
+};
 
 }  // namespace
 
@@ -85,9 +132,10 @@ bool QsWrite2Zip(void** archive, const std::string& content, const QsDateTime& t
       !OpenEntry(*archive, nameInZip, time, content.size())) {
     return false;
   }
-  const bool written = WriteContent(*archive, content);
+  EntryWriter writer(*archive);
+  const bool written = writer.Write(content);
   // The last of the data is written here.
-  return zipCloseFileInZip(*archive) == ZIP_OK && written;
+  return zipCloseFileInZipRaw64(*archive, content.size(), writer.Checksum()) == ZIP_OK && written;
 }
 
 bool QsWrite2Zip(const char* zipPath, const std::string& content, const QsDateTime& time, bool append,
@@ -103,5 +151,5 @@ bool QsWrite2Zip(const char* zipPath, const std::string& content, const QsDateTi
   }
   void* handle = archive.Handle();
   const bool written = QsWrite2Zip(&handle, content, time, nameInZip);
-  return archive.Close() && written;
+  return written && archive.Close();
 }

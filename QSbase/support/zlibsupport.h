@@ -87,8 +87,9 @@ QSBASE_API bool QsWrite2Zip(void** zipFile, const std::string& content, const Qs
 
 /// Opens the archive, adds the entry and closes it. Without `append`, and if there is no archive or an empty one, it is
 /// written anew; an archive that is appended to loses its comment. False for a null or empty path, if the archive
-/// cannot be opened (one that is appended to stays as it is) or not everything be written: what there is of it by then
-/// is no archive.
+/// cannot be opened or not everything be written: the old archive then is as it was, and without one there is none. (A
+/// link or device is written to itself, and so is an old archive where no file can be made beside it: it is lost then
+/// when it was to be written anew.)
 QSBASE_API bool QsWrite2Zip(const char* zipPath, const std::string& content, const QsDateTime& time, bool append,
                             const char* nameInZip);
 

@@ -357,8 +357,8 @@ void OsFile::CopyInSystem(OsFile& from) {
   } while (count > 0);
 }
 
-bool OsFile::Truncate() {
-  return Uninterrupted([this] { return ftruncate(static_cast<int>(_handle), 0); }) == 0;
+bool OsFile::Truncate(std::uint64_t size) {
+  return Uninterrupted([&] { return ftruncate(static_cast<int>(_handle), static_cast<off_t>(size)); }) == 0;
 }
 
 bool OsFile::SetPermissions(unsigned permissions) { return fchmod(static_cast<int>(_handle), permissions) == 0; }

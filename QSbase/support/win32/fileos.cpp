@@ -441,8 +441,9 @@ bool OsFile::Write(const void* data, std::size_t size) {
 
 void OsFile::CopyInSystem(OsFile& /*from*/) {}  // from handle to handle the system copies nothing
 
-bool OsFile::Truncate() {
+bool OsFile::Truncate(std::uint64_t size) {
   FILE_END_OF_FILE_INFO end{};
+  end.EndOfFile.QuadPart = static_cast<LONGLONG>(size);
   return SetFileInformationByHandle(ToHandle(_handle), FileEndOfFileInfo, &end, sizeof end) != 0;
 }
 
