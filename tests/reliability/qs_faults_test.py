@@ -294,6 +294,13 @@ class Resume(FaultCase):
         self.sweep_allocations()
 
 
+class ResumeFromNothing(Resume):
+    """The same without a beginning: the server then states no whole length to compare with."""
+
+    def prepare(self):
+        pass
+
+
 class Attachments(FaultCase):
     """An article with two attachments; an older file has the name of one."""
 

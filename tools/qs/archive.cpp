@@ -111,10 +111,12 @@ class Packer {
     }
     CQsFindFile find(path, "*", 0);
     constexpr int kNothingThere = 2;  // on both systems; an empty drive of Windows, too
+    constexpr int kEndOfList = 18;    // of every list on Windows
     QsSetLastError(0);
     long found = find.FindFirst();
-    if (found == -1 && QsGetLastError() != 0 && QsGetLastError() != kNothingThere) {
-      _leftOut.push_back("'" + Printable(path) + "': " + QsErrorMessage(QsGetLastError()));
+    const int error = QsGetLastError();  // also when the list broke off behind its first entries
+    if (error != 0 && error != kNothingThere && error != kEndOfList) {
+      _leftOut.push_back("'" + Printable(path) + "': " + QsErrorMessage(error));
     }
     for (; found != -1 && !Interrupted(); found = find.FindNext()) {
       const std::string below = ConstructPath(path, find.Filename());

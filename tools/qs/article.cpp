@@ -18,6 +18,18 @@ struct HeaderField {
   std::string value;
 };
 
+// One of these says "article"; of the others two are needed.
+constexpr std::array<std::string_view, 6> kSure = {
+    "message-id", "newsgroups", "mime-version", "content-type", "content-transfer-encoding", "content-disposition"};
+constexpr std::array<std::string_view, 8> kLikely = {"from", "to",       "subject",     "date",
+                                                     "path", "received", "return-path", "references"};
+constexpr std::string_view kMd5 = "content-md5";
+
+bool IsAskedFor(std::string_view name) {
+  return std::find(kSure.begin(), kSure.end(), name) != kSure.end() ||
+         std::find(kLikely.begin(), kLikely.end(), name) != kLikely.end() || name == kMd5;
+}
+
 struct Headers {
   std::vector<HeaderField> fields;
   std::size_t bodyStart = 0;
@@ -35,6 +47,15 @@ struct Headers {
   bool Has(std::string_view name) const {
     return std::any_of(fields.begin(), fields.end(), [&](const HeaderField& field) { return field.name == name; });
   }
+
+  // Takes the first field of a name that anybody asks for. Whatever a text has too much of takes no memory.
+  bool Take(const std::string& name, std::string_view value) {
+    if (!IsAskedFor(name) || Has(name)) {
+      return false;
+    }
+    fields.push_back({name, std::string(value)});
+    return true;
+  }
 };
 
 // The length of the field name that a header line begins with, 0 when it is no header line.
@@ -49,6 +70,8 @@ std::size_t FieldNameLength(std::string_view line) {
 
 Headers ReadHeaders(std::string_view text) {
   Headers headers;
+  bool hasField = false;
+  bool isTaken = false;  // the field that a folded line goes on with
   LineReader lines(text);
   while (lines.Next()) {
     const std::string_view line = lines.Line();
@@ -57,8 +80,10 @@ Headers ReadHeaders(std::string_view text) {
       headers.endedByBlankLine = true;
       return headers;
     }
-    if (IsBlank(line.front()) && !headers.fields.empty()) {
-      headers.fields.back().value += line;
+    if (IsBlank(line.front()) && hasField) {
+      if (isTaken) {
+        headers.fields.back().value += line;
+      }
       continue;
     }
     const std::size_t name = FieldNameLength(line);
@@ -66,19 +91,15 @@ Headers ReadHeaders(std::string_view text) {
       headers.bodyStart = lines.Begin();
       return headers;
     }
-    headers.fields.push_back({ToLowerAscii(line.substr(0, name)), std::string(Trim(line.substr(name + 1)))});
+    hasField = true;
+    isTaken = headers.Take(ToLowerAscii(line.substr(0, name)), Trim(line.substr(name + 1)));
   }
   headers.bodyStart = text.size();
   headers.endedByBlankLine = true;
   return headers;
 }
 
-// One of these says "article"; of the others two are needed.
 bool AreArticleHeaders(const Headers& headers) {
-  static constexpr std::array<std::string_view, 6> kSure = {
-      "message-id", "newsgroups", "mime-version", "content-type", "content-transfer-encoding", "content-disposition"};
-  static constexpr std::array<std::string_view, 8> kLikely = {"from", "to",       "subject",     "date",
-                                                              "path", "received", "return-path", "references"};
   const auto has = [&](std::string_view name) { return headers.Has(name); };
   return headers.endedByBlankLine &&
          (std::any_of(kSure.begin(), kSure.end(), has) || std::count_if(kLikely.begin(), kLikely.end(), has) >= 2);
@@ -201,7 +222,7 @@ class Collector {
     }
     part.attachment = disposition.value == "attachment";
     part.transfer = TransferOf(headers);
-    part.contentMd5 = headers.Get("content-md5");
+    part.contentMd5 = headers.Get(kMd5);
     part.body = body;
     part.complete = complete;
     _article.parts.push_back(part);

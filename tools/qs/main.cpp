@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <new>
 #include <stdexcept>
@@ -411,20 +412,32 @@ int ParseAndRun(int argc, char** argv) {
   return WithOutput(RunCommand(app, options));
 }
 
+// The text of an error takes memory, too.
+int RunOrTell(int argc, char** argv) {
+  try {
+    return ParseAndRun(argc, argv);
+  } catch (const ExBase& error) {
+    return qs::Fail(error.GetErrorText());
+  }
+}
+
+// Where there may be no memory for a string.
+int FailPlainly(const char* problem) {
+  std::fprintf(stderr, "qs: %s\n", problem);
+  return qs::kExitFailed;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   const qs::Utf8Console console;
   try {
-    return ParseAndRun(argc, argv);
-  } catch (const ExBase& error) {
-    qs::PrintError(error.GetErrorText());
+    return RunOrTell(argc, argv);
   } catch (const std::bad_alloc&) {
-    qs::PrintError(kNoMemory);
+    return FailPlainly(kNoMemory);
   } catch (const std::length_error&) {  // of a string, before the memory is even asked for
-    qs::PrintError(kNoMemory);
+    return FailPlainly(kNoMemory);
   } catch (const std::exception& error) {
-    qs::PrintError(error.what());
+    return FailPlainly(error.what());
   }
-  return qs::kExitFailed;
 }

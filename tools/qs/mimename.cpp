@@ -19,6 +19,7 @@ constexpr std::uint16_t kWindows1252[32] = {0x20AC, 0,      0x201A, 0x0192, 0x20
                                             0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
 
 constexpr int kMaxSections = 1000;
+constexpr std::size_t kMaxParameters = 4000;  // each takes far more memory than its few bytes of text
 // RFC 2047 allows 75 characters. Real senders write more, but a line of nothing but beginnings must not take for ever.
 constexpr std::size_t kMaxWord = 2048;
 
@@ -202,7 +203,8 @@ FieldValue ParseFieldValue(std::string_view field) {
   std::size_t position = 0;
   result.value = ToLowerAscii(Trim(ReadValue(field, position)));
   std::map<std::string, Sections> collected;
-  while (position < field.size()) {
+  std::size_t count = 0;
+  while (position < field.size() && count < kMaxParameters) {
     ++position;  // the ";"
     const std::size_t equals = field.find_first_of("=;", position);
     if (equals == std::string_view::npos) {
@@ -214,6 +216,7 @@ FieldValue ParseFieldValue(std::string_view field) {
     }
     int number = 0;
     bool extended = false;
+    ++count;
     const std::string name = SplitParameterName(field.substr(position, equals - position), number, extended);
     position = equals + 1;
     const std::string value(Trim(ReadValue(field, position)));

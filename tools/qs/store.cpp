@@ -79,7 +79,9 @@ std::string CopyStream(std::FILE* from, const QsFile& to, std::string& md5, std:
   QsMD5 digest;
   digest.Init();
   size = 0;
-  std::rewind(from);
+  if (std::fseek(from, 0, SEEK_SET) != 0) {
+    return "cannot copy the download (" + LastError() + ")";
+  }
   for (std::size_t count; (count = std::fread(block.data(), 1, block.size(), from)) > 0;) {
     const auto length = static_cast<unsigned int>(count);
     if (to.Write(block.data(), 1, length) != length) {

@@ -13,6 +13,12 @@ namespace qs {
 /// killed. \returns null on failure, with the last error set.
 std::FILE* OpenTemporaryStream();
 
+/// To be called before anything else is done with a stream that QsInetHttp writes to. What a stream holds back in its
+/// buffer is lost when it cannot be written a moment later, and what comes after it stands in its place. Now it holds
+/// nothing back, and a write that fails is the last one. On Windows, where a stream without a buffer writes byte by
+/// byte, it stays as it is. \returns false on failure.
+bool HoldNothingBack(std::FILE* stream);
+
 /// The position in bytes, -1 when that cannot be told.
 std::int64_t StreamPosition(std::FILE* stream);
 

@@ -187,9 +187,9 @@ std::int64_t Download::Size() { return SeekToEnd(Stream()); }
 bool Download::Open() {
   if (_partPath.empty()) {
     _temporary.reset(OpenTemporaryStream());
-    return _temporary != nullptr;
+    return _temporary != nullptr && HoldNothingBack(Stream());
   }
-  return _part.Open(_partPath.c_str(), "a+b");
+  return _part.Open(_partPath.c_str(), "a+b") && HoldNothingBack(Stream());
 }
 
 bool Download::Restart() {
@@ -197,7 +197,7 @@ bool Download::Restart() {
     return Open();
   }
   _part.Close();
-  return _part.Open(_partPath.c_str(), "w+b");
+  return _part.Open(_partPath.c_str(), "w+b") && HoldNothingBack(Stream());
 }
 
 std::string Download::Run(const std::string& url, const TransferOptions& options, Progress& progress) {
@@ -244,6 +244,10 @@ std::string Download::RunOnce(const std::string& url, const TransferOptions& opt
   }
   if (!performed) {
     return FailureText(response, watch);
+  }
+  if (std::ferror(Stream()) != 0) {
+    _keep = false;  // something is missing from its middle
+    return "cannot write the download";
   }
   if (have > 0 && status == 416) {
     again = total != static_cast<std::uint64_t>(have);

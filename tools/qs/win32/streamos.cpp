@@ -45,6 +45,8 @@ std::FILE* OpenTemporaryStream() {
   return stream;
 }
 
+bool HoldNothingBack(std::FILE* /*stream*/) { return true; }
+
 std::int64_t StreamPosition(std::FILE* stream) { return _ftelli64(stream); }
 
 std::int64_t SeekToEnd(std::FILE* stream) { return _fseeki64(stream, 0, SEEK_END) == 0 ? _ftelli64(stream) : -1; }
