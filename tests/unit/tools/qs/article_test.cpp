@@ -52,6 +52,17 @@ TEST(MimeName, FieldWithoutParameters) {
 }
 
 // The words were made with Python's email.header.
+TEST(MimeName, ParametersBeyondFourThousandAreLeftOut) {
+  std::string field = "a/b";
+  for (int i = 0; i < 3999; ++i) {
+    field += ";x" + std::to_string(i) + "=";
+  }
+  const qs::FieldValue value = qs::ParseFieldValue(field + ";last=1;behind=2");
+  EXPECT_EQ(value.parameters.size(), 4000U);
+  EXPECT_EQ(value.Parameter("last"), "1");
+  EXPECT_EQ(value.Parameter("behind"), "");
+}
+
 TEST(MimeName, EncodedWords) {
   EXPECT_EQ(qs::DecodeWords("=?iso-8859-1?q?Gr=F6=DFe_=DCbersicht?="), "Größe Übersicht");
   EXPECT_EQ(qs::DecodeWords("=?utf-8?b?R3LDtsOfZQ==?="), "Größe");
@@ -114,6 +125,17 @@ TEST(Article, HeaderForms) {
   ASSERT_TRUE(mailbox) << "the separator line of a mailbox file in front";
   EXPECT_EQ(mailbox->parts.at(0).body, "body\n");
   EXPECT_EQ(mailbox->parts.at(0).mediaType, "text/plain");
+}
+
+TEST(Article, OfEachHeaderTheFirstCounts) {
+  const auto article = ParseArticle(
+      "X: 1\n folded\nSubject: a\n b\nX: 2\nsubject: c\n d\nDate: e\nContent-Type: image/png;\n name=f\nX: 3\n ; "
+      "name=g\n"
+      "Content-Type: text/html\n\n");
+  ASSERT_TRUE(article);
+  EXPECT_EQ(article->subject, "a b");
+  EXPECT_EQ(article->parts.at(0).mediaType, "image/png");
+  EXPECT_EQ(article->parts.at(0).fileName, "f");
 }
 
 TEST(Article, EncodedWordInAParameter) {
