@@ -212,7 +212,9 @@ unsigned int TimeDiff(const QsDateTime& from, const QsDateTime& to) {
   if (!(span > 0) || std::isinf(span)) {
     return 0;
   }
-  const double seconds = std::trunc(span) * kSecondsPerDay + MillisecondsOf(span) / kMsPerSecond;
+  constexpr double kWrap = 33554432;  // days: a multiple of 2^32 seconds, before the longest spans become infinite
+  const double days = std::fmod(std::trunc(span), kWrap);
+  const double seconds = days * kSecondsPerDay + MillisecondsOf(span) / kMsPerSecond;
   return static_cast<unsigned int>(std::fmod(seconds, 4294967296.0));
 }
 

@@ -394,6 +394,8 @@ TEST(TimeDiff, RandomSpansOverAllYears) {
 TEST(TimeDiff, CountsModulo32Bits) {
   EXPECT_EQ(TimeDiff(0.0, 50000.0), static_cast<unsigned int>(50000LL * 86400 % 4294967296LL));
   EXPECT_EQ(TimeDiff(0.0, std::numeric_limits<double>::infinity()), 0U);
+  EXPECT_EQ(TimeDiff(0.0, 1e15 + 1), static_cast<std::uint32_t>(1000000000000001) * 86400U);  // unsigned numbers wrap
+  EXPECT_EQ(TimeDiff(0.0, std::numeric_limits<double>::max()), 0U);  // a multiple of any such power of two
   EXPECT_EQ(TimeDiff(0.0, std::nan("")), 0U);
 }
 
