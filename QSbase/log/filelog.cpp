@@ -118,6 +118,7 @@ class LogFile {
   bool _ended = false;
   std::chrono::steady_clock::time_point _asked;  // when the system was
   bool _buffered = false;                        // the stream may hold bytes that the file lacks
+  bool _torn = false;                            // the file may end within a line: not all could be written
   std::int64_t _size = -1;                       // as last asked, plus what was written since; -1 unknown
   std::size_t _sinceAsked = 0;                   // bytes written since
 };
@@ -140,8 +141,8 @@ void LogFile::Write(char* line, std::size_t length, bool mayRotate) {
   if (_rotatePending && mayRotate) {
     Rotate();
   }
-  if (_ended && !_file.IsOpen()) {
-    Open();
+  if (!_file.IsOpen()) {
+    Open();  // a rotation that found no descriptor or no memory must not be the end of the log
   }
   if (!_file.IsOpen()) {
     return;
@@ -151,7 +152,10 @@ void LogFile::Write(char* line, std::size_t length, bool mayRotate) {
   }
   ReplaceLineEnds(line, length);
   line[length] = '\n';
-  std::fwrite(line, length + 1, 1, _file);
+  if (_torn) {
+    _torn = std::fputc('\n', _file) == EOF;
+  }
+  _torn = std::fwrite(line, length + 1, 1, _file) != 1 || _torn;
   _buffered = true;
   const std::size_t written = length + qsbase::detail::OsLineFeedLength();
   _sinceAsked += written;
@@ -186,14 +190,14 @@ bool LogFile::IsFull() {
 
 void LogFile::Flush() {
   if (_buffered) {
-    _file.Flush();
+    _torn = _file.Flush() != 0 || _torn;
     _buffered = false;
   }
 }
 
 void LogFile::Rotate() {
   _rotatePending = false;
-  _file.Close();
+  _torn = _file.Close() != 0 || _torn;
   _buffered = false;
   _size = -1;
   const std::string current = ConstructPath(_config.logDirectory, _config.logFileName);
@@ -216,6 +220,7 @@ void LogFile::Open() {
   } else {
     std::setvbuf(_file, _streamBuffer.data(), _IOFBF, _streamBuffer.size());
   }
+  _torn = _torn && qsbase::detail::OsStreamFileSize(_file) != 0;
 }
 
 void LogFile::End() {

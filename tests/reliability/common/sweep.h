@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <map>
@@ -138,10 +140,13 @@ inline std::string Describe(const Fault& fault) {
 }
 
 template <class Run>
-auto RunWith(const Fault& fault, bool noticeable, Run run) {
+auto RunWith(const Fault& fault, bool noticeable, bool takesLog, Run run) {
   Outcome<decltype(run())> outcome;
   outcome.fault = fault;
-  const SparedLog log;
+  std::optional<SparedLog> log;
+  if (takesLog) {
+    log.emplace();
+  }
   const auto taken = [&outcome](const std::string& text) {
     outcome.error = QsGetLastError();
     outcome.thrown = text;
@@ -164,7 +169,9 @@ auto RunWith(const Fault& fault, bool noticeable, Run run) {
     taken(error.what());
   }
   outcome.allowed = outcome.hit && noticeable;
-  outcome.log = log.Messages();
+  if (log) {
+    outcome.log = log->Messages();
+  }
   return outcome;
 }
 
@@ -176,6 +183,12 @@ class Trial {
   /// Outcome and at what is on the disk.
   Trial(std::string name, Prepare prepare, Run run, Check check)
       : _name(std::move(name)), _prepare(prepare), _run(run), _check(check) {}
+
+  /// Leaves what is logged to the log file, which gets nothing while a callback takes it.
+  Trial& LeaveLog() {
+    _takesLog = false;
+    return *this;
+  }
 
   /// With all the blows: each at the first call, the second, ... alone, and from there on for good.
   void Sweep(const std::vector<Blow>& blows) {
@@ -209,9 +222,9 @@ class Trial {
   bool Step(const Fault& fault, bool noticeable) {
     long grown = 0;
     const bool hit = Once(fault, noticeable, grown);
-    if (grown != 0 && !::testing::Test::HasFailure()) {  // failures are kept in memory too
+    if (grown > 0 && !::testing::Test::HasFailure()) {  // failures are kept in memory too
       Once(fault, noticeable, grown);
-      EXPECT_EQ(grown, 0) << "blocks of memory are left";
+      EXPECT_LE(grown, 0) << "blocks of memory are left";
     }
     return hit;
   }
@@ -222,13 +235,14 @@ class Trial {
     const long blocks = LiveBlocks();
     bool hit = false;
     {
-      const auto outcome = RunWith(fault, noticeable, _run);
+      const auto outcome = RunWith(fault, noticeable, _takesLog, _run);
       hit = outcome.hit;
       EXPECT_TRUE(outcome.allowed || outcome.thrown.empty()) << outcome.thrown;
       _check(outcome);
     }
     grown = LiveBlocks() - blocks;
-    EXPECT_EQ(OpenHandles(), handles) << "handles are left";
+    const std::vector<NativeHandle> after = OpenHandles();
+    EXPECT_TRUE(std::includes(handles.begin(), handles.end(), after.begin(), after.end())) << "handles are left";
     return hit;
   }
 
@@ -246,6 +260,7 @@ class Trial {
   Prepare _prepare;
   Run _run;
   Check _check;
+  bool _takesLog = true;
   std::map<std::string, unsigned> _faults;
 };
 
