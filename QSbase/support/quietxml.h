@@ -25,7 +25,6 @@ class QuietXml {
   QuietXml& operator=(const QuietXml&) = delete;
 
  private:
-  // NOLINTNEXTLINE(cert-dcl50-cpp): libxml2 fixes its type
   static void Drop(void* /*context*/, const char* /*format*/, ...) {}
 
   xmlGenericErrorFunc _handler;
