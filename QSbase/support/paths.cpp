@@ -4,7 +4,6 @@
 #include <array>
 #include <cstddef>
 #include <string_view>
-#include <vector>
 
 #include <QSbase/errors.h>
 #include <QSbase/log/log.h>
@@ -40,9 +39,12 @@ std::size_t ExtensionDot(const std::string& path) {
   return last != kNone && path[last] == '.' ? last : kNone;
 }
 
-bool IsReservedDeviceName(const std::string& stem) {
+bool IsReservedDeviceName(std::string_view stem) {
   constexpr std::array<std::string_view, 5> kNames = {"con", "prn", "aux", "nul", "clock$"};
-  const std::string lower = QsString::ToLower(stem);
+  if (stem.size() > kNames.back().size()) {
+    return false;
+  }
+  const std::string lower = QsString::ToLower(std::string(stem));
   if (lower.size() == 4) {
     const bool port = lower.compare(0, 3, "com") == 0 || lower.compare(0, 3, "lpt") == 0;
     return port && lower[3] >= '1' && lower[3] <= '9';
@@ -51,9 +53,9 @@ bool IsReservedDeviceName(const std::string& stem) {
 }
 
 void EscapeReservedDeviceName(std::string& name) {
-  const std::string stem = name.substr(0, name.find('.'));
-  if (IsReservedDeviceName(stem)) {
-    name.insert(stem.size(), 1, '_');
+  const std::size_t stem = std::min(name.find('.'), name.size());
+  if (IsReservedDeviceName(std::string_view(name).substr(0, stem))) {
+    name.insert(stem, 1, '_');
   }
 }
 
@@ -73,17 +75,17 @@ std::string CompatibleComponent(const std::string& component, bool last) {
   return component == "." || component == ".." ? component : QsMakeCompatibleFilename(component);
 }
 
-void AppendCompatible(const std::string& rest, std::string& result) {
-  std::vector<std::string> components;
-  if (SplitString(rest, "\\", components, true) == 0) {
-    result += rest;
-    return;
-  }
-  for (std::size_t i = 0; i < components.size(); ++i) {
-    const bool last = i + 1 == components.size();
-    result += CompatibleComponent(components[i], last);
+// No further than the result is kept.
+void AppendCompatible(std::string_view rest, std::string& result) {
+  for (bool last = false; !last && result.size() < kMaxCompatibleLength;) {
+    const std::size_t end = rest.find('\\');
+    last = end == kNone;
+    const std::string_view component = rest.substr(0, end);
+    // What lies behind the cut changes nothing in front of it, but a blank or dot there gets its "_" behind it.
+    result += CompatibleComponent(std::string(component.substr(0, kMaxCompatibleLength + 1)), last);
     if (!last) {
       result += '\\';
+      rest.remove_prefix(end + 1);
     }
   }
 }
@@ -198,7 +200,9 @@ std::string QsMakeCompatibleFilename(const std::string& name) {
   if (name.empty()) {
     return name;
   }
-  std::string result = name;
+  std::string result;
+  result.reserve(name.size() + 2);  // what may be added below
+  result = name;
   std::replace_if(
       result.begin(), result.end(), [](char c) { return QsChar::IsInvalidFileChar(static_cast<unsigned char>(c)); },
       '_');
@@ -221,7 +225,7 @@ std::string QsMakeCompatibleFilepath(const std::string& path) {
     result += '\\';
     ++start;  // the separator that is expected there, whatever it is
   }
-  AppendCompatible(path.substr(start), result);
+  AppendCompatible(std::string_view(path).substr(start), result);
   LogIfEmpty("QsMakeCompatibleFilepath", "filename", path, result);
   return result.substr(0, kMaxCompatibleLength);
 }

@@ -5,12 +5,12 @@
 #include <QSbase/text/timeos.h>
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <chrono>
 #include <cmath>
 #include <limits>
 #include <string_view>
-#include <vector>
 
 using namespace qsbase::detail;
 
@@ -371,47 +371,59 @@ int ReadInt(std::string_view text) {
   return value;
 }
 
-// Exactly three pieces, or false.
-bool SplitInThree(const std::string& text, const char* separator, std::vector<std::string>& pieces) {
-  return SplitString(text, separator, pieces, false) == 3;
+using Pieces = std::array<std::string_view, 3>;
+
+// What stands between separators, as far as it has characters: how many pieces, one more than a date or time has at
+// most, of which the first three are kept.
+std::size_t Split(std::string_view text, char separator, Pieces& pieces) {
+  std::size_t count = 0;
+  while (!text.empty() && count <= pieces.size()) {
+    const std::size_t end = std::min(text.find(separator), text.size());
+    if (end != 0 && count < pieces.size()) {
+      pieces[count] = text.substr(0, end);
+    }
+    count += end != 0 ? 1 : 0;
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return count;
 }
 
 // Cuts ".digits" off the seconds and gives the digits as milliseconds.
-int TakeMilliseconds(std::string& seconds) {
+int TakeMilliseconds(std::string_view& seconds) {
   const std::size_t point = seconds.find('.');
-  if (point == std::string::npos) {
+  if (point == std::string_view::npos) {
     return 0;
   }
-  const int milliseconds = ReadInt(std::string_view(seconds).substr(point + 1));
-  seconds.erase(point);
+  const int milliseconds = ReadInt(seconds.substr(point + 1));
+  seconds = seconds.substr(0, point);
   return milliseconds;
 }
 
-TimeOfDay ReadTime(const std::string& text, bool withFraction) {
-  std::vector<std::string> pieces;
-  if (!SplitInThree(text, ":", pieces)) {
+TimeOfDay ReadTime(std::string_view text, bool withFraction) {
+  Pieces pieces;
+  if (Split(text, ':', pieces) != pieces.size()) {
     return {};
   }
   const int milliseconds = withFraction ? TakeMilliseconds(pieces[2]) : 0;
   return {ReadInt(pieces[0]), ReadInt(pieces[1]), ReadInt(pieces[2]), milliseconds};
 }
 
-QsDateTime ReadDateTime(const std::string& text, const char* dateSeparator, bool withFraction) {
-  std::vector<std::string> halves;
-  std::vector<std::string> date;
-  SplitString(text, " ", halves, false);
-  if (halves.empty() || !SplitInThree(halves[0], dateSeparator, date)) {
+QsDateTime ReadDateTime(std::string_view text, char dateSeparator, bool withFraction) {
+  Pieces halves;
+  Pieces date;
+  const std::size_t count = Split(text, ' ', halves);
+  if (count == 0 || Split(halves[0], dateSeparator, date) != date.size()) {
     return 0.0;
   }
-  const TimeOfDay time = halves.size() > 1 ? ReadTime(halves[1], withFraction) : TimeOfDay{};
+  const TimeOfDay time = count > 1 ? ReadTime(halves[1], withFraction) : TimeOfDay{};
   return {ReadInt(date[0]), ReadInt(date[1]), ReadInt(date[2]), time.hour, time.minute, time.second, time.millisecond};
 }
 
 }  // namespace
 
-QsDateTime InternationalString2DateTime(const std::string& text) { return ReadDateTime(text, "/", false); }
+QsDateTime InternationalString2DateTime(const std::string& text) { return ReadDateTime(text, '/', false); }
 
-QsDateTime string2DateTime(const std::string& text) { return ReadDateTime(text, "-", true); }
+QsDateTime string2DateTime(const std::string& text) { return ReadDateTime(text, '-', true); }
 
 // ---- Tick counts ----
 
