@@ -374,13 +374,18 @@ std::string_view CutAtSeparators(std::string_view text, std::string_view separat
   return text.substr(start);
 }
 
-// As if the separator followed the text; only the rest behind the last one has to be copied for that.
+// As if the separator followed the text: it may begin within what is left then, but not before its own length.
 void SplitLongerText(const std::string& text, const std::string& separator, std::vector<std::string>& parts,
                      bool keepEmpty) {
   const std::string_view rest = CutAtSeparators(text, separator, parts, keepEmpty);
   const bool endsWithSeparator = text.compare(text.size() - separator.size(), separator.size(), separator) == 0;
-  if (keepEmpty || !endsWithSeparator) {
-    CutAtSeparators(std::string(rest) + separator, separator, parts, keepEmpty);
+  if (endsWithSeparator && !keepEmpty) {
+    return;
+  }
+  const std::size_t seam = rest.size() - std::min(rest.size(), separator.size() - 1);
+  const std::size_t end = seam + (std::string(rest.substr(seam)) + separator).find(separator);
+  if (end > 0 || keepEmpty) {
+    parts.emplace_back(rest.substr(0, end));
   }
 }
 
@@ -440,14 +445,14 @@ std::size_t CountMatches(const std::string& text, const std::string& what) {
   return count;
 }
 
-// Into a new text of the final size: counting first is cheaper than growing several times.
-std::size_t ReplaceGrowing(std::string& text, const std::string& searched, const std::string& what,
-                           const std::string& with) {
+// Into a new text of the final size: counting first is cheaper than growing several times. Without a match the result
+// stays as it is.
+std::size_t ReplaceGrowing(const std::string& text, const std::string& searched, const std::string& what,
+                           const std::string& with, std::string& result) {
   const std::size_t count = CountMatches(searched, what);
   if (count == 0) {
     return 0;
   }
-  std::string result;
   result.reserve(text.size() + count * (with.size() - what.size()));
   std::size_t read = 0;
   for (std::size_t found; (found = searched.find(what, read)) != std::string::npos;) {
@@ -455,14 +460,20 @@ std::size_t ReplaceGrowing(std::string& text, const std::string& searched, const
     read = found + what.size();
   }
   result.append(text, read);
-  text.swap(result);
   return count;
 }
 
 std::size_t ReplaceAll(std::string& text, const std::string& searched, const std::string& what,
                        const std::string& with) {
-  return with.size() > what.size() ? ReplaceGrowing(text, searched, what, with)
-                                   : ReplaceShrinking(text, searched, what, with);
+  if (with.size() <= what.size()) {
+    return ReplaceShrinking(text, searched, what, with);
+  }
+  std::string result;
+  const std::size_t count = ReplaceGrowing(text, searched, what, with, result);
+  if (count != 0) {
+    text.swap(result);
+  }
+  return count;
 }
 
 }  // namespace
@@ -481,8 +492,18 @@ int QsReplaceStringInPlace(std::string& text, const std::string& what, const std
 
 std::string QsReplaceString(const std::string& text, const std::string& what, const std::string& with,
                             bool caseSensitive) {
-  std::string result(text);
-  QsReplaceStringInPlace(result, what, with, caseSensitive);
+  std::string result;
+  if (what.empty() || with.size() <= what.size()) {
+    result = text;
+    QsReplaceStringInPlace(result, what, with, caseSensitive);
+    return result;
+  }
+  const std::size_t count = caseSensitive
+                                ? ReplaceGrowing(text, text, what, with, result)
+                                : ReplaceGrowing(text, QsString::ToLower(text), QsString::ToLower(what), with, result);
+  if (count == 0) {
+    result = text;
+  }
   return result;
 }
 
@@ -852,8 +873,11 @@ std::string MakeSymbolicName(const std::string& name) {
   if (name.empty()) {
     return "Unnamed_Object";
   }
+  const auto letters = static_cast<std::size_t>(std::count_if(name.begin(), name.end(), &IsAsciiLetter));
+  const auto digits = static_cast<std::size_t>(std::count_if(name.begin() + 1, name.end(), &IsDigit));
+  const std::size_t escaped = name.size() - letters - digits;
   std::string result;
-  result.reserve(name.size());
+  result.reserve(name.size() + 3 * escaped);
   for (const char c : name) {
     if (IsAsciiLetter(c) || (IsDigit(c) && !result.empty())) {
       result.push_back(c);
