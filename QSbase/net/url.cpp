@@ -60,11 +60,11 @@ void DropLastSegment(std::string& path) {
 }
 
 // One walk does what searching from the beginning after each removal would: nothing that is removed leaves an earlier
-// "/.." behind.
-std::string WithoutDotDots(std::string_view path) {
+// "/.." behind. The result has room for so many characters more.
+std::string WithoutDotDots(std::string_view path, std::size_t room) {
   constexpr std::string_view dots = "/..";
   std::string out;
-  out.reserve(path.size());
+  out.reserve(path.size() + room);
   std::size_t at = 0;
   while (at < path.size()) {
     out += path[at++];
@@ -77,7 +77,8 @@ std::string WithoutDotDots(std::string_view path) {
     DropLastSegment(out);
     at += at < path.size() ? 1 : 0;
   }
-  return out.append(path.substr(at));
+  out.append(path.substr(at));
+  return out;
 }
 
 std::string Compressed(std::string_view path) {
@@ -88,7 +89,10 @@ std::string Compressed(std::string_view path) {
   std::string_view rest = WithoutLeading(work, "/");
   rest = WithoutLeading(rest, "./");
   rest = WithoutLeading(rest, "../");
-  return '/' + WithoutDotDots(rest).append(path.substr(query));
+  const std::string_view tail = path.substr(query);
+  std::string result = WithoutDotDots(rest, tail.size() + 1);
+  result.append(tail).insert(0, 1, '/');
+  return result;
 }
 
 }  // namespace
