@@ -24,9 +24,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text = reference::BinHexText(stream, bits);
   fuzz::DemandEqual(file.data, reference::BinHexDecode(text, false).data, "BinHex");
   fuzz::Demand(differential::CompareBinHexDecode(text, false, alignment));
-  const auto decode = [headerOnly](const char* in, unsigned int length, char** out, unsigned int& size) {
+  const auto decode = [headerOnly](const char* in, unsigned int length, char** out, unsigned int& outLength) {
     const int flags = fuzz::kArrayBuffers | (headerOnly ? 0x20000 : 0);
-    CEncodeDecode::DecodeBinHex(in, length, out, size, flags, nullptr);
+    CEncodeDecode::DecodeBinHex(in, length, out, outLength, flags, nullptr);
   };
   fuzz::DemandCoderBounds("DecodeBinHex", input.Rest(), decode);
   fuzz::DemandCoderBounds("DecodeBinHex", text, decode);

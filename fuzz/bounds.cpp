@@ -32,7 +32,7 @@ bool IsRepeated([[maybe_unused]] std::string_view text) {
 #endif
 }
 
-void DemandMemory(const char* what, std::string_view text, const Operation& operation) {
+void DemandMemory(const char* what, const std::string& text, const Operation& operation) {
   std::size_t result = 0;
   std::size_t peak = 0;
   {
@@ -46,13 +46,13 @@ void DemandMemory(const char* what, std::string_view text, const Operation& oper
   }
 }
 
-std::clock_t TimeOf(std::string_view text, const Operation& operation) {
+std::clock_t TimeOf(const std::string& text, const Operation& operation) {
   const std::clock_t begin = std::clock();
   operation(text);
   return std::clock() - begin;
 }
 
-void DemandLinearTime(const char* what, std::string_view few, std::string_view many, const Operation& operation) {
+void DemandLinearTime(const char* what, const std::string& few, const std::string& many, const Operation& operation) {
   std::clock_t timeOfFew = TimeOf(few, operation);
   std::clock_t timeOfMany = TimeOf(many, operation);
   const auto isLinear = [&] {
@@ -84,16 +84,14 @@ std::string Repeated(std::string_view text, std::size_t size) {
 }
 
 void DemandBounds(const char* what, std::string_view text, const Operation& operation, std::size_t longest) {
-  DemandMemory(what, text, operation);
+  DemandMemory(what, std::string(text), operation);
   if (!IsRepeated(text)) {
     return;
   }
-  const std::string repeated = Repeated(text, longest);
-  const std::string_view many = std::string_view(repeated).substr(0, longest / 4);
   if (std::getenv("QSBASE_FUZZ_TIME") != nullptr) {
-    DemandLinearTime(what, many.substr(0, many.size() / kGrowth), many, operation);
+    DemandLinearTime(what, Repeated(text, longest / 4 / kGrowth), Repeated(text, longest / 4), operation);
   }
-  DemandMemory(what, repeated, operation);
+  DemandMemory(what, Repeated(text, longest), operation);
 }
 
 }  // namespace qsbase::fuzz

@@ -11,7 +11,7 @@
 namespace qsbase::fuzz {
 
 /// Does its work on a text and returns how many bytes of result it gave.
-using Operation = std::function<std::size_t(std::string_view text)>;
+using Operation = std::function<std::size_t(const std::string& text)>;
 
 /// What an operation may hold beyond its text and its result.
 constexpr std::size_t kRoom = std::size_t{1} << 20;
@@ -20,7 +20,7 @@ constexpr std::size_t kRoom = std::size_t{1} << 20;
 constexpr std::size_t kLongest = std::size_t{2} << 20;
 
 /// Ends the program when the operation, on the text,
-/// - takes more memory at once than text, result and 1 MiB have together;
+/// - takes more memory at once, beyond the text itself, than text, result and 1 MiB have together;
 ///
 /// and for some texts (for every one without libFuzzer) also when it, on the text repeated,
 /// - takes more than that on `longest` bytes;

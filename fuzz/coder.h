@@ -17,7 +17,7 @@ constexpr int kArrayBuffers = 0x10000000;
 /// \param code  called with input, length, output and its length, as the coders take them
 template <class Code>
 void DemandCoderBounds(const char* what, std::string_view text, Code code) {
-  DemandBounds(what, text, [&code](std::string_view input) {
+  DemandBounds(what, text, [&code](const std::string& input) {
     char* output = nullptr;
     unsigned int length = 0;
     code(input.data(), static_cast<unsigned int>(input.size()), &output, length);

@@ -10,15 +10,15 @@ using namespace qsbase;
 namespace {
 
 void DemandBounds(std::string_view text, char escape, unsigned int mask) {
-  fuzz::DemandBounds("String2Hex", text, [](std::string_view in) { return String2Hex(std::string(in)).size(); });
-  fuzz::DemandBounds("UnescapeHexString", text, [escape](std::string_view in) {
+  fuzz::DemandBounds("String2Hex", text, [](const std::string& in) { return String2Hex(in).size(); });
+  fuzz::DemandBounds("UnescapeHexString", text, [escape](const std::string& in) {
     std::string out(in);
     CEncodeDecode::UnescapeHexString(out, static_cast<unsigned char>(escape));
     return out.size();
   });
   fuzz::DemandBounds("StripCharacters", text,
-                     [mask](std::string_view in) { return QsString::StripCharacters(std::string(in), mask).size(); });
-  fuzz::DemandBounds("ToLower", text, [](std::string_view in) { return QsString::ToLower(std::string(in)).size(); });
+                     [mask](const std::string& in) { return QsString::StripCharacters(in, mask).size(); });
+  fuzz::DemandBounds("ToLower", text, [](const std::string& in) { return QsString::ToLower(in).size(); });
 }
 
 }  // namespace
