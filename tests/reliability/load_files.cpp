@@ -1,8 +1,16 @@
 // Very many files: clean-up by age and by count, lists of a folder with a million names, a million names for one wish.
 #include <reliability/load.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#ifdef _WIN32
+#include <io.h>
+#else
+#include <unistd.h>
+#endif
+
 #include <atomic>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -28,9 +36,15 @@ namespace fs = std::filesystem;
 
 constexpr std::int64_t kMinute = 60 * kSecond;
 
+// Fails where it exists.
 bool MakeNewFile(const std::string& path) {
-  std::FILE* const file = std::fopen(path.c_str(), "wx");
-  return file != nullptr && std::fclose(file) == 0;
+#ifdef _WIN32
+  const int file = _open(path.c_str(), _O_CREAT | _O_EXCL | _O_WRONLY, _S_IREAD | _S_IWRITE);
+  return file != -1 && _close(file) == 0;
+#else
+  const int file = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600);
+  return file != -1 && close(file) == 0;
+#endif
 }
 
 void MakeFile(const std::string& path) { Require(MakeNewFile(path), "cannot create " + path); }
