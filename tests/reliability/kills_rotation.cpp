@@ -121,7 +121,7 @@ class RotationOperation : public Operation {
     return variants;
   }
 
-  unsigned Span() const override { return 500; }  // lines of one thread: several rotations
+  unsigned Span() const override { return 150; }  // lines of one thread: about three rotations
 
   void Prepare(const Scene& scene) const override {
     fs::create_directory(scene.folder + "/log");
