@@ -61,6 +61,12 @@ void KeepBody(TransferSink& sink, const char* bytes, std::size_t count) {
   Append(sink, bytes, count);
 }
 
+// By the half at once: where memory moves when it grows, a million short lines would cost the square of their number.
+bool MakeRoomForHeader(TransferSink& sink, std::size_t count) {
+  const auto held = static_cast<std::size_t>(sink.held);
+  return count <= sink.capacity - held || Resize(sink, SaturatingAdd(held + held / 2, count));
+}
+
 std::size_t WriteOut(TransferSink& sink, const char* bytes, std::size_t count) {
   const std::size_t written = std::fwrite(bytes, 1, count, sink.output);
   std::fflush(sink.output);
@@ -147,7 +153,7 @@ std::size_t ReceiveHeader(char* data, std::size_t size, std::size_t count, void*
   if (header.held + bytes > longestHeaderText) {
     return 0;
   }
-  if (!Resize(header, SaturatingAdd(static_cast<std::size_t>(header.held), bytes))) {
+  if (!MakeRoomForHeader(header, bytes)) {
     header.length = LengthReader();  // the text begins anew
     header.headerBlock = 0;
     return bytes;

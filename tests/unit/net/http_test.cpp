@@ -648,6 +648,22 @@ TEST(HttpHeaderReceiver, GoesOnWithoutMemory) {
   EXPECT_EQ(header.contentLength, 6) << "of the text that is held";
 }
 
+TEST(HttpHeaderReceiver, TakesManyLinesInFewAllocations) {
+  static int allocations = 0;
+  TransferSink header;
+  header.reallocate = [](void* memory, std::size_t size) {
+    ++allocations;
+    return std::realloc(memory, size);
+  };
+  std::string expected;
+  for (int i = 0; i < 10000; ++i) {
+    Header(header, "a:\n");
+    expected += "a:\n";
+  }
+  EXPECT_EQ(header.Bytes(), expected);
+  EXPECT_LT(allocations, 30);
+}
+
 TEST(HttpHeaderReceiver, HoldsAnExceptionAndAborts) {
   TransferSink header;
   header.textCallback = &Throw;
