@@ -49,6 +49,8 @@ bool Prepare(CURL* handle) {
   SetEasyOption(handle, CURLOPT_LOW_SPEED_LIMIT, 1L, first);
   // An empty name switches the proxies of the environment off, an empty exception list those that no_proxy names.
   SetEasyOption(handle, CURLOPT_PROXY, "", first);
+  // Data goes to no other host than the server's, whatever the reply to PASV says.
+  SetEasyOption(handle, CURLOPT_FTP_SKIP_PASV_IP, 1L, first);
   SetEasyOption(handle, CURLOPT_NOPROXY, "", first);
   return first == CURLE_OK;
 }
@@ -89,9 +91,10 @@ class Transfer {
     Set(CURLOPT_ERRORBUFFER, static_cast<char*>(_errorBuffer));
     Set(CURLOPT_HEADERFUNCTION, &ReceiveHeader);
     Set(CURLOPT_HEADERDATA, static_cast<void*>(&_reply));
-    Set(CURLOPT_WRITEFUNCTION, &ReceiveBody);
+    Set(CURLOPT_WRITEFUNCTION, &TakeListing);
     Set(CURLOPT_WRITEDATA, static_cast<void*>(&_body));
     Set(CURLOPT_LOW_SPEED_TIME, ftpStallSeconds.load());
+    Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpStallSeconds.load());  // for one whole reply
   }
 
   ~Transfer() {

@@ -5,14 +5,22 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace qsbase::detail {
 
-/// A transfer in which nothing moves for so many seconds fails. Tests set it, between transfers.
+/// A transfer in which nothing moves for so many seconds fails, and one whose server takes longer for a reply. Tests
+/// set it, between transfers.
 extern constinit std::atomic<long> ftpStallSeconds;
+
+/// A listing that is longer fails: a server could send names until the memory is full.
+constexpr std::uint64_t longestListing = 0x4000000;
+
+/// libcurl's write function of a listing; sink is a TransferSink*.
+std::size_t TakeListing(char* data, std::size_t size, std::size_t count, void* sink) noexcept;
 
 /// libcurl's read function; stream is a std::FILE*. A stream that fails, or is null, aborts the transfer: a file that
 /// was read in part must not pass for a whole one.

@@ -411,18 +411,6 @@ ScriptedFtpServer::Script FirstOnly(ScriptedFtpServer::Script first) {
   return [first, served](FtpConnection& client) { (*served)++ == 0 ? first(client) : client.ServeToTheEnd(); };
 }
 
-// While it lives, a transfer in which nothing moves is given up early.
-class ShortPatience {
- public:
-  ShortPatience() : _before(qsbase::detail::ftpStallSeconds.exchange(1)) {}
-  ~ShortPatience() { qsbase::detail::ftpStallSeconds = _before; }
-  ShortPatience(const ShortPatience&) = delete;
-  ShortPatience& operator=(const ShortPatience&) = delete;
-
- private:
-  const long _before;
-};
-
 // More than two sockets hold.
 constexpr std::size_t muchContent = 64 << 20;
 

@@ -2,7 +2,8 @@
 // checks are on, and what is taken when they are off.
 #include <QSbase/net/http.h>
 
-#include <memory>
+#include <algorithm>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>

@@ -3,6 +3,7 @@
 #ifndef QSBASE_TESTS_INTEGRATION_COMMON_FTPSERVER_H
 #define QSBASE_TESTS_INTEGRATION_COMMON_FTPSERVER_H
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -17,6 +18,7 @@
 #include <unistd.h>
 
 #include <QSbase/net/ftp.h>
+#include <QSbase/net/ftptransfer.h>
 
 #include <common/tempdir.h>
 #include <integration/common/loopback.h>
@@ -81,6 +83,18 @@ class FtpServer {
   Server _server;
 };
 
+/// While it lives, a transfer in which nothing moves is given up early.
+class ShortPatience {
+ public:
+  ShortPatience() : _before(detail::ftpStallSeconds.exchange(1)) {}
+  ~ShortPatience() { detail::ftpStallSeconds = _before; }
+  ShortPatience(const ShortPatience&) = delete;
+  ShortPatience& operator=(const ShortPatience&) = delete;
+
+ private:
+  const long _before;
+};
+
 /// A control connection and its passive data connections, for a script that speaks FTP by hand.
 class FtpConnection {
  public:
@@ -88,7 +102,10 @@ class FtpConnection {
 
   Connection& Control() { return _control; }
 
-  bool Say(const std::string& line) { return _control.Send(line + "\r\n"); }
+  bool Say(const std::string& line) {
+    said += line.size() + 2;
+    return pause.count() > 0 ? _control.SendSlowly(line + "\r\n", pause) : _control.Send(line + "\r\n");
+  }
 
   /// The client's next command line, empty when it is gone.
   std::string Hear() {
@@ -122,11 +139,20 @@ class FtpConnection {
   /// The same until the client goes.
   void ServeToTheEnd() { ServeUntil("\n"); }
 
+  /// Awaits a data connection at a port that it gives.
+  int OpenDoor() {
+    _door = BoundSocket();
+    listen(_door.Get(), 1);
+    return PortOf(_door);
+  }
+
   /// The data connection that the client has made, or is about to.
   Connection Data() { return Connection(Socket(accept4(_door.Get(), nullptr, nullptr, SOCK_CLOEXEC))); }
 
   std::string listing;
-  std::vector<std::string> stored;  ///< the content of every upload taken
+  std::chrono::milliseconds pause{};  ///< behind every byte that is said
+  std::size_t said = 0;               ///< bytes
+  std::vector<std::string> stored;    ///< the content of every upload taken
   std::vector<std::string> commands;
 
  private:
@@ -138,7 +164,7 @@ class FtpConnection {
     } else if (command == "PWD") {
       Say("257 \"/\" is here");
     } else if (command == "EPSV") {
-      OpenDoor();
+      Say("229 Entering (|||" + std::to_string(OpenDoor()) + "|)");
     } else if (command == "STOR") {
       TakeFile();
     } else if (command == "NLST") {
@@ -146,12 +172,6 @@ class FtpConnection {
     } else {
       Say(command == "QUIT" ? "221 Bye" : "200 Fine");
     }
-  }
-
-  void OpenDoor() {
-    _door = BoundSocket();
-    listen(_door.Get(), 1);
-    Say("229 Entering (|||" + std::to_string(PortOf(_door)) + "|)");
   }
 
   void TakeFile() {

@@ -4,6 +4,7 @@
 #ifndef QSBASE_TESTS_RELIABILITY_COMMON_PEERS_H
 #define QSBASE_TESTS_RELIABILITY_COMMON_PEERS_H
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <fstream>
@@ -54,7 +55,9 @@ inline Cost CostOf(const std::function<void()>& call) {
 }
 
 /// One line of the figures.
-inline void Tell(const std::string& peer, const Cost& cost, const std::string& outcome) {
+inline void Tell(std::string peer, const Cost& cost, const std::string& outcome) {
+  std::replace_if(
+      peer.begin(), peer.end(), [](char c) { return c >= 0 && c < ' '; }, '~');
   std::cout << "figure: " << std::left << std::setw(46) << peer << std::right << std::setw(8) << cost.time.count()
             << " ms" << std::setw(8) << cost.memory / 1024 << " KiB  " << outcome << std::endl;
 }

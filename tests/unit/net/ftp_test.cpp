@@ -15,6 +15,7 @@
 
 #include <QSbase/net/ftptransfer.h>
 #include <QSbase/net/http.h>
+#include <QSbase/net/httptransfer.h>
 #include <QSbase/net/url.h>
 #include <common/curlmemory.h>
 #include <common/logcapture.h>
@@ -92,6 +93,21 @@ class FtpTest : public ::testing::Test {
 }  // namespace
 
 // ---- the URL ----
+
+TEST(FtpListing, IsTakenUpToItsLimit) {
+  using namespace qsbase::detail;
+  TransferSink sink;
+  std::string bytes(16, 'x');
+  EXPECT_EQ(TakeListing(bytes.data(), 1, bytes.size(), &sink), bytes.size());
+  EXPECT_EQ(sink.Bytes(), bytes);
+  sink.output = std::tmpfile();  // counts, and keeps nothing
+  ASSERT_NE(sink.output, nullptr);
+  sink.held = longestListing - 8;
+  EXPECT_EQ(TakeListing(bytes.data(), 1, 9, &sink), 0u);
+  EXPECT_EQ(TakeListing(bytes.data(), 2, 4, &sink), 8u);
+  EXPECT_EQ(TakeListing(bytes.data(), 1, 1, &sink), 0u);
+  std::fclose(sink.output);
+}
 
 TEST(FtpUrl, OfServers) {
   const struct {
