@@ -10,6 +10,7 @@
 #include "article.h"
 #include "attachment.h"
 #include "blockfinder.h"
+#include "bounds.h"
 #include "choices.h"
 #include "joiner.h"
 #include "store.h"
@@ -227,6 +228,37 @@ void WrapAndUnwrap(const std::string& text) {
   fuzz::DemandEqual(expected, plain, "an article from a news server");
 }
 
+// ---- bounds ----
+
+/// The text once more at most (a part is decoded beside it), and what was found.
+std::size_t SizeOf(const std::vector<qs::Attachment>& attachments) {
+  std::size_t size = 0;
+  for (const qs::Attachment& attachment : attachments) {
+    size += attachment.data.capacity() + attachment.name.capacity() + attachment.problem.capacity();
+  }
+  return size;
+}
+
+/// For 10,000 parts and as many attachments; vectors that grow hold the half of it once more.
+constexpr std::size_t kForPieces =
+    3 * 10001 * (sizeof(qs::ArticlePart) + sizeof(qs::Block) + 2 * sizeof(qs::Attachment));
+
+void DemandBounds(std::string_view text) {
+  fuzz::DemandBounds("ParseArticle", text, [](const std::string& article) {
+    qs::ParseArticle(article);
+    return kForPieces + 3 * article.size();
+  });
+  fuzz::DemandBounds("FindBlocks", text, [](const std::string& blocks) {
+    qs::FindBlocks(blocks);
+    return kForPieces + blocks.size();
+  });
+  fuzz::DemandBounds("ExtractAttachments", text, [](const std::string& article) {
+    return kForPieces + 2 * article.size() + 2 * SizeOf(qs::ExtractAttachments(article, "post.txt"));
+  });
+  fuzz::DemandBounds("SafeFileName", text,
+                     [](const std::string& name) { return 3 * name.size() + qs::SafeFileName(name).size(); });
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -242,5 +274,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   DemandSafe(text.substr(0, 1000));
   PostAndJoin(text.substr(0, 2000), choices);
   WrapAndUnwrap(text);
+  DemandBounds(text);
   return 0;
 }

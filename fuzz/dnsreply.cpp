@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "bounds.h"
 #include "target.h"
 
 using namespace qsbase;
@@ -121,6 +122,15 @@ std::string Compare(const std::vector<DnsRecord>& expected, const std::vector<Dn
   return {};
 }
 
+/// Two copies of a growing vector of records, and those that are handed out.
+void DemandBounds(std::string_view packet) {
+  fuzz::DemandBounds("ReadDnsReply", packet, [](const std::string& text) {
+    std::vector<DnsRecord> records;
+    ReadDnsReply(reinterpret_cast<const unsigned char*>(text.data()), text.size(), records);
+    return 4 * records.size() * sizeof(DnsRecord);
+  });
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -138,5 +148,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::Demand(records.size() <= 1 + size / 11 ? "" : "more records than there is room for");
   const bool isServers = expected.code > 9000 && expected.code < 9016;
   fuzz::Demand(DnsReplyFailure(packet.get(), size) == (isServers ? code : 0) ? "" : "DnsReplyFailure");
+  DemandBounds({reinterpret_cast<const char*>(data), size});
   return 0;
 }

@@ -2,12 +2,14 @@
 #include <QSbase/net/ftptransfer.h>
 #include <QSbase/net/httptransfer.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bounds.h"
 #include "choices.h"
 #include "target.h"
 
@@ -232,6 +234,60 @@ void CompareStatusLines(unsigned int announced, fuzz::Choices choices) {
   }
 }
 
+// ---- bounds ----
+
+std::size_t SizeOf(const std::vector<std::string>& texts) {
+  std::size_t size = 0;
+  for (const std::string& text : texts) {
+    size += text.capacity();
+  }
+  return size + texts.size() * sizeof(std::string);
+}
+
+/// Each line by itself, as libcurl gives them.
+std::size_t ReceiveLines(const std::string& text) {
+  TransferSink header;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find('\n', begin), text.size() - 1) + 1;
+    Give(&ReceiveHeader, text.substr(begin, end - begin), header);
+    begin = end;
+  }
+  return static_cast<std::size_t>(header.held) * 2;  // both texts while the memory moves
+}
+
+std::size_t ReceivePieces(const std::string& text) {
+  TransferSink body;
+  body.growthStep = text.size() / 8 + 1;
+  for (std::size_t begin = 0; begin < text.size(); begin += 1000) {
+    Give(&ReceiveBody, text.substr(begin, 1000), body);
+  }
+  return static_cast<std::size_t>(body.held) * 2;
+}
+
+void DemandBounds(std::string_view text) {
+  fuzz::DemandBounds("reading headers", text, [](const std::string& headers) {
+    AnnouncedLength(headers);
+    HttpStatus(headers);
+    SaturatingInt(headers);
+    return std::size_t{0};
+  });
+  fuzz::DemandBounds("receiving headers", text, &ReceiveLines, std::size_t{1} << 18);  // libcurl's limit is 300 KiB
+  fuzz::DemandBounds("receiving a body", text, &ReceivePieces);
+  fuzz::DemandBounds("a listing", text, [](const std::string& listing) {
+    std::vector<std::string> names;
+    SplitListing(listing, names);
+    const auto lines = static_cast<std::size_t>(std::count(listing.begin(), listing.end(), '\n')) + 1;
+    // The vector grows, and holds lines of a CR alone for a while; the text is copied first.
+    return 3 * lines * sizeof(std::string) + 2 * listing.size() + SizeOf(names);
+  });
+  fuzz::DemandBounds("diagnostics", text, [](const std::string& record) {
+    Diagnostics diagnostics;
+    diagnostics.Add(record);
+    const auto lines = static_cast<std::size_t>(std::count(record.begin(), record.end(), '\n')) + 1;
+    return 3 * lines * sizeof(std::string) + 3 * record.size() + 2 * diagnostics.Text().capacity();
+  });
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -252,5 +308,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CompareDiagnostics(pieces);
   CompareListing(text);
   CompareStatusLines(seed, choices);
+  DemandBounds(text);
   return 0;
 }

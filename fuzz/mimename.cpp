@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "bounds.h"
 #include "choices.h"
 #include "mimename.h"
 #include "target.h"
@@ -131,6 +132,23 @@ void CompareCharsets(const std::string& text) {
   fuzz::Demand(characters == text.size() ? "" : "not a character for each byte of Latin-1");
 }
 
+// ---- bounds ----
+
+/// Beyond the text: 4000 parameters in maps.
+void DemandBounds(std::string_view text) {
+  fuzz::DemandBounds("ParseFieldValue", text, [](const std::string& field) {
+    qs::ParseFieldValue(field);
+    return 3 * field.size() + 4000 * 400;
+  });
+  fuzz::DemandBounds(
+      "DecodeWords", text, [](const std::string& words) { return qs::DecodeWords(words).capacity() + words.size(); },
+      std::size_t{1} << 18);  // looks 2048 bytes ahead
+  fuzz::DemandBounds("PercentDecode", text,
+                     [](const std::string& coded) { return qs::PercentDecode(coded).capacity() + coded.size(); });
+  fuzz::DemandBounds("ToUtf8", text,
+                     [](const std::string& bytes) { return 2 * qs::ToUtf8(bytes, "latin1").capacity(); });
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -144,5 +162,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ParseHostile(text);
   ComparePercent(text);
   CompareCharsets(text);
+  DemandBounds(text);
   return 0;
 }

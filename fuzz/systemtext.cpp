@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "bounds.h"
 #include "target.h"
 
 using namespace qsbase;
@@ -170,6 +171,25 @@ void QuoteAndBack(const std::string& text) {
   fuzz::DemandEqual(plain, ReadSystemName("ID=x\nPRETTY_NAME=\"" + quoted + "\"\nNAME=y\n"), "a quoted name");
 }
 
+// ---- bounds ----
+
+void DemandBounds(std::string_view text) {
+  fuzz::DemandBounds("ReadMounts", text, [](const std::string& mountinfo) {
+    ReadMounts(mountinfo);
+    return 8 * sizeof(Mount) * static_cast<std::size_t>(std::count(mountinfo.begin(), mountinfo.end(), '\n') + 1);
+  });
+  fuzz::DemandBounds("the descriptions", text, [](const std::string& description) {
+    ReadMemoryReport(description);
+    return ReadCpuDescription(description).name.size() + ReadSystemName(description).size();
+  });
+  fuzz::DemandBounds("ReadHostsFile", text, [](std::string hosts) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(fmemopen(hosts.data(), hosts.size(), "r"), &std::fclose);
+    std::vector<DnsRecord> records;
+    ReadHostsFile(file.get(), "box.example", records);
+    return hosts.size();
+  });
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -177,6 +197,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!text.empty()) {
     CompareHosts(text, SomeName(text));
     CompareHosts(text, "box.example");
+    DemandBounds(text);
   }
   CompareSystem(text);
   CompareMounts(text);

@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 
+#include "bounds.h"
 #include "target.h"
 
 using namespace qsbase;
@@ -256,6 +257,26 @@ void CompareName(const std::string& text) {
   }
 }
 
+// ---- bounds ----
+
+void DemandBounds(std::string_view text) {
+  fuzz::DemandBounds("QsEncodeEntities", text, [](const std::string& plain) {
+    return 4 * QsEncodeEntities(plain, false).size();  // its buffer doubles
+  });
+  fuzz::DemandBounds("QsXmlDecodeSpecialChars", text,
+                     [](const std::string& coded) { return QsXmlDecodeSpecialChars(coded).size(); });
+  fuzz::DemandBounds("QsConvertIsolat1ToUTF8", text, [](const std::string& latin1) {
+    return 3 * latin1.size() + QsConvertIsolat1ToUTF8(latin1.c_str()).size();
+  });
+  // A node of libxml2 takes 120 bytes, and "<a/>" is four.
+  fuzz::DemandBounds(
+      "XPath", text,
+      [](const std::string& content) {
+        return 80 * content.size() + GetXPathStringFromString("<r>" + content + "</r>", "/r").size();
+      },
+      std::size_t{1} << 18);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -270,5 +291,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Ask("<a b='1'><b>2</b></a>", text.substr(0, 24));
   Walk(text);
   CompareName(text.substr(0, 100));
+  DemandBounds(text);
   return 0;
 }

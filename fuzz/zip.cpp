@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "bounds.h"
 #include "choices.h"
 #include "target.h"
 
@@ -305,6 +306,28 @@ void Uncompress(std::string_view stream, std::size_t size) {
   fuzz::Demand(plain != 0 || size == 0 || (head == 0 && part == produced) ? "" : "the head of a whole stream");
 }
 
+// ---- bounds ----
+
+/// Listing takes two windows of 16 KiB and a name of 4096 bytes beside the names; extraction also a block and zlib's.
+void DemandBounds(const std::string& text) {
+  const std::string archive = TheWorkshop().Path("a.zip");
+  fuzz::DemandBounds("QsGetFilesInZip", text, [&](const std::string& bytes) {
+    TheWorkshop().Write("a.zip", bytes);
+    std::vector<std::string> names;
+    QsGetFilesInZip(archive.c_str(), &names);
+    std::size_t size = 0;
+    for (const std::string& name : names) {
+      size += name.capacity() + 3 * sizeof(std::string);
+    }
+    return 2 * size;
+  });
+  fuzz::DemandBounds("QsCompress", text, [](const std::string& plain) {
+    std::string packed;
+    QsCompress(packed, plain);
+    return packed.size() + plain.size() / 1000;
+  });
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -316,6 +339,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   switch (kind % 4) {
     case 0:
       ReadArchive(text);
+      DemandBounds(text);
       break;
     case 1:
       ReadArchive(BuildArchive(text, fuzz::Choices(seed)));
