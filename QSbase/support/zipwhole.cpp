@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <optional>
 #include <string_view>
 
 #include <QSbase/log/log.h>
@@ -28,8 +29,31 @@ struct WalkCodes {
 constexpr WalkCodes kListCodes = {-7, -6, -3};
 constexpr WalkCodes kExtractCodes = {-11, -10, -9};
 
-// Visits each entry with its number, from 1, and the number of all. What the visitor returns other than 0 ends the
-// walk and is its result.
+// What the end record has of the number of entries, in 16 bits, when there are so many or more. Another record should
+// tell then how many, but some writers, minizip among them, leave it out.
+constexpr std::uint64_t kOpenCount = 0xFFFF;
+
+// Whether minizip, asked for the next entry, went to what stands behind the last one: one of the end records.
+bool IsBehindLast(const UnzipArchive& archive) {
+  const std::optional<std::uint64_t> position = archive.FirstSeek();
+  char mark[4];
+  if (!position || archive.ReadAt(*position, mark, sizeof mark) != sizeof mark) {
+    return false;
+  }
+  const std::string_view found(mark, sizeof mark);
+  return found == "PK\5\6" || found == "PK\6\6" || found == "PK\5\5";
+}
+
+// Moves on, with UNZ_END_OF_LIST_OF_FILE behind the last entry also where the count is open and minizip sees no end.
+int GoToNext(const UnzipArchive& archive, std::uint64_t number, std::uint64_t count) {
+  archive.ForgetSeek();
+  const int result = unzGoToNextFile(archive.Handle());
+  const bool maybeLast = result != UNZ_OK && count == kOpenCount && number >= kOpenCount;
+  return maybeLast && IsBehindLast(archive) ? UNZ_END_OF_LIST_OF_FILE : result;
+}
+
+// Visits each entry with its number, from 1, and the number of all (at least: see kOpenCount). What the visitor returns
+// other than 0 ends the walk and is its result.
 template <class Visit>
 int WalkEntries(const UnzipArchive& archive, const std::string& path, const WalkCodes& codes, Visit visit) {
   unz_global_info64 global;
@@ -38,18 +62,19 @@ int WalkEntries(const UnzipArchive& archive, const std::string& path, const Walk
     QsLogMsg(kLogError, "unzGetGlobalInfo failed (%d) for %s", result, path.c_str());
     return codes.noGlobalInfo;
   }
+  const std::uint64_t count = global.number_entry;
   ZipEntry entry;
-  for (std::uint64_t number = 1; number <= global.number_entry; ++number) {
+  for (std::uint64_t number = 1; number <= count || count == kOpenCount; ++number) {
     result = ReadEntry({archive.Handle(), &archive}, entry);
     if (result != UNZ_OK) {
       QsLogMsg(kLogError, "unzGetCurrentFileInfo failed (%d) for %s in %s", result, entry.name.c_str(), path.c_str());
       return codes.noEntry;
     }
-    const int verdict = visit(entry, number, std::uint64_t{global.number_entry});
+    const int verdict = visit(entry, number, std::max(count, number));
     if (verdict != 0) {
       return verdict;
     }
-    result = unzGoToNextFile(archive.Handle());
+    result = GoToNext(archive, number, count);
     if (result == UNZ_END_OF_LIST_OF_FILE) {
       break;
     }

@@ -147,7 +147,8 @@ QSBASE_API void QsGetZLibErrorMessage(int code, std::string& text);
 
 // ---- Whole archives ----
 
-/// Counts, measures and lists the entries of an archive. Each of the outputs may be null, but not all.
+/// Counts, measures and lists the entries of an archive. Each of the outputs may be null, but not all. An archive that
+/// states 65535 entries, as minizip writes for more, too, is walked to its end, here and in QsExtractWholeFile.
 ///
 /// \param fileCount         entries that are no directories.
 /// \param uncompressedSize  the sum of the sizes that the archive states, unverified; at most 2^63-1.

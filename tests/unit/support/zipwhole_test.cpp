@@ -133,6 +133,34 @@ TEST_F(ZipWhole, ACountTooSmallEndsTheWalk) {
   EXPECT_THAT(names, ElementsAre("x"));
 }
 
+// The field for the count ends at 65535, which minizip writes for more, too.
+TEST_F(ZipWhole, MoreEntriesThanTheCountHoldsAllComeOut) {
+  constexpr int kEntries = 65600;
+  ZipBuilder many;
+  for (int i = 2; i < kEntries; ++i) {
+    many.Add(Stored("d/", ""));
+  }
+  Make(many.Add(Stored("d/a", "1")).Add(Stored("d/last", "2")), 65535 - kEntries);
+  std::vector<std::string> names;
+  EXPECT_EQ(QsGetFilesInZip(path.c_str(), &names), 0);
+  EXPECT_THAT(names, ElementsAre("d/a", "d/last"));
+  EXPECT_EQ(Extract(), 0);
+  EXPECT_EQ(Read("d/last"), "2");
+}
+
+TEST_F(ZipWhole, ExactlyAsManyEntriesAsTheCountHolds) {
+  ZipBuilder many;
+  for (int i = 1; i < 65535; ++i) {
+    many.Add(Stored("d/", ""));
+  }
+  Make(many.Add(Stored("d/last", "2")));
+  std::int64_t size = 0;
+  int count = 0;
+  EXPECT_EQ(QsGetZipInfo(path.c_str(), &count, &size, nullptr), 0);
+  EXPECT_EQ(count, 1);
+  EXPECT_EQ(size, 1);
+}
+
 TEST_F(ZipWhole, AnEntryWithoutARecord) {
   std::string bytes = ZipBuilder().Add(Stored("x", "1")).Bytes();
   bytes[bytes.find("PK\1\2")] = 'X';
