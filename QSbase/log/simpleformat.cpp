@@ -36,7 +36,7 @@ Length TakeLength(const char*& format) {
 
 long long SignedArgument(Arguments& arguments, Length length) {
   switch (length) {
-    case Length::Int:
+    case Length::Int:  // NOLINT(bugprone-branch-clone): it does not see that the types differ
       return va_arg(arguments.list, int);
     case Length::Long:
       return va_arg(arguments.list, long);
@@ -50,7 +50,7 @@ long long SignedArgument(Arguments& arguments, Length length) {
 
 unsigned long long UnsignedArgument(Arguments& arguments, Length length) {
   switch (length) {
-    case Length::Int:
+    case Length::Int:  // NOLINT(bugprone-branch-clone): it does not see that the types differ
       return va_arg(arguments.list, unsigned int);
     case Length::Long:
       return va_arg(arguments.list, unsigned long);

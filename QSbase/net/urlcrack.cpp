@@ -133,7 +133,7 @@ constexpr Scheme kSchemes[] = {{"ftp", 21},  {"gopher", -1}, {"http", 80},  {"ht
 // kept: a shortened name is the first that begins so
 std::int32_t SchemeDefaultPort(std::string_view name) {
   const auto isShort = [name](const Scheme& scheme) {
-    const auto isSame = [](char a, char b) { return kLowerMap[static_cast<unsigned char>(a)] == b; };
+    const auto isSame = [](char a, char b) { return static_cast<char>(kLowerMap[static_cast<unsigned char>(a)]) == b; };
     return name.size() <= scheme.name.size() && std::equal(name.begin(), name.end(), scheme.name.begin(), isSame);
   };
   const auto* const found = std::find_if(std::begin(kSchemes), std::end(kSchemes), isShort);

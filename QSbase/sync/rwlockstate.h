@@ -130,11 +130,12 @@ bool RWLockState<System>::TakeFreeSlot(std::int32_t self) {
 /// The calling thread owns `writeLock`, so the number of slots stays.
 template <typename System>
 void RWLockState<System>::AddSlots(std::int32_t self) {
-  auto more = std::make_unique<Slot[]>(static_cast<std::size_t>(slotCount + kMoreSlots));
+  const std::int32_t newCount = slotCount + kMoreSlots;
+  auto more = std::make_unique<Slot[]>(static_cast<std::size_t>(newCount));
   const SpinGuard guard(spin, self);
   std::copy_n(slots.get(), slotCount, more.get());
   slots.swap(more);
-  slotCount += kMoreSlots;
+  slotCount = newCount;
 }
 
 template <typename System>

@@ -14,7 +14,7 @@ constexpr const char* kNotLoaded = "not a loaded module";
 
 /// The loader's report on its last failure in this thread; empty when there is none. Asking forgets it.
 std::string LoaderError() {
-  const char* const text = dlerror();
+  const char* const text = dlerror();  // NOLINT(concurrency-mt-unsafe): it has one report for each thread
   return text != nullptr ? text : "";
 }
 
@@ -43,6 +43,7 @@ FARPROC OsFindExport(HINSTANCE module, const char* name, std::string& error) {
     error = kNotLoaded;
     return nullptr;
   }
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): it has one report for each thread
   dlerror();  // null is an address too: only a report from now on tells a failure
   void* const address = dlsym(module, name);
   if (address == nullptr) {

@@ -35,7 +35,7 @@ std::string Escaped(const std::string& name) {
       continue;
     }
     result += '%';
-    result.append(&kHexPairs[2U * static_cast<unsigned char>(c)], 2);
+    result.append(&kHexPairs[std::size_t{2} * static_cast<unsigned char>(c)], 2);
   }
   return result;
 }
