@@ -1,9 +1,13 @@
 #include <QSbase/text/datetime.h>
+#include <QSbase/text/qsstring.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
+#include <vector>
 
 #include "bounds.h"
 #include "target.h"
@@ -43,7 +47,33 @@ void CheckRead(const QsDateTime& read) {
   fuzz::Demand(text.size() == 23 && IsClose(string2DateTime(text), read) ? "" : "it does not come back from " + text);
 }
 
+int IntOf(const std::string& text) {
+  const long long value = std::strtoll(text.c_str(), nullptr, 10);
+  return static_cast<int>(
+      std::clamp<long long>(value, std::numeric_limits<int>::min(), std::numeric_limits<int>::max()));
+}
+
+// By lists of all pieces, and the C library for the numbers.
+QsDateTime ReadSlowly(const std::string& text, const char* separator, bool withFraction) {
+  std::vector<std::string> halves;
+  std::vector<std::string> date;
+  std::vector<std::string> time;
+  SplitString(text, " ", halves, false);
+  if (halves.empty() || SplitString(halves[0], separator, date, false) != 3) {
+    return 0.0;
+  }
+  if (halves.size() < 2 || SplitString(halves[1], ":", time, false) != 3) {
+    time.assign(3, "0");
+  }
+  const std::size_t point = withFraction ? time[2].find('.') : std::string::npos;
+  const int milliseconds = point == std::string::npos ? 0 : IntOf(time[2].substr(point + 1));
+  time[2] = time[2].substr(0, point);
+  return {IntOf(date[0]), IntOf(date[1]), IntOf(date[2]), IntOf(time[0]), IntOf(time[1]), IntOf(time[2]), milliseconds};
+}
+
 void CheckTexts(const std::string& text) {
+  fuzz::Demand(string2DateTime(text) == ReadSlowly(text, "-", true) ? "" : "string2DateTime");
+  fuzz::Demand(InternationalString2DateTime(text) == ReadSlowly(text, "/", false) ? "" : "the international form");
   CheckRead(string2DateTime(text));
   CheckRead(InternationalString2DateTime(text));
 }

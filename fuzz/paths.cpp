@@ -106,6 +106,21 @@ void CheckName(const std::string& name) {
   fuzz::Demand(made.size() <= name.size() + 2 ? "" : "a longer name");
 }
 
+std::string CompatibleComponent(const std::string& component, bool isLast) {
+  const bool stays = !isLast && (component == "." || component == "..");
+  return !isLast && component.empty() ? "_" : stays ? component : QsMakeCompatibleFilename(component);
+}
+
+// Every component, and the cut at last.
+std::string CompatibleSlowly(const std::string& path, const std::string& drive) {
+  std::string result = drive + (drive.empty() ? "" : "\\");
+  std::string rest = path.substr(result.size());
+  for (std::size_t end; (end = rest.find('\\')) != std::string::npos; rest.erase(0, end + 1)) {
+    result += CompatibleComponent(rest.substr(0, end), false) + '\\';
+  }
+  return (result + CompatibleComponent(rest, true)).substr(0, kMaxCompatible);
+}
+
 // Nothing but the drive, and ".." before the last component, leads away.
 void CheckPath(const std::string& path) {
   const std::string drive = ExtractFileDrive(path);
@@ -114,6 +129,7 @@ void CheckPath(const std::string& path) {
     fuzz::DemandEqual(path, made, "a path that is all drive");
     return;
   }
+  fuzz::DemandEqual(CompatibleSlowly(path, drive), made, "QsMakeCompatibleFilepath");
   fuzz::Demand(made.size() <= kMaxCompatible ? "" : "a long path");
   fuzz::DemandEqual(drive.substr(0, kMaxCompatible), made.substr(0, drive.size()), "the drive of a path");
   if (made.size() == kMaxCompatible) {
