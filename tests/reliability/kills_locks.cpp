@@ -131,7 +131,6 @@ class HeldMutexOperation : public Operation {
 // ---- the event ----
 
 constexpr bool kManual = true;
-constexpr bool kAuto = false;
 
 class NamedEventOperation : public Operation {
  public:
