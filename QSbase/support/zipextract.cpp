@@ -33,7 +33,11 @@ class TargetFile {
 
   ~TargetFile() {
     const LastErrorGuard keep;
-    Drop();
+    try {
+      Drop();
+    } catch (const std::bad_alloc&) {
+      return;  // for the file's name: it stays, empty
+    }
   }
 
   bool Open() { return OpenOnce() || (ForceCreateDirectories(ExtractFilePath(_path)) && OpenOnce()); }
@@ -108,8 +112,8 @@ class TargetFile {
 
   // Half a file must not pass for a whole one. What another hand made, such as a link or a device, is not removed.
   void Drop() {
-    if (_state == State::Overwriting) {
-      _file.Truncate();
+    if (_state == State::Overwriting || _state == State::Made) {
+      _file.Truncate();  // also where it cannot be removed
     }
     if (_state == State::Made) {
       _file.Close();  // some systems remove no open file

@@ -210,9 +210,9 @@ class ZipArchive::Output {
   std::size_t Read(void* buffer, std::size_t size) { return std::fread(buffer, 1, size, _stream); }
 
   std::size_t Write(const void* bytes, std::size_t size) {
-    if (_saves && !SaveTail()) {
+    if (_failed || (_saves && !SaveTail())) {
       _failed = true;
-      return 0;
+      return size;  // Close() tells: minizip loses memory where it is told at an entry's beginning
     }
     const std::size_t count = std::fwrite(bytes, 1, size, _stream);
     _failed = _failed || count != size;
@@ -314,9 +314,9 @@ class ZipArchive::Output {
     }
     const std::int64_t size = OsTell(_stream) - start;
     try {
-      std::string tail(static_cast<std::size_t>(size), '\0');
-      if (size < 0 || !OsSeek(_stream, start, SEEK_SET) || Read(tail.data(), tail.size()) != tail.size() ||
-          !OsSeek(_stream, start, SEEK_SET)) {
+      std::string tail(static_cast<std::size_t>(std::max<std::int64_t>(size, 0)), '\0');
+      if (size < 0 || !_old.OpenWrite(_path, OsFile::Writing::Keep) || !OsSeek(_stream, start, SEEK_SET) ||
+          Read(tail.data(), tail.size()) != tail.size() || !OsSeek(_stream, start, SEEK_SET)) {
         return false;
       }
       _tail.swap(tail);
@@ -328,22 +328,22 @@ class ZipArchive::Output {
   }
 
   void GiveBack() noexcept {
+    if (!_tail.empty() && _old.Seek(_tailStart) && _old.Write(_tail.data(), _tail.size())) {
+      _old.Truncate(_tailStart + _tail.size());
+    }
     try {
-      OsFile file;
       if (!_made.empty()) {
         OsRemoveFile(_made);
-      } else if (!_tail.empty() && file.OpenWrite(_path, OsFile::Writing::Keep) && file.Seek(_tailStart) &&
-                 file.Write(_tail.data(), _tail.size())) {
-        file.Truncate(_tailStart + _tail.size());
       }
     } catch (const std::exception&) {
-      return;  // no memory for a name: nobody is there to be told
+      return;  // no memory for its name: nobody is there to be told
     }
   }
 
   std::string _path;
   std::string _made;  // the new file, if there is one
   std::string _tail;  // of the old archive, if it is written to
+  OsFile _old;        // to put it back, for which there may be neither memory nor descriptor later
   std::uint64_t _tailStart = 0;
   std::FILE* _stream = nullptr;
   bool _saves = false;  // the next write is the first to the old archive

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <limits>
 
+#include <QSbase/errors.h>
+#include <QSbase/support/fileos.h>
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/paths.h>
 #include <QSbase/support/zipio.h>
@@ -144,9 +146,12 @@ bool QsWrite2Zip(const char* zipPath, const std::string& content, const QsDateTi
     return false;
   }
   const std::string path = QsTranslateFilename(zipPath);
-  const bool isThere = append && QsGetFileSize64(path.c_str()) >= 1;
+  std::int64_t size = 0;
+  if (append && QsGetFileSize64(path.c_str(), size) != 0 && !OsErrorMeansMissing(QsGetLastError())) {
+    return false;  // an archive may well be there: to write it anew would be its end
+  }
   ZipArchive archive;
-  if (!archive.Open(path, isThere ? ZipArchive::Writing::Append : ZipArchive::Writing::Anew)) {
+  if (!archive.Open(path, size >= 1 ? ZipArchive::Writing::Append : ZipArchive::Writing::Anew)) {
     return false;
   }
   void* handle = archive.Handle();

@@ -11,6 +11,7 @@
 
 #include <cstring>
 #include <limits>
+#include <new>
 
 #include "interrupt.h"
 #include "streamos.h"
@@ -173,10 +174,14 @@ Download::~Download() {
   if (_partPath.empty() || !_part.IsOpen()) {
     return;
   }
-  const bool worthIt = _keep && Size() > 0;
-  _part.Close();
-  if (!worthIt) {
-    QsDeleteFile(_partPath, false);
+  try {
+    if (!_keep || Size() <= 0) {
+      Restart();  // what cannot be removed is empty then: nobody goes on with it
+      _part.Close();
+      QsDeleteFile(_partPath, false);
+    }
+  } catch (const std::bad_alloc&) {
+    return;  // no memory for the name
   }
 }
 
