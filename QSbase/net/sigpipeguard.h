@@ -12,7 +12,7 @@ namespace qsbase::detail {
 class SigpipeGuard {
  public:
   SigpipeGuard() noexcept;
-  ~SigpipeGuard();
+  ~SigpipeGuard();  // NOLINT(performance-trivially-destructible): it is not where there is a signal
   SigpipeGuard(const SigpipeGuard&) = delete;
   SigpipeGuard& operator=(const SigpipeGuard&) = delete;
 

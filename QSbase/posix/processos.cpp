@@ -116,6 +116,7 @@ std::uint64_t OsFreePhysicalMemory() noexcept {
   char line[128];
   unsigned long long kibibytes = 0;
   while (file != nullptr && std::fgets(line, sizeof line, file.get()) != nullptr) {
+    // NOLINTNEXTLINE(cert-err34-c): a number that the kernel writes
     if (std::sscanf(line, "MemAvailable: %llu kB", &kibibytes) == 1) {
       return static_cast<std::uint64_t>(kibibytes) * 1024U;
     }

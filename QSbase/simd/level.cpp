@@ -64,6 +64,7 @@ SimdLevel SimdLevelOf(std::string_view name, SimdLevel highest) {
 void UseSimdLevel(SimdLevel level) { chosenSimdLevel.store(static_cast<int>(level), std::memory_order_relaxed); }
 
 SimdLevel ChooseSimdLevel() {
+  // NOLINTNEXTLINE(concurrency-mt-unsafe): as safe as the environment of the host
   const char* const name = std::getenv("QSBASE_SIMD_LEVEL");
   const SimdLevel level = SimdLevelOf(name == nullptr ? "" : name, HighestSimdLevel());
   UseSimdLevel(level);

@@ -18,6 +18,7 @@ OsFile::Creation CreateBeside(const std::string& target, unsigned permissions, O
   constexpr int kAttempts = 100;
   OsFile::Creation result = OsFile::Creation::Exists;
   for (int attempt = 0; attempt < kAttempts && result == OsFile::Creation::Exists; ++attempt) {
+    // NOLINTNEXTLINE(cert-msc30-c,cert-msc50-cpp,concurrency-mt-unsafe): no secret, and the C library locks it
     name = target + "." + std::to_string(std::rand());
     result = file.CreateNew(name, permissions);
   }

@@ -214,6 +214,7 @@ unsigned int TimeDiff(const QsDateTime& from, const QsDateTime& to) {
   }
   constexpr double kWrap = 33554432;  // days: a multiple of 2^32 seconds, before the longest spans become infinite
   const double days = std::fmod(std::trunc(span), kWrap);
+  // NOLINTNEXTLINE(bugprone-integer-division): whole seconds
   const double seconds = days * kSecondsPerDay + MillisecondsOf(span) / kMsPerSecond;
   return static_cast<unsigned int>(std::fmod(seconds, 4294967296.0));
 }
