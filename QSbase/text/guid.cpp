@@ -29,7 +29,7 @@ constexpr std::array<std::uint8_t, 4> kDashes = {8, 13, 18, 23};
 
 void WriteDigits(const unsigned char* data, char* text) {
   for (std::size_t i = 0; i < kSize; ++i) {
-    std::memcpy(text + kDigits[i], &kHexPairs[2U * data[i]], 2);
+    std::memcpy(text + kDigits[i], &kHexPairs[std::size_t{2} * data[i]], 2);
   }
 }
 

@@ -7,7 +7,7 @@ namespace qsbase::detail {
 
 void EncodeHex(const unsigned char* bytes, std::size_t length, unsigned char* out) {
   for (std::size_t i = 0; i < length; ++i) {
-    std::memcpy(out + 2 * i, &kHexPairs[2U * bytes[i]], 2);
+    std::memcpy(out + 2 * i, &kHexPairs[std::size_t{2} * bytes[i]], 2);
   }
 }
 

@@ -555,7 +555,7 @@ const HexKernels& HexLoops() { return HexKernelsOf(CurrentSimdLevel()); }
 
 template <typename Char>
 void WritePair(unsigned char byte, Char* out) {
-  std::memcpy(out, &kHexPairs[2U * byte], 2);
+  std::memcpy(out, &kHexPairs[std::size_t{2} * byte], 2);
 }
 
 inline void WriteHex(const unsigned char* bytes, std::size_t length, unsigned char* out) {
@@ -678,7 +678,7 @@ void ByteStringToHexString(const unsigned char* bytes, unsigned int length, unsi
   out[std::size_t{2} * length] = '\0';
 }
 
-std::string Byte2Hex(unsigned char byte) { return {&kHexPairs[2U * byte], 2}; }
+std::string Byte2Hex(unsigned char byte) { return {&kHexPairs[std::size_t{2} * byte], 2}; }
 
 std::string Bytes2Hex(const unsigned char* bytes, int length, bool spaced) {
   if (bytes == nullptr || length <= 0) {
