@@ -20,6 +20,7 @@ import random
 import re
 import select
 import signal
+import socket
 import ssl
 import struct
 import subprocess
@@ -617,6 +618,81 @@ class Resume(Case):
         self.peer.serve("/y/a.txt", b"y" * 3000)
         self.fetch(*urls, "--resume")
         self.assertEqual(self.stored(), {"a.txt": b"x" * 3000, "a (1).txt": b"y" * 3000})
+
+
+class HostilePeer:
+    """Answers every request with these bytes, then with more of them for ever if there are any, and ends the connection
+    in good order or with a reset."""
+
+    def __init__(self, answer, for_ever=b"", reset=False):
+        self._listener = socket.create_server(("127.0.0.1", 0))
+        self._script = answer, for_ever * (65536 // max(len(for_ever), 1)), reset
+        self._thread = threading.Thread(target=self._serve)
+        self._thread.start()
+
+    def url(self):
+        return f"http://127.0.0.1:{self._listener.getsockname()[1]}/a.txt"
+
+    def stop(self):
+        with contextlib.suppress(OSError), socket.create_connection(self._listener.getsockname()) as last:
+            last.sendall(b"stop")
+        self._thread.join()
+        self._listener.close()
+
+    def _serve(self):
+        answer, for_ever, reset = self._script
+        while True:
+            client = self._listener.accept()[0]
+            with client, contextlib.suppress(OSError):
+                if client.recv(65536) == b"stop":
+                    return
+                if reset:
+                    client.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+                client.sendall(answer)
+                while for_ever:
+                    client.sendall(for_ever)
+
+
+class Hostile(Case):
+    OK = b"HTTP/1.1 200 OK\r\n"
+    CHUNKED = OK + b"Transfer-Encoding: chunked\r\n\r\n"
+
+    def meet(self, verdict, answer, *options, **script):
+        peer = HostilePeer(answer, **script)
+        self.addCleanup(peer.stop)
+        row = self.rows(self.fetch(peer.url(), *options, code=1))[0]
+        self.assertRegex(row["Verdict"], "^failed: .*" + verdict)
+
+    def test_what_has_no_end(self):
+        self.meet(r"\(code (27|56|100)\)", self.OK + b"X: ", for_ever=b"x")
+        self.meet(r"\(code 56\), worth another try", self.OK, for_ever=b"X: y\r\n")
+        self.meet(r"\(code 23\)", self.CHUNKED + b"0\r\n", for_ever=b"X: y\r\n")
+        self.assertEqual(self.stored(), {})
+
+    def test_what_ends_too_early(self):
+        for answer in (self.OK, self.OK + b"X: y\r\nCont", self.OK + b"Content-Length: 3\r\n\r\nab",
+                       self.OK + b"Content-Length: 4294967296\r\n\r\n", self.CHUNKED + b"5\r\nabcde\r\n0\r\n"):
+            self.meet("the connection ended before the whole file was there", answer)
+        self.meet(r"\(code 52\)", b"")
+        self.meet(r"\(code (52|55|56)\)", b"", reset=True)
+        self.assertEqual(self.stored(), {})
+
+    def test_what_is_no_answer(self):
+        self.meet(r"\(code (1|8)\)", b"garbage\r\n\r\n")
+        self.meet(r"\(code 8\)", self.OK + b"Content-Length: -1\r\n\r\nx")
+        self.meet(r"\(code 8\)", self.OK + b"X: a\0b\r\n\r\nx")
+        self.meet("HTTP status 302, see file:///etc/passwd",
+                  b"HTTP/1.1 302 Go\r\nLocation: file:///etc/passwd\r\nContent-Length: 0\r\n\r\n")
+        self.assertEqual(self.stored(), {})
+
+    def test_what_is_not_the_rest(self):
+        self.out.mkdir()
+        for lines in (b"", b"Content-Range: nonsense\r\n", b"Content-Range: bytes -5\r\n",
+                      b"Content-Range: bytes 0-4/10\r\n"):
+            (self.out / "a.txt.part").write_bytes(b"abcde")
+            self.meet("a part that was not asked for", b"HTTP/1.1 206 Part\r\n" + lines +
+                      b"Content-Length: 5\r\n\r\nfghij", "--resume")
+            self.assertNotIn("a.txt", self.stored())
 
 
 class Interrupt(Case):

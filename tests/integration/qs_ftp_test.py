@@ -210,6 +210,20 @@ class ScriptedPeer(FtpCase):
         self.assertEqual([line.split(b":")[:2] for line in result.stdout.splitlines()],
                          [[b"a", b" failed"], [b"b", b" failed"]])
 
+    def test_a_greeting_without_end(self):
+        peer = self.peer(greeting=b"220-and so on\r\n" * 100_000)
+        for arguments in (["ls", peer.url()], ["upload", "-q", self.file("a"), peer.url()]):
+            result = qs(*arguments)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn(b"Too large response headers", result.stdout + result.stderr)
+        self.assertEqual(peer.stored, {})
+
+    def test_an_endless_listing(self):
+        peer = self.peer(listing=b"a name of a usual length\r\n" * 3_000_000)
+        result = qs("ls", peer.url())
+        self.assertEqual(result.returncode, 1)
+        self.assertIn(b"Failure writing output to destination", result.stderr)
+
     def test_no_server(self):
         result = qs("ls", f"ftp://127.0.0.1:{free_port()}/")
         self.assertEqual((result.returncode, result.stdout), (1, b""))
