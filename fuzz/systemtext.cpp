@@ -173,11 +173,23 @@ void QuoteAndBack(const std::string& text) {
 
 // ---- bounds ----
 
+/// As long as a text, each mount at a place of its own.
+std::string ManyMounts(std::size_t size) {
+  std::string mountinfo;
+  for (std::size_t i = 0; mountinfo.size() < size; ++i) {
+    mountinfo += "1 2 0:1 / /mount/" + std::to_string(i) + " rw - x x\n";
+  }
+  return mountinfo;
+}
+
 void DemandBounds(std::string_view text) {
-  fuzz::DemandBounds("ReadMounts", text, [](const std::string& mountinfo) {
-    ReadMounts(mountinfo);
-    return 8 * sizeof(Mount) * static_cast<std::size_t>(std::count(mountinfo.begin(), mountinfo.end(), '\n') + 1);
-  });
+  fuzz::DemandBounds(
+      "ReadMounts", text,
+      [](const std::string& mountinfo) {
+        const std::string many = ManyMounts(mountinfo.size());
+        return many.capacity() + 8 * sizeof(Mount) * (ReadMounts(mountinfo).size() + ReadMounts(many).size());
+      },
+      std::size_t{1} << 18);
   fuzz::DemandBounds("the descriptions", text, [](const std::string& description) {
     ReadMemoryReport(description);
     return ReadCpuDescription(description).name.size() + ReadSystemName(description).size();
