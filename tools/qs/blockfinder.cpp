@@ -179,6 +179,7 @@ std::vector<Attachment> DecodeBlocks(const std::vector<Block>& blocks, const Cod
     return {DecodeBlock(blocks.front(), coded)};
   }
   std::vector<Attachment> attachments;
+  attachments.reserve(blocks.size());
   for (const Block& block : blocks) {
     attachments.push_back(DecodeBlock(block, CodedText(coded.View())));
   }
