@@ -332,6 +332,7 @@ void QsCleanupDir(const std::string& dir, const std::string& omitDir, unsigned a
     if (time < cutOff && !spared) {
       QsDeleteFile(top + name, true);
     } else {
+      // NOLINTNEXTLINE(performance-inefficient-string-concatenation): one line of text for a file
       LogDetail("Cleaning up directory " + top + ", file '" + name + "' is ignored!");
     }
   }

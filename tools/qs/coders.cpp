@@ -166,7 +166,7 @@ std::string EncodeByLines(const std::string& path, LineCodec& codec, std::string
 }
 
 std::string EncodeBase64(const CodeOptions& options, std::string& text, int& status) {
-  const std::size_t lineChars = LineLength(options, kLineLength) / 4 * 4;
+  const std::size_t lineChars = std::size_t{LineLength(options, kLineLength)} / 4 * 4;
   LineCodec codec = {CEncodeDecode(kLineLength, kLineLength), kFlagBase64, lineChars / 4 * 3, lineChars + 2, ""};
   codec.coder.SetMaxLineLengthBase64(LineLength(options, kLineLength));
   std::string problem = EncodeByLines(options.input, codec, text, status);
