@@ -65,23 +65,25 @@ constexpr const char* kFile = "f";
 /// Directories in each other, with a file in each. Made and looked at by paths that the system takes at any length.
 class DeepTree {
  public:
-  DeepTree(const std::string& top, std::string name, std::int64_t levels)
-      : _top("\\\\?\\" + fs::path(top).make_preferred().string()), _name(std::move(name)), _levels(levels) {
-    std::string path = _top;
+  DeepTree(const std::string& top, const std::string& name, std::int64_t levels)
+      : _top(L"\\\\?\\" + fs::path(top).make_preferred().wstring()),
+        _step(L"\\" + std::wstring(name.begin(), name.end())),
+        _levels(levels) {
+    std::wstring path = _top;
     for (std::int64_t level = 0; level < levels; ++level) {
-      Require(_mkdir(path.c_str()) == 0, "a directory of the tree");
-      Require(Create(path + "\\" + kFile), "a file of the tree");
-      path += "\\" + _name;
+      Require(_wmkdir(path.c_str()) == 0, "a directory of the tree");
+      Require(Create(path + L"\\f"), "a file of the tree");
+      path += _step;
     }
   }
 
   /// Of each level, whether its file is there.
   std::vector<bool> Files() const {
     std::vector<bool> there;
-    std::string path = _top;
+    std::wstring path = _top;
     for (std::int64_t level = 0; level < _levels; ++level) {
-      there.push_back(_access((path + "\\" + kFile).c_str(), 0) == 0);
-      path += "\\" + _name;
+      there.push_back(_waccess((path + L"\\f").c_str(), 0) == 0);
+      path += _step;
     }
     return there;
   }
@@ -89,13 +91,13 @@ class DeepTree {
   void Remove() {}  // the folder's removal goes as deep
 
  private:
-  static bool Create(const std::string& path) {
-    std::FILE* const file = std::fopen(path.c_str(), "wb");
+  static bool Create(const std::wstring& path) {
+    std::FILE* const file = _wfopen(path.c_str(), L"wb");
     return file != nullptr && std::fclose(file) == 0;
   }
 
-  std::string _top;
-  std::string _name;
+  std::wstring _top;
+  std::wstring _step;
   std::int64_t _levels;
 };
 #else
