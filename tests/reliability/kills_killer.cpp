@@ -152,6 +152,15 @@ class Stage {
     _scene.Expect(Await([&] { return _scene.shared.present == count; }), "the companions did not come");
   }
 
+  // What nobody looked at leaves nothing behind either.
+  ~Stage() {
+    if (!_isChecked) {
+      CheckTheEnd();
+    }
+  }
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+
   const Scene& Get() const { return _scene; }
 
   Process StartVictim() {
@@ -162,8 +171,7 @@ class Stage {
 
   void Check() {
     InAnotherProcess("the look at it", [&] { _operation.Check(_scene); });
-    _companions.clear();
-    InAnotherProcess("the last look at it", [&] { _operation.CheckAtTheEnd(_scene); });
+    CheckTheEnd();
   }
 
   // Adds the kill to the tally; prints what was wrong.
@@ -186,6 +194,12 @@ class Stage {
   }
 
  private:
+  void CheckTheEnd() {
+    _isChecked = true;
+    _companions.clear();
+    InAnotherProcess("the last look at it", [&] { _operation.CheckAtTheEnd(_scene); });
+  }
+
   void InAnotherProcess(const char* what, const std::function<void()>& work) {
     Process process([&] {
       alarm(kCheckSeconds);
@@ -200,6 +214,7 @@ class Stage {
   const SharedMemory _memory;
   const Scene _scene;
   std::vector<Process> _companions;
+  bool _isChecked = false;
 };
 
 double Since(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
