@@ -47,6 +47,7 @@ bool JustTheText(const MsgEntry& entry, std::string& line) {
   return true;
 }
 
+/// A process configures its log once: each test wants a process of its own, as ctest gives it.
 class LargeLog : public ::testing::Test {
  protected:
   LargeLog() {
