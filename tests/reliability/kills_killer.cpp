@@ -378,6 +378,15 @@ void KillAtAllCalls(const Operation& operation, unsigned variant, Cut cut, Tally
 
 }  // namespace
 
+bool Killer::MayTrace() {
+  Process process([] {
+    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) {
+      _exit(1);
+    }
+  });
+  return process.Wait() == 0;
+}
+
 Tally Killer::AtRandom(const Operation& operation, unsigned count) {
   const Clock::time_point start = Clock::now();
   const auto variants = static_cast<unsigned>(operation.Variants().size());

@@ -29,11 +29,14 @@ class Killer {
  public:
   explicit Killer(std::uint64_t seed) : _random(seed) {}
 
+  /// Whether the system lets a process trace its child: not every container does.
+  static bool MayTrace();
+
   /// So many kills, each after a delay that is drawn from the measured length of the operation.
   Tally AtRandom(const Operation& operation, unsigned count);
-  /// A kill before each system call of one step, and one after each write that was let through by half.
+  /// A kill before each system call of one step, and one after each write that was let through by half. Needs MayTrace.
   Tally AtSystemCalls(const Operation& operation);
-  /// A kill after each of so many instructions, evenly spread over one step.
+  /// A kill after each of so many instructions, evenly spread over one step. Needs MayTrace.
   Tally AtInstructions(const Operation& operation, unsigned count);
 
  private:
