@@ -5,7 +5,7 @@
 namespace qsbase::detail {
 
 std::string OsModuleFileName(void* module) {
-  constexpr std::size_t kLongest = 3 * 32768;  // what the system allows, of up to three bytes a character
+  constexpr std::size_t kLongest = std::size_t{3} * 32768;  // what the system allows, of up to three bytes a character
   std::string name(MAX_PATH, '\0');
   while (name.size() <= kLongest) {
     const DWORD length = GetModuleFileNameA(static_cast<HMODULE>(module), name.data(), static_cast<DWORD>(name.size()));
