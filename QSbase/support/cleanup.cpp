@@ -226,12 +226,14 @@ bool DeleteOldest(const std::string& path, bool force) {
   return false;
 }
 
-// What cannot be seen may be a link too: what is behind it must not be taken for a part of the tree.
-bool MayBeLink(const std::string& dir) {
+enum class Sight { Link, NoLink, Unknown };
+
+Sight LookAt(const std::string& dir) {
   DirEntry entry;
-  return qsbase::detail::DescribePath(QsTranslateFilename(dir), entry)
-             ? entry.isLink
-             : !qsbase::detail::OsErrorMeansMissing(QsGetLastError());
+  if (qsbase::detail::DescribePath(QsTranslateFilename(dir), entry)) {
+    return entry.isLink ? Sight::Link : Sight::NoLink;
+  }
+  return qsbase::detail::OsErrorMeansMissing(QsGetLastError()) ? Sight::NoLink : Sight::Unknown;
 }
 
 std::string WithoutSeparators(std::string path) {
@@ -256,19 +258,23 @@ class TreeDeleter {
     if (dir.empty()) {
       return false;
     }
-    if (MayBeLink(dir)) {
+    const Sight sight = LookAt(dir);
+    if (sight == Sight::Link) {
       return removeDir && QsDeleteFile(WithoutSeparators(dir), _force);
     }
     const std::string base = QsAppendFileslash(dir);
-    bool ok = DeleteAll(base, qsbase::detail::ListDirs, [this](const std::string& sub) { return Delete(sub, true); });
+    // What cannot be looked at may be a link too: what is behind it must not be taken for a part of the tree.
+    const bool looksInside = sight == Sight::NoLink;
+    bool ok = !looksInside ||
+              DeleteAll(base, qsbase::detail::ListDirs, [this](const std::string& sub) { return Delete(sub, true); });
     if ((!ok && !_continueOnError) || (_mayGoOn != nullptr && !_mayGoOn())) {
       return false;
     }
     if (_sleepMs >= 0) {
       QsSleep(static_cast<unsigned int>(_sleepMs));
     }
-    ok = DeleteAll(base, qsbase::detail::ListFiles,
-                   [this](const std::string& file) { return QsDeleteFile(file, _force); }) &&
+    ok = (!looksInside || DeleteAll(base, qsbase::detail::ListFiles,
+                                    [this](const std::string& file) { return QsDeleteFile(file, _force); })) &&
          ok;
     return ok && removeDir ? QsRemoveDir(dir, _force) : ok;
   }

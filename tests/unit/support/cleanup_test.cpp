@@ -653,6 +653,13 @@ int asked = 0;
 int goOnUntil = 0;
 bool MayGoOn() { return ++asked <= goOnUntil; }
 
+// It counts as empty.
+TEST_F(DeleteRecurse, ATopThatCannotBeLookedAt) {
+  const std::string top = dir / std::string(300, 'n');
+  EXPECT_TRUE(QsDeleteDirectoryRecurse(top, false, -1, true, nullptr, false));
+  EXPECT_FALSE(QsDeleteDirectoryRecurse(top, true, -1, true, nullptr, false));
+}
+
 TEST_F(DeleteRecurse, AsksOncePerDirectoryAfterItsSubDirectories) {
   dir.Write("top/sub/a", "");
   dir.Write("top/b", "");
