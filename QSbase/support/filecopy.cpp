@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <exception>
 
+#include <QSbase/errors.h>
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/support/filedetail.h>
 #include <QSbase/support/fileos.h>
@@ -25,6 +26,11 @@ OsFile::Creation CreateBeside(const std::string& target, unsigned permissions, O
   return result;
 }
 
+std::string TemporaryBase(const std::string& target) {
+  constexpr std::size_t kKept = 200;
+  return target.substr(0, DirectoryPart(target).size() + kKept);
+}
+
 }  // namespace qsbase::detail
 
 using namespace qsbase::detail;
@@ -33,12 +39,6 @@ namespace {
 
 constexpr std::size_t kCopyBlock = 32768;
 constexpr unsigned kPrivatePermissions = 0600;  // until the source's are known
-
-// What temporary names begin with. A name as long as the file system allows leaves room for the number.
-std::string TemporaryBase(const std::string& target) {
-  constexpr std::size_t kKept = 200;
-  return target.substr(0, DirectoryPart(target).size() + kKept);
-}
 
 bool CopyContent(OsFile& from, OsFile& to) {
   to.CopyInSystem(from);
@@ -157,14 +157,28 @@ void BringToDisk(const std::string& path) {
   }
 }
 
+// Whether a file may take the target's place. Never where it is the source: what is written to that meanwhile would be
+// lost.
+bool MayReplace(const std::string& source, const std::string& target, const OsFile& file) {
+  OsFile old;
+  if (!old.OpenRead(target)) {
+    return OsErrorMeansMissing(QsGetLastError());
+  }
+  OsFile copied;
+  return old.MayGiveWayTo(file) && !(copied.OpenRead(source) && copied.IsSameAs(old));
+}
+
 Step CopyAndReplace(const std::string& from, const std::string& to, bool failIfExists) {
   OsFile file;
   std::string temporary;
   if (CreateBeside(TemporaryBase(to), kPrivatePermissions, file, temporary) != OsFile::Creation::Created) {
     return Step::NotPossible;
   }
-  file.Close();
   CopyInWork copy(temporary, file);
+  if (!MayReplace(from, to, file)) {
+    return Step::NotPossible;
+  }
+  file.Close();
   if (!QsCopyFile(from, temporary, false, false)) {
     return Step::Failed;
   }
@@ -177,7 +191,7 @@ Step CopyAndReplace(const std::string& from, const std::string& to, bool failIfE
   return Step::Done;
 }
 
-// Whether a file may take the target's place: a link would be lost, and what is no file stays.
+// A link would be lost, and what is no file stays.
 bool MayBeReplaced(const std::string& target, bool failIfExists) {
   FileStatus status;
   if (!OsGetStatus(target, LinkView::Itself, status)) {

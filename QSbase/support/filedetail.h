@@ -21,13 +21,18 @@ void ClearReadOnlyIfSet(const std::string& path, LinkView view);
 /// if 100 names in a row were taken; the last error tells why it failed.
 OsFile::Creation CreateBeside(const std::string& target, unsigned permissions, OsFile& file, std::string& name);
 
+/// What names for CreateBeside begin with where the target's own name may be as long as the file system allows: leaves
+/// room for the number.
+std::string TemporaryBase(const std::string& target);
+
 /// QsMoveFile(from, to, replace, true), but gives up the target's read-only attribute only where the system replaces no
 /// file that has it: who is killed in between leaves the target without it.
 bool MoveOnto(const std::string& from, const std::string& to, bool replace);
 
 /// QsCopyFile(from, to, failIfExists, true) in one step: who is killed leaves the old target or the new one, whole. The
-/// copy is made beside the target and brought to the disk first. A target that is a symbolic link is written in place,
-/// and so is one whose directory takes no new file or does not let it replace the old.
+/// copy is made beside the target and brought to the disk first. A target that is a symbolic link, has a further name
+/// or another owner is written in place, and so is one whose directory takes no new file or does not let it replace the
+/// old.
 bool CopyInOneStep(const std::string& from, const std::string& to, bool failIfExists);
 
 }  // namespace qsbase::detail

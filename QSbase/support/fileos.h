@@ -144,6 +144,10 @@ class OsFile {
   /// Whether both are the same file, or it cannot be told. The last error then says so ("busy"); else it is unchanged.
   bool IsSameAs(const OsFile& other) const;
 
+  /// Whether nobody sees more than the content change when the other file takes this one's name: this one has no
+  /// further name and, on Linux, both have one owner and group. False also if it cannot be told.
+  bool MayGiveWayTo(const OsFile& other) const;
+
   /// Sets the position for the next Read or Write, in bytes from the start.
   bool Seek(std::uint64_t position);
 

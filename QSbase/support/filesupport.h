@@ -234,7 +234,7 @@ QSBASE_API void SaveFileWithCRLF(const std::string& path, const std::string& con
 ///
 /// Backup and restored file come in one step, so that one of the two is whole whenever the process ends: the copy is
 /// made beside its target, under a name as in QsAtomicSaveBinaryFile, and moved over. Only a target that is a symbolic
-/// link, or in a directory that takes no new file, is written in place.
+/// link, has a further name or another owner, or is in a directory that takes no new file, is written in place.
 /// \throws ExBase "File loading error! Could not load original file nor backup file!" if both are missing or empty.
 QSBASE_API std::string FileLoadAndBackup(const std::string& path, bool overwriteBackup);
 

@@ -13,6 +13,7 @@
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/support/filedetail.h>
 #include <QSbase/support/fileos.h>
+#include <QSbase/support/filesupport.h>
 
 namespace qsbase::detail {
 
@@ -203,7 +204,7 @@ class ZipArchive::Output {
 
   // What was written is the archive from now on.
   bool Keep() {
-    _kept = Close() && (_made.empty() || _made == _path || OsMove(_made, _path, true) == MoveResult::Done);
+    _kept = Close() && (_made.empty() || _made == _path || TakePlace());
     return _kept;
   }
 
@@ -282,20 +283,39 @@ class ZipArchive::Output {
     return _stream != nullptr;
   }
 
-  // False if nothing may take the place of what stands there. Without a new file it is written to itself.
+  // False if what stands there must not be written. Without a new file it is written to itself.
   bool MakeBeside(OsFile& file) {
     FileStatus old;
     if (!OsGetStatus(_path, LinkView::Itself, old) || old.kind != FileKind::Regular) {
       return true;
     }
-    if (!OsHasAccess(_path, AccessKind::Write)) {
+    OsFile given;
+    if (!given.OpenWrite(_path, OsFile::Writing::Keep)) {
       return false;
     }
     std::string name;
-    if (CreateBeside(_path, old.permissions, file, name) == OsFile::Creation::Created) {
+    if (CreateBeside(TemporaryBase(_path), old.permissions, file, name) != OsFile::Creation::Created) {
+      return true;
+    }
+    if (given.MayGiveWayTo(file)) {
       file.SetPermissions(old.permissions);
       _made.swap(name);
+    } else {
+      file.Close();  // some systems remove no open file
+      OsRemoveFile(name);
     }
+    return true;
+  }
+
+  // Where nothing can take the old archive's name, as on Windows while somebody reads it, it is written over.
+  bool TakePlace() {
+    if (OsMove(_made, _path, true) == MoveResult::Done) {
+      return true;
+    }
+    if (!QsCopyFile(_made, _path, false, false)) {
+      return false;
+    }
+    OsRemoveFile(_made);
     return true;
   }
 

@@ -304,6 +304,13 @@ bool OsFile::IsSameAs(const OsFile& other) const {
   return true;
 }
 
+bool OsFile::MayGiveWayTo(const OsFile& other) const {
+  struct stat mine;
+  struct stat theirs;
+  return fstat(static_cast<int>(_handle), &mine) == 0 && fstat(static_cast<int>(other._handle), &theirs) == 0 &&
+         mine.st_nlink == 1 && mine.st_uid == theirs.st_uid && mine.st_gid == theirs.st_gid;
+}
+
 bool OsFile::Seek(std::uint64_t position) { return Seek(static_cast<std::int64_t>(position), SEEK_SET); }
 
 bool OsFile::Seek(std::int64_t offset, int origin) {

@@ -399,6 +399,11 @@ bool OsFile::IsSameAs(const OsFile& other) const {
   return true;
 }
 
+bool OsFile::MayGiveWayTo(const OsFile& /*other*/) const {
+  BY_HANDLE_FILE_INFORMATION mine;
+  return GetFileInformationByHandle(ToHandle(_handle), &mine) != 0 && mine.nNumberOfLinks == 1;
+}
+
 bool OsFile::Seek(std::uint64_t position) { return Seek(static_cast<std::int64_t>(position), SEEK_SET); }
 
 bool OsFile::Seek(std::int64_t offset, int origin) {

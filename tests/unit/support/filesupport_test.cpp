@@ -1937,19 +1937,53 @@ TEST_F(FileSupportTest, LoadAndBackupOverwritesAReadOnlyBackup) {
   }));
 }
 
-// What is written in place is half a file for a moment; another name would show the change.
+// What is written in place is half a file for a moment, and stays the same file.
 TEST_F(FileSupportTest, LoadAndBackupReplacesInOneStep) {
   const std::string path = _dir.Write("file", "new");
-  fs::create_hard_link(_dir.Write("file.bak", "old"), _dir / "old backup");
+  const std::string backup = _dir.Write("file.bak", "old");
+#ifndef _WIN32
+  const ino_t oldBackup = StatusOf(backup).st_ino;
+  const ino_t lost = StatusOf(path).st_ino;
+#endif
   EXPECT_EQ(FileLoadAndBackup(path, true), "new");
-  EXPECT_EQ(TempDir::Read(path + ".bak"), "new");
-  EXPECT_EQ(TempDir::Read(_dir / "old backup"), "old");
-  _dir.Write("file", "");
-  fs::create_hard_link(path, _dir / "lost");
+  EXPECT_EQ(TempDir::Read(backup), "new");
+  EXPECT_TRUE(ClearBinaryFile(path));
   EXPECT_EQ(FileLoadAndBackup(path, true), "new");
   EXPECT_EQ(TempDir::Read(path), "new");
-  EXPECT_EQ(TempDir::Read(_dir / "lost"), "");
-  EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("file", "file.bak", "old backup", "lost"));
+#ifndef _WIN32
+  EXPECT_NE(StatusOf(backup).st_ino, oldBackup);
+  EXPECT_NE(StatusOf(path).st_ino, lost);
+#endif
+  EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("file", "file.bak"));
+}
+
+// As the others who share it see it.
+TEST_F(FileSupportTest, LoadAndBackupKeepsTheBackupsNamesAndOwner) {
+  const std::string path = _dir.Write("file", "new");
+  const std::string backup = _dir.Write("file.bak", "old");
+#ifndef _WIN32
+  const bool mayGiveAway = chown(backup.c_str(), 65534, 65534) == 0;
+  EXPECT_EQ(FileLoadAndBackup(path, true), "new");
+  EXPECT_EQ(StatusOf(backup).st_uid == 65534 && StatusOf(backup).st_gid == 65534, mayGiveAway || getuid() == 65534);
+#endif
+  fs::create_hard_link(_dir.Write("file.bak", "old"), _dir / "other name");
+  EXPECT_EQ(FileLoadAndBackup(path, true), "new");
+  EXPECT_EQ(TempDir::Read(_dir / "other name"), "new");
+  EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("file", "file.bak", "other name"));
+}
+
+// A copy in the file's place would lose what another hand writes to the file meanwhile.
+TEST_F(FileSupportTest, LoadAndBackupLeavesAFileThatIsItsOwnBackup) {
+  const std::string path = _dir.Write("file", "content");
+#ifndef _WIN32
+  const ino_t file = StatusOf(path).st_ino;
+#endif
+  EXPECT_EQ(FileLoadAndBackupToDir(path, _dir.Path() + "/.", true), "content");
+  EXPECT_EQ(TempDir::Read(path), "content");
+#ifndef _WIN32
+  EXPECT_EQ(StatusOf(path).st_ino, file);
+#endif
+  EXPECT_THAT(NamesIn(_dir.Path()), ElementsAre("file"));
 }
 
 TEST_F(FileSupportTest, LoadAndBackupWritesThroughALink) {
