@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <string_view>
 
 #include <QSbase/errors.h>
 #include <QSbase/support/fileos.h>
@@ -57,13 +58,69 @@ bool IsMarkedUtf8(const char* name) {
   return !QsIsUTF8StringUsAscii(text) && QsIsValidUTF8(text);
 }
 
-// Raw: what is written is deflated here. Where minizip deflates, a write that fails while the entry is closed is
+// The content, deflated piece by piece.
+class Deflater {
+ public:
+  explicit Deflater(const std::string& content) : _rest(content) {
+    _open = deflateInit2(&_stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY) ==
+            Z_OK;
+  }
+  ~Deflater() {
+    if (_open) {
+      deflateEnd(&_stream);
+    }
+  }
+  Deflater(const Deflater&) = delete;
+  Deflater& operator=(const Deflater&) = delete;
+
+  // Makes the next piece; false if there is none.
+  bool Next() {
+    if (!_open || _ended) {
+      return false;
+    }
+    _stream.next_out = _piece.data();
+    _stream.avail_out = static_cast<uInt>(_piece.size());
+    while (!_ended && _stream.avail_out > 0) {
+      TakeInput();
+      _ended = deflate(&_stream, _rest.empty() ? Z_FINISH : Z_NO_FLUSH) != Z_OK;
+    }
+    return true;
+  }
+
+  const unsigned char* Piece() const { return _piece.data(); }
+  unsigned Size() const { return static_cast<unsigned>(_piece.size() - _stream.avail_out); }
+
+  // What zlib takes the content for; known from the first piece on.
+  bool IsText() const { return _stream.data_type == Z_TEXT; }
+
+ private:
+  void TakeInput() {
+    constexpr std::size_t kMost = std::size_t{1} << 30;
+    if (_stream.avail_in > 0) {
+      return;
+    }
+    const std::string_view input = _rest.substr(0, kMost);
+    _rest.remove_prefix(input.size());
+    // zlib's type; nothing is written to it
+    _stream.next_in = reinterpret_cast<unsigned char*>(const_cast<char*>(input.data()));
+    _stream.avail_in = static_cast<uInt>(input.size());
+  }
+
+  std::string_view _rest;
+  z_stream _stream{};
+  bool _open = false;
+  bool _ended = false;
+  std::array<unsigned char, 65536> _piece;
+};
+
+// Raw: what is written is deflated already. Where minizip deflates, a write that fails while the entry is closed is
 // forgotten, and the entry counts as good.
-bool OpenEntry(zipFile zip, const char* name, const QsDateTime& time, std::uint64_t size) {
+bool OpenEntry(zipFile zip, const char* name, const QsDateTime& time, std::uint64_t size, bool isText) {
   constexpr uLong kUtf8 = 1U << 11;
   // Some programs take what DOS has made for a name in its code page, even a marked one; hence NTFS.
   constexpr uLong kNtfs = 10U << 8 | 20U;
-  const zip_fileinfo info = FileInfo(time);
+  zip_fileinfo info = FileInfo(time);
+  info.internal_fa = isText ? 1 : 0;  // minizip's own mark, where it deflates
   const bool utf8 = IsMarkedUtf8(name);
   const int zip64 = size >= kZip64Size ? 1 : 0;
   constexpr int kRaw = 1;
@@ -72,72 +129,23 @@ bool OpenEntry(zipFile zip, const char* name, const QsDateTime& time, std::uint6
                                  utf8 ? kUtf8 : 0, zip64) == ZIP_OK;
 }
 
-// Deflates into the archive's current entry.
-class EntryWriter {
- public:
-  explicit EntryWriter(zipFile zip) : _zip(zip) {
-    _open = deflateInit2(&_stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY) ==
-            Z_OK;
-  }
-  ~EntryWriter() {
-    if (_open) {
-      deflateEnd(&_stream);
-    }
-  }
-  EntryWriter(const EntryWriter&) = delete;
-  EntryWriter& operator=(const EntryWriter&) = delete;
-
-  bool Write(const std::string& content) {
-    constexpr std::size_t kPiece = std::size_t{1} << 30;
-    std::size_t done = 0;
-    bool written = _open;
-    while (written && done < content.size()) {
-      const std::size_t count = std::min(content.size() - done, kPiece);
-      written = WritePiece(content.data() + done, static_cast<uInt>(count), Z_NO_FLUSH);
-      done += count;
-    }
-    return written && WritePiece("", 0, Z_FINISH);
-  }
-
-  // Of all that was written.
-  uLong Checksum() const { return _checksum; }
-
- private:
-  bool WritePiece(const char* bytes, uInt size, int flush) {
-    auto* const in = reinterpret_cast<unsigned char*>(const_cast<char*>(bytes));  // zlib's; nothing is written to it
-    _checksum = crc32(_checksum, in, size);
-    _stream.next_in = in;
-    _stream.avail_in = size;
-    do {
-      _stream.next_out = _out.data();
-      _stream.avail_out = static_cast<uInt>(_out.size());
-      deflate(&_stream, flush);
-      const auto count = static_cast<unsigned>(_out.size() - _stream.avail_out);
-      if (count > 0 && zipWriteInFileInZip(_zip, _out.data(), count) != ZIP_OK) {
-        return false;
-      }
-    } while (_stream.avail_out == 0);
-    return true;
-  }
-
-  const zipFile _zip;
-  z_stream _stream{};
-  bool _open = false;
-  uLong _checksum = crc32(0, nullptr, 0);
-  std::array<unsigned char, 65536> _out;
-};
-
 }  // namespace
 
 bool QsWrite2Zip(void** archive, const std::string& content, const QsDateTime& time, const char* nameInZip) {
-  if (archive == nullptr || *archive == nullptr || (nameInZip != nullptr && std::strlen(nameInZip) > kLongestName) ||
-      !OpenEntry(*archive, nameInZip, time, content.size())) {
+  if (archive == nullptr || *archive == nullptr || (nameInZip != nullptr && std::strlen(nameInZip) > kLongestName)) {
     return false;
   }
-  EntryWriter writer(*archive);
-  const bool written = writer.Write(content);
+  Deflater deflater(content);
+  if (!deflater.Next() || !OpenEntry(*archive, nameInZip, time, content.size(), deflater.IsText())) {
+    return false;
+  }
+  bool written = true;
+  do {
+    written = zipWriteInFileInZip(*archive, deflater.Piece(), deflater.Size()) == ZIP_OK;
+  } while (written && deflater.Next());
+  const uLong checksum = crc32_z(0, reinterpret_cast<const unsigned char*>(content.data()), content.size());
   // The last of the data is written here.
-  return zipCloseFileInZipRaw64(*archive, content.size(), writer.Checksum()) == ZIP_OK && written;
+  return zipCloseFileInZipRaw64(*archive, content.size(), checksum) == ZIP_OK && written;
 }
 
 bool QsWrite2Zip(const char* zipPath, const std::string& content, const QsDateTime& time, bool append,

@@ -3,6 +3,8 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
+#include <filesystem>
 #include <limits>
 #include <string>
 #include <vector>
@@ -23,6 +25,7 @@ namespace {
 using namespace qsbase::testing;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
 
 const QsDateTime kTime(2024, 2, 29, 13, 14, 16, 0);
 
@@ -135,6 +138,58 @@ TEST_F(ZipWriting, LargeContent) {
   ASSERT_TRUE(QsWrite2Zip(path.c_str(), content, kTime, false, "x"));
   EXPECT_EQ(Content("x"), content);
   EXPECT_LT(QsGetFileSize64(path.c_str()), 1500000);
+}
+
+// With the mark for texts, by which other programs change line ends.
+TEST_F(ZipWriting, AnArchiveIsToTheByteWhatMinizipWrites) {
+  std::string text;
+  std::string noise;
+  for (unsigned i = 0; i < 300000; ++i) {
+    text += "line " + std::to_string(i * 7919 % 100003) + "\r\n";
+    noise += static_cast<char>(i * i * 2654435761U >> 24);
+  }
+  for (const std::string& content : {std::string(), std::string("text\n"), std::string("\0\1", 2), std::string("\xe4"),
+                                     text, noise, text + noise, noise + text}) {
+    ASSERT_TRUE(QsWrite2Zip(path.c_str(), content, kTime, false, "x"));
+    const std::string other = dir / "other.zip";
+    const zipFile zip = zipOpen64(other.c_str(), APPEND_STATUS_CREATE);
+    zip_fileinfo info{};
+    info.tmz_date = {16, 14, 13, 29, 1, 124};
+    ASSERT_EQ(zipOpenNewFileInZip64(zip, "x", &info, nullptr, 0, nullptr, 0, nullptr, Z_DEFLATED, -1, 0), ZIP_OK);
+    ASSERT_EQ(zipWriteInFileInZip(zip, content.data(), static_cast<unsigned>(content.size())), ZIP_OK);
+    ASSERT_EQ(zipClose(zip, ""), ZIP_OK);
+    EXPECT_TRUE(TempDir::Read(path) == TempDir::Read(other)) << content.size() << " bytes";
+  }
+}
+
+// As other users of a shared archive see it.
+TEST_F(ZipWriting, AnewChangesTheFileBehindAllItsNames) {
+  ASSERT_TRUE(QsWrite2Zip(path.c_str(), "1", kTime, false, "x"));
+  std::filesystem::create_hard_link(path, dir / "other.zip");
+  ASSERT_TRUE(QsWrite2Zip(path.c_str(), "2", kTime, false, "y"));
+  EXPECT_THAT(Names(), ElementsAre("y"));
+  EXPECT_EQ(TempDir::Read(dir / "other.zip"), TempDir::Read(path));
+  EXPECT_THAT(NamesIn(dir.Path()), UnorderedElementsAre("a.zip", "other.zip"));
+}
+
+// Windows gives the name of a file that is open to no other.
+TEST_F(ZipWriting, AnewWhileSomebodyReads) {
+  ASSERT_TRUE(QsWrite2Zip(path.c_str(), "1", kTime, false, "x"));
+  std::FILE* const reader = std::fopen(path.c_str(), "rb");
+  ASSERT_NE(reader, nullptr);
+  EXPECT_TRUE(QsWrite2Zip(path.c_str(), "2", kTime, false, "y"));
+  EXPECT_EQ(std::fclose(reader), 0);
+  EXPECT_THAT(Names(), ElementsAre("y"));
+  EXPECT_THAT(NamesIn(dir.Path()), ElementsAre("a.zip"));
+}
+
+TEST_F(ZipWriting, AnewWithTheLongestName) {
+  const std::string longest = dir / (std::string(251, 'n') + ".zip");
+  EXPECT_TRUE(QsWrite2Zip(longest.c_str(), "1", kTime, false, "x"));
+  EXPECT_TRUE(QsWrite2Zip(longest.c_str(), "2", kTime, false, "y"));
+  std::vector<std::string> names;
+  EXPECT_EQ(QsGetFilesInZip(longest.c_str(), &names), 0);
+  EXPECT_THAT(names, ElementsAre("y"));
 }
 
 TEST_F(ZipWriting, TimesAreDosTimes) {
