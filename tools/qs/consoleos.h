@@ -20,7 +20,7 @@ void SetBinaryMode(std::FILE* stream);
 class Utf8Console {
  public:
   Utf8Console();
-  ~Utf8Console();
+  ~Utf8Console();  // NOLINT(performance-trivially-destructible): it is not where a console has a code page
   Utf8Console(const Utf8Console&) = delete;
   Utf8Console& operator=(const Utf8Console&) = delete;
 

@@ -173,6 +173,7 @@ std::string Store::Save(const std::string& wanted, const std::string& data, std:
     RemoveTemporariesOf(fileName);
     // Somebody took the name in between: the next one. Anything else will not get better.
     if (QsGetFSObjectType(path) == FSO_NOTHING) {
+      // NOLINTNEXTLINE(performance-inefficient-string-concatenation): the loop ends here
       return "cannot store '" + fileName + "' (" + error + ")";
     }
   }

@@ -43,6 +43,7 @@ bool IsShortLine(std::string_view line, Encoding encoding) {
     return false;
   }
   const auto first = static_cast<unsigned char>(line.front());
+  // NOLINTNEXTLINE(bugprone-signed-char-misuse,cert-str34-c): no character, but a number that may be -1
   const int count = encoding == Encoding::XX ? kXXCounts[first] : kUUCounts[first];
   return count < 0 || line.size() - 1 < (static_cast<std::size_t>(count) * 8 + 5) / 6;
 }

@@ -14,7 +14,7 @@ unsigned short PortOf(int socket) {
 }
 
 void LimitWrites(int socket, int milliseconds) {
-  const timeval limit{milliseconds / 1000, milliseconds % 1000 * 1000};
+  const timeval limit{milliseconds / 1000, milliseconds % 1000 * 1000L};
   setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
