@@ -1,6 +1,7 @@
 // A socket whose peer says nothing, drips, ends or resets the connection at every byte, or takes nothing.
 #include <QSbase/net/socket.h>
 
+#include <latch>
 #include <string>
 #include <thread>
 
@@ -40,14 +41,17 @@ TEST_F(PeersSocket, AnEndAtEveryByte) {
   const std::string message = "twenty bytes of text";
   for (std::size_t size = 0; size <= message.size(); ++size) {
     for (const bool reset : {false, true}) {
+      std::latch connected(1);  // a reset before that is a failure to connect
       const ScriptedServer server(
           [&](Connection& connection) {
+            connected.wait();
             connection.EndAfter(size, reset);
             connection.Send(message + "!");
           },
           false);
       QsSocket socket;
-      ASSERT_EQ(socket.Connect(kHost, server.Port(), 0), 0);
+      EXPECT_EQ(socket.Connect(kHost, server.Port(), 0), 0);
+      connected.count_down();
       int last = 1;
       EXPECT_EQ(ReadAll(socket, last), message.substr(0, size));
       EXPECT_EQ(last, reset ? -1 : 0) << size;
@@ -81,14 +85,17 @@ TEST_F(PeersSocket, SilenceIsWaitedForNoLongerThanAsked) {
 // The reset ends the write that waits for room, and raises no signal.
 TEST_F(PeersSocket, APeerThatTakesNothingAndGoesMakesTheWriteFail) {
   const std::string much(64 << 20, 'x');
+  std::latch connected(1);
   const ScriptedServer server(
-      [](Connection& connection) {
+      [&](Connection& connection) {
+        connected.wait();
         std::this_thread::sleep_for(milliseconds(50));
         connection.Reset();
       },
       false);
   QsSocket socket;
-  ASSERT_EQ(socket.Connect(kHost, server.Port(), 0), 0);
+  EXPECT_EQ(socket.Connect(kHost, server.Port(), 0), 0);
+  connected.count_down();
   const Cost cost = CostOf([&] { EXPECT_EQ(socket.WriteBytes(much.data(), static_cast<int>(much.size())), -1); });
   Tell("socket: takes nothing and resets", cost, "-1");
   ExpectBounded("write", cost);
