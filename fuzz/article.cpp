@@ -241,7 +241,7 @@ std::size_t SizeOf(const std::vector<qs::Attachment>& attachments) {
 
 /// For 10,000 parts and as many attachments; vectors that grow hold the half of it once more.
 constexpr std::size_t kForPieces =
-    3 * 10001 * (sizeof(qs::ArticlePart) + sizeof(qs::Block) + 2 * sizeof(qs::Attachment));
+    std::size_t{3} * 10001 * (sizeof(qs::ArticlePart) + sizeof(qs::Block) + 2 * sizeof(qs::Attachment));
 
 void DemandBounds(std::string_view text) {
   fuzz::DemandBounds("ParseArticle", text, [](const std::string& article) {

@@ -88,7 +88,7 @@ void DemandBounds(const char* what, std::string_view text, const Operation& oper
   if (!IsRepeated(text)) {
     return;
   }
-  if (std::getenv("QSBASE_FUZZ_TIME") != nullptr) {
+  if (std::getenv("QSBASE_FUZZ_TIME") != nullptr) {  // NOLINT(concurrency-mt-unsafe): nothing sets it meanwhile
     DemandLinearTime(what, Repeated(text, longest / 4 / kGrowth), Repeated(text, longest / 4), operation);
   }
   DemandMemory(what, Repeated(text, longest), operation);

@@ -10,7 +10,7 @@
 namespace {
 
 constexpr std::size_t kPiece = std::size_t{1} << 20;
-constexpr std::size_t kSlack = 64 * 1024;  // what the C library adds to a block
+constexpr std::size_t kSlack = std::size_t{64} * 1024;  // what the C library adds to a block
 
 // Looked at from outside, so that the compiler cannot leave the memory out.
 char* volatile allocated = nullptr;

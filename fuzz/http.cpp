@@ -34,7 +34,7 @@ std::int32_t SlowInt(std::string_view text) {
     digits += text[at];
   }
   const bool isLong = digits.size() > 10;
-  const long long size = isLong ? std::numeric_limits<long long>::max() : std::atoll(digits.c_str());
+  const long long size = isLong ? std::numeric_limits<long long>::max() : std::strtoll(digits.c_str(), nullptr, 10);
   const long long most = sign == '-' ? 2147483648LL : 2147483647LL;
   const long long value = size > most ? most : size;
   return static_cast<std::int32_t>(sign == '-' ? -value : value);
@@ -304,7 +304,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ReceiveHeaders(pieces, failure);
   }
   RefuseHeader(text);
-  ReceiveBodies(pieces, seed * 16, failure);
+  ReceiveBodies(pieces, std::size_t{seed} * 16, failure);
   CompareDiagnostics(pieces);
   CompareListing(text);
   CompareStatusLines(seed, choices);

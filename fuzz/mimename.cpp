@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -109,7 +110,7 @@ std::string SlowPercentDecode(const std::string& text) {
     if (isCode) {
       digits[0] = text[i + 1];
       digits[1] = text[i + 2];
-      std::sscanf(digits, "%x", &value);
+      value = static_cast<unsigned int>(std::strtoul(digits, nullptr, 16));
     }
     decoded += isCode ? static_cast<char>(value) : text[i];
     i += isCode ? 2 : 0;
@@ -138,7 +139,7 @@ void CompareCharsets(const std::string& text) {
 void DemandBounds(std::string_view text) {
   fuzz::DemandBounds("ParseFieldValue", text, [](const std::string& field) {
     qs::ParseFieldValue(field);
-    return 3 * field.size() + 4000 * 400;
+    return 3 * field.size() + std::size_t{4000} * 400;
   });
   fuzz::DemandBounds(
       "DecodeWords", text, [](const std::string& words) { return qs::DecodeWords(words).capacity() + words.size(); },

@@ -234,7 +234,7 @@ void CheckBounds(const std::string& text, const std::string& what, const std::st
   fuzz::DemandBounds("SymbolicNameToString", text,
                      [](const std::string& in) { return SymbolicNameToString(in).size(); });
   fuzz::DemandBounds("AsciiToDouble", text,
-                     [](const std::string& in) { return AsciiToDouble(in.c_str()) > 0 ? 8 : 8; });
+                     [](const std::string& in) { return AsciiToDouble(in.c_str()), sizeof(double); });
 }
 
 }  // namespace

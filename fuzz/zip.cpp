@@ -349,7 +349,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       break;
     default:
       CompressAndUncompress(text);
-      Uncompress(text, seed * 16);
+      Uncompress(text, std::size_t{seed} * 16);
       break;
   }
   return 0;
