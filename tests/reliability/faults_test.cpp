@@ -120,6 +120,27 @@ TEST(Faults, AStreamReadsAndSeeksAndAppends) {
   EXPECT_EQ(errno, ENOENT);
 }
 
+TEST(Faults, AStreamWithoutABufferReadsAtOnce) {
+  const TempDir dir;
+  std::FILE* const stream = std::fopen(dir.Write("a", "0123456789").c_str(), "re");
+  ASSERT_NE(stream, nullptr);
+  std::setvbuf(stream, nullptr, _IONBF, 0);
+  char text[20];
+  {
+    const FaultInjection fault({.kind = FaultKind::Read, .error = EIO, .first = 2});
+    EXPECT_EQ(std::fread(text, 2, 3, stream), 3U);
+    EXPECT_EQ(fault.Calls(), 1U);
+    EXPECT_EQ(std::fread(text, 1, 3, stream), 0U);
+    EXPECT_NE(std::ferror(stream), 0);
+    EXPECT_EQ(std::feof(stream), 0);
+  }
+  std::clearerr(stream);
+  EXPECT_EQ(std::fread(text, 1, sizeof text, stream), 4U);
+  EXPECT_EQ(std::string(text, 4), "6789");
+  EXPECT_NE(std::feof(stream), 0);
+  EXPECT_EQ(std::fclose(stream), 0);
+}
+
 TEST(Faults, AFailedCloseHasClosed) {
   const auto before = OpenHandles();
   {

@@ -12,6 +12,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <stdio_ext.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -192,6 +193,30 @@ ssize_t Read(int descriptor, void* buffer, size_t size) {
   return allowed == kTransferFails ? -1 : REAL(read)(descriptor, buffer, allowed);
 }
 
+// Nothing that was read is held back, and nothing will be.
+bool ReadsUnbuffered(FILE* stream) {
+  return __fbufsize(stream) == 1 && stream->_IO_read_ptr == stream->_IO_read_end && fileno(stream) != -1;
+}
+
+// What is asked for, at once: the streams above would fetch it byte by byte, which those of the C library do not.
+size_t ReadAtOnce(void* buffer, size_t size, FILE* stream) {
+  size_t done = 0;
+  while (done < size) {
+    const ssize_t count = read(fileno(stream), static_cast<char*>(buffer) + done, size - done);
+    if (count <= 0) {
+      stream->_flags |= count == 0 ? _IO_EOF_SEEN : _IO_ERR_SEEN;
+      break;
+    }
+    done += static_cast<size_t>(count);
+  }
+  return done;
+}
+
+size_t ReadStream(void* buffer, size_t size, size_t count, FILE* stream) {
+  const bool atOnce = size != 0 && ReadsUnbuffered(stream);
+  return atOnce ? ReadAtOnce(buffer, size * count, stream) / size : REAL(fread)(buffer, size, count, stream);
+}
+
 ssize_t ReadAt(int descriptor, void* buffer, size_t size, off_t position) {
   const size_t allowed = Allowed(FaultKind::Read, size);
   return allowed == kTransferFails ? -1 : REAL(pread)(descriptor, buffer, allowed, position);
@@ -220,6 +245,7 @@ ssize_t __read_chk(int descriptor, void* buffer, size_t size, size_t room);
 ssize_t __pread_chk(int descriptor, void* buffer, size_t size, off_t position, size_t room);
 ssize_t __pread64_chk(int descriptor, void* buffer, size_t size, off64_t position, size_t room);
 ssize_t __recv_chk(int socket, void* buffer, size_t size, size_t room, int flags);
+size_t __fread_chk(void* buffer, size_t room, size_t size, size_t count, FILE* stream);
 
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
@@ -268,6 +294,12 @@ int __openat64_2(int directory, const char* path, int flags) { return Open(direc
 
 FILE* fopen(const char* path, const char* mode) { return OpenStream(path, mode); }
 FILE* fopen64(const char* path, const char* mode) { return OpenStream(path, mode); }
+
+size_t fread(void* buffer, size_t size, size_t count, FILE* stream) { return ReadStream(buffer, size, count, stream); }
+
+size_t __fread_chk(void* buffer, size_t /*room*/, size_t size, size_t count, FILE* stream) {
+  return ReadStream(buffer, size, count, stream);
+}
 
 int socket(int domain, int type, int protocol) noexcept {
   return FailsNow(FaultKind::Open) ? -1 : REAL(socket)(domain, type, protocol);
