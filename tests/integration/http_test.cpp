@@ -577,23 +577,6 @@ TEST(HttpBroken, ConnectTimeout) {
   EXPECT_TRUE(outcome.response.retryable);
 }
 
-// Takes a minute by its nature: slower than 512 bytes a second for 60 seconds.
-TEST(HttpBroken, TransferThatStandsStillFailsAfterAMinute) {
-  ScriptedServer server([](Connection& connection) {
-    connection.Send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nabc");
-    connection.WaitForClose();
-  });
-  const auto start = Clock::now();
-  const Outcome outcome = Fetch(server.Url());
-  const auto passed = Clock::now() - start;
-  EXPECT_FALSE(outcome.result);
-  EXPECT_EQ(outcome.response.curlCode, 28);
-  EXPECT_TRUE(outcome.response.retryable);
-  EXPECT_EQ(outcome.response.body, "abc");
-  EXPECT_GE(passed, std::chrono::seconds(58));
-  EXPECT_LT(passed, std::chrono::seconds(120));
-}
-
 // ---- callbacks ----
 
 namespace {

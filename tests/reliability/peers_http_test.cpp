@@ -22,6 +22,7 @@ using ::testing::AnyOf;
 using ::testing::Each;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
 using ::testing::SizeIs;
 
 namespace {
@@ -80,8 +81,11 @@ Script Drip(const std::string& begin, const std::string& piece, milliseconds pau
   };
 }
 
-Script Silence() {
-  return [](Connection& connection) { connection.WaitForClose(); };
+Script Silence(const std::string& begin = "") {
+  return [begin](Connection& connection) {
+    connection.Send(begin);
+    connection.WaitForClose();
+  };
 }
 
 using PeersHttp = PeerTest;
@@ -212,13 +216,15 @@ TEST_F(PeersHttp, SlowPeersAreGivenUpAfterAMinute) {
   const struct {
     const char* name;
     Script script;
+    const char* body;  // a regular expression
   } rows[] = {
-      {"says nothing", Silence()},
-      {"one byte a second of a status line", Drip("", "HTTP/1.1 200 OK and so on", seconds(1))},
-      {"one byte a second of headers", Drip("HTTP/1.1 200 OK\r\n", "X: y\r\n", seconds(1))},
-      {"one byte a second of chunk sizes", Drip(kChunked, "1\r\nx\r\n", seconds(1))},
-      {"one byte a second of a body", Drip("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n", "x", seconds(1))},
-      {"one byte a second behind the body", Drip(std::string(kChunked) + "0\r\n", "X: y\r\n", seconds(1))},
+      {"says nothing", Silence(), ""},
+      {"says nothing more in the body", Silence("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nabc"), "abc"},
+      {"one byte a second of a status line", Drip("", "HTTP/1.1 200 OK and so on", seconds(1)), ""},
+      {"one byte a second of headers", Drip("HTTP/1.1 200 OK\r\n", "X: y\r\n", seconds(1)), ""},
+      {"one byte a second of chunk sizes", Drip(kChunked, "1\r\nx\r\n", seconds(1)), "x+"},
+      {"one byte a second of a body", Drip("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n", "x", seconds(1)), "x+"},
+      {"one byte a second behind the body", Drip(std::string(kChunked) + "0\r\n", "X: y\r\n", seconds(1)), ""},
   };
   std::vector<std::thread> clients;
   for (const auto& row : rows) {
@@ -230,6 +236,7 @@ TEST_F(PeersHttp, SlowPeersAreGivenUpAfterAMinute) {
       EXPECT_FALSE(met.result) << row.name;
       EXPECT_EQ(met.response.curlCode, 28) << row.name;
       EXPECT_TRUE(met.response.retryable) << row.name;
+      EXPECT_THAT(met.response.body, MatchesRegex(row.body)) << row.name;
       EXPECT_GE(met.cost.time, seconds(58)) << row.name;
       EXPECT_LT(met.cost.time, seconds(180)) << row.name;
     });
