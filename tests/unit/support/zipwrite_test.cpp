@@ -184,7 +184,9 @@ TEST_F(ZipWriting, AnewWhileSomebodyReads) {
 }
 
 TEST_F(ZipWriting, AnewWithTheLongestName) {
-  const std::string longest = dir / (std::string(251, 'n') + ".zip");
+  // Windows counts the whole path.
+  const std::size_t most = kOnWindows ? std::size_t{258} - dir.Path().size() : 255;
+  const std::string longest = dir / (std::string(most - 4, 'n') + ".zip");
   EXPECT_TRUE(QsWrite2Zip(longest.c_str(), "1", kTime, false, "x"));
   EXPECT_TRUE(QsWrite2Zip(longest.c_str(), "2", kTime, false, "y"));
   std::vector<std::string> names;
