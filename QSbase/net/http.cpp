@@ -203,7 +203,6 @@ class Transfer {
     }
     if (_request.resume) {
       Set(CURLOPT_RESUME_FROM_LARGE, static_cast<curl_off_t>(_request.resumeFrom));
-      _header.resumeFrom = _request.postData.empty() ? _request.resumeFrom : 0;
     }
   }
 
@@ -285,12 +284,6 @@ class Transfer {
 
   bool Perform() {
     _response.curlCode = curl_easy_perform(_handle.easy);
-    if (_response.curlCode == CURLE_OK && _header.inHeaderBlock) {
-      _response.curlCode = CURLE_PARTIAL_FILE;  // libcurl takes what ends among the header lines for a whole answer
-    }
-    if (_header.isOtherPart) {
-      _response.curlCode = CURLE_RANGE_ERROR;
-    }
     TakeReceived();
     for (const std::exception_ptr& error : {_header.error, _body.error, _abort.error}) {
       if (error != nullptr) {

@@ -51,9 +51,9 @@ struct QSBASE_API QsInetHttpRequest {
   std::FILE* outputFile;
   /// Offset in bytes at which the transfer resumes; used only with resume.
   std::uint32_t resumeFrom;
-  /// Ask the server for the bytes from resumeFrom on. A server that sends the whole file or another part instead, or
-  /// does not tell which, gives curlCode 33, result true, and nothing is written. A POST with an offset fails (curlCode
-  /// 26).
+  /// Ask the server for the bytes from resumeFrom on. A server that sends the whole file instead gives curlCode 33,
+  /// result true, and nothing is written. libcurl takes a part whose "Content-Range" is missing or unreadable, too: the
+  /// text callback gets the headers before the first byte of it. A POST with an offset fails (curlCode 26).
   bool resume;
   /// Verify the server's certificate.
   bool verifyPeer;
@@ -115,10 +115,13 @@ using AbortCheck = bool (*)(void* user);
 ///
 /// A transfer slower than 512 bytes a second for 60 seconds fails (28). One that is never slower takes as long as the
 /// server sends: only the abort check ends it, and only a body that goes to outputFile takes no memory. Headers of more
-/// than 300 KiB (56) and lines behind a chunked body that make it more than 512 KiB (23) end it, too.
+/// than 300 KiB end it, too (56). Lines behind a chunked body do not: of headers and such lines 512 KiB are kept, and
+/// the text callback is not called for what follows; but some versions of libcurl hold all of them.
 ///
-/// An answer that ends before its headers do is a partial file (18), as one is that ends in its body. No coding but
-/// "chunked" is undone: neither "Content-Encoding" nor another "Transfer-Encoding", none of which is asked for.
+/// An answer that ends in its body is a partial file (18). One that ends among its header lines is one (18) only when a
+/// length was announced, otherwise libcurl takes it for whole (0): headers then has no empty line behind the last
+/// status line. No coding but "chunked" is undone: neither "Content-Encoding" nor another "Transfer-Encoding", none of
+/// which is asked for.
 ///
 /// \param textCallback  receives status text with textUser; may be null.
 /// \param abortCheck    is asked with abortUser whether to stop; may be null.

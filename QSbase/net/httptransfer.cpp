@@ -90,19 +90,6 @@ std::string StatusLine(std::uint64_t held, std::int32_t total, double speed, dou
   return line;
 }
 
-// What a header line says of its block: a status line begins one, an empty line ends it. Lines behind a chunked body
-// belong to none. `line` is the end of what is held.
-void NoteBlock(TransferSink& header, std::string_view line) {
-  if (line.starts_with("HTTP/")) {
-    header.inHeaderBlock = true;
-    header.headerBlock = static_cast<std::size_t>(header.held) - line.size();
-  } else if (line == "\r\n" || line == "\n") {
-    header.isOtherPart = header.inHeaderBlock && header.resumeFrom > 0 &&
-                         IsOtherPart(header.Bytes().substr(header.headerBlock), header.resumeFrom);
-    header.inHeaderBlock = false;
-  }
-}
-
 bool IsSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 // The status of the status line at or after `from`, which is moved behind it.
@@ -150,22 +137,21 @@ std::size_t ReceiveHeader(char* data, std::size_t size, std::size_t count, void*
   if (bytes == 0) {
     return bytes;
   }
-  if (header.held + bytes > longestHeaderText) {
-    return 0;
-  }
-  if (!MakeRoomForHeader(header, bytes)) {
-    header.length = LengthReader();  // the text begins anew
-    header.headerBlock = 0;
+  const std::size_t kept = std::min(bytes, longestHeaderText - static_cast<std::size_t>(header.held));
+  if (kept == 0) {
     return bytes;
   }
-  Append(header, data, bytes);
-  NoteBlock(header, std::string_view(data, bytes));
+  if (!MakeRoomForHeader(header, kept)) {
+    header.length = LengthReader();  // the text begins anew
+    return bytes;
+  }
+  Append(header, data, kept);
   try {
     if (header.textCallback != nullptr) {
       header.textCallback(header.data.get(), header.textUser);
     }
     header.contentLength = header.length.Read(header.Bytes());
-    return header.isOtherPart ? 0 : bytes;
+    return bytes;
   } catch (...) {
     header.error = std::current_exception();
     return 0;
@@ -255,24 +241,6 @@ std::int32_t HttpStatus(std::string_view headers) {
     return first;
   }
   return StatusAfter(headers, from);
-}
-
-bool IsOtherPart(std::string_view block, std::uint32_t offset) {
-  const std::int32_t status = HttpStatus(block);
-  if (status < 200 || status > 299) {
-    return false;
-  }
-  const std::string text(block);
-  constexpr char name[] = "\nContent-Range:";
-  const char* const range = stristr(text.c_str(), name);
-  if (range == nullptr) {
-    return status == 206;
-  }
-  const std::string_view rest = std::string_view(range).substr(sizeof name - 1);
-  const std::string_view value = rest.substr(0, rest.find('\n'));
-  const std::size_t begin = value.find_first_of("-0123456789");
-  const std::string first = std::to_string(offset) + "-";
-  return begin == std::string_view::npos || value.compare(begin, first.size(), first) != 0;
 }
 
 std::optional<std::string> Credentials(const std::string& user, const std::string& password) {

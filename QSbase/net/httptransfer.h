@@ -21,8 +21,8 @@ namespace qsbase::detail {
 constexpr std::size_t defaultBodyGrowth = 0x200000;
 constexpr std::size_t headerGrowth = 10240;
 
-/// A header text that would be longer ends its transfer. libcurl refuses more than 300 KiB of header lines by itself,
-/// but takes any number of them behind a chunked body.
+/// What makes a header text longer is not kept. libcurl refuses more than 300 KiB of header lines by itself, but takes
+/// any number of them behind a chunked body.
 constexpr std::size_t longestHeaderText = 0x80000;
 
 struct CFree {
@@ -56,10 +56,6 @@ struct TransferSink {
   std::FILE* output = nullptr;
   const TransferSink* headerSink = nullptr;  ///< set in the body's sink
   LengthReader length;                       ///< of the header text
-  bool inHeaderBlock = false;                ///< of the header text: a status line came, its empty line did not
-  std::size_t headerBlock = 0;               ///< where the last status line begins
-  std::uint32_t resumeFrom = 0;              ///< what the answer is to begin with, 0: anything
-  bool isOtherPart = false;                  ///< it begins with something else; the transfer ends then
   std::int32_t contentLength = 0;            ///< last announced length, 0 if none
   std::int64_t firstData = 0;                ///< seconds since the epoch, 0 before the first data
   std::int64_t lastLine = 0;
@@ -90,10 +86,6 @@ std::int32_t AnnouncedLength(const std::string& headers);
 
 /// The status of the first status line, or of the next one when the first is 100; 0 if there is none.
 std::int32_t HttpStatus(std::string_view headers);
-
-/// Whether a block of headers (2xx) comes with another part of the file than the one from `offset` on, or does not tell
-/// which. libcurl takes some of those for the right one, and others for one that was there already.
-bool IsOtherPart(std::string_view block, std::uint32_t offset);
 
 /// user, or user ":" password when there is a password; nothing when it does not fit the limit.
 std::optional<std::string> Credentials(const std::string& user, const std::string& password);

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <optional>
 
 #include "interrupt.h"
 #include "streamos.h"
@@ -21,6 +22,7 @@ namespace qs {
 namespace {
 
 constexpr int kPartialFile = 18;
+constexpr int kPartialContent = 206;
 constexpr int kRangeError = 33;
 constexpr unsigned int kInfo = 0x10000000;
 constexpr int kHeaderLogLevel = 4;
@@ -33,6 +35,16 @@ struct Watch {
   std::uint64_t offset = 0;
   std::string errorText;
   std::size_t headerSeen = 0;  // bytes of the header text that were looked at
+  std::string block;           // the last of its blocks so far
+};
+
+// More than libcurl takes for headers: lines behind a chunked body, of which it takes, and holds, any number.
+constexpr std::size_t kLongestHeaders = 400000;
+
+// Thrown through the library, which hands on nothing more of the answer then.
+struct Refusal {
+  const char* reason;
+  bool again;  // all of the file may be had
 };
 
 std::uint64_t NumberAfter(const std::string& text, const char* what) {
@@ -44,11 +56,59 @@ std::uint64_t NumberAfter(const std::string& text, const char* what) {
   return number > 0 ? static_cast<std::uint64_t>(number) : 0;
 }
 
+// The status of the last header block.
+int LastStatus(const std::string& headers) {
+  int status = 0;
+  for (LineReader lines(headers); lines.Next();) {
+    const std::size_t blank = lines.Line().find(' ');
+    if (StartsWith(lines.Line(), "HTTP/") && blank != std::string_view::npos) {
+      status = AsciiToInt(std::string(lines.Line().substr(blank)).c_str());
+    }
+  }
+  return status;
+}
+
+// The value of the first "Content-Range", if there is one.
+std::optional<std::string> ContentRange(const std::string& headers) {
+  constexpr char name[] = "\nContent-Range:";
+  const char* const found = stristr(headers.c_str(), name);
+  if (found == nullptr) {
+    return std::nullopt;
+  }
+  const std::string_view value(found + sizeof name - 1);
+  return std::string(value.substr(0, value.find_first_of("\r\n")));
+}
+
+// Whether 2xx comes with another part of the file than the one from `offset` on, or does not tell which. libcurl takes
+// some of those for the right one, and others for one that was there already.
+bool IsOtherPart(const std::string& block, std::uint64_t offset) {
+  const int status = LastStatus(block);
+  if (status < 200 || status > 299) {
+    return false;
+  }
+  const std::optional<std::string> range = ContentRange(block);
+  if (!range.has_value()) {
+    return status == kPartialContent;
+  }
+  const std::size_t begin = range->find_first_of("-0123456789");
+  return begin == std::string::npos || !StartsWith(range->substr(begin), std::to_string(offset) + "-");
+}
+
 // Only what is new: looking at all of it for every line would take a hostile header's length squared.
 void NoteHeader(const std::string& lines, Watch& watch) {
   watch.headerSeen += lines.size();
   const std::uint64_t length = watch.total == 0 ? NumberAfter(lines, "Content-Length: ") : 0;
   watch.total += length > 0 ? length + watch.offset : 0;
+  if (StartsWith(lines, "HTTP/")) {
+    watch.block.clear();
+  }
+  watch.block += lines;
+  if (watch.offset > 0 && (lines == "\r\n" || lines == "\n") && IsOtherPart(watch.block, watch.offset)) {
+    throw Refusal{"the server sent a part that was not asked for", true};
+  }
+  if (watch.headerSeen > kLongestHeaders) {
+    throw Refusal{"the server sent header lines without end", false};
+  }
 }
 
 // The library hands over status lines ("D ..."), the header text so far, and at the end the reason of a failure.
@@ -70,32 +130,23 @@ bool ShallAbort(void* user) {
   return Interrupted();
 }
 
-// The status of the last header block: a transfer that was cut off in its body reports none itself.
+// A transfer that was cut off in its body reports no status itself.
 int StatusOf(const QsInetHttpResponse& response) {
-  if (response.httpCode != 0) {
-    return response.httpCode;
+  return response.httpCode != 0 ? response.httpCode : LastStatus(response.headers);
+}
+
+// Whether an empty line ends the last header block: libcurl takes what ends in front of it for a whole answer. What
+// follows it are lines behind a chunked body.
+bool HasWholeHeaders(const std::string& headers) {
+  bool isWhole = false;
+  for (LineReader lines(headers); lines.Next();) {
+    isWhole = lines.Line().empty() || (isWhole && !StartsWith(lines.Line(), "HTTP/"));
   }
-  int status = 0;
-  for (LineReader lines(response.headers); lines.Next();) {
-    const std::size_t blank = lines.Line().find(' ');
-    if (StartsWith(lines.Line(), "HTTP/") && blank != std::string_view::npos) {
-      status = AsciiToInt(std::string(lines.Line().substr(blank)).c_str());
-    }
-  }
-  return status;
+  return isWhole;
 }
 
 // The whole length in "Content-Range: bytes 5-9/10" or "bytes */10", 0 when it is unknown.
-std::uint64_t TotalOf(const std::string& headers) {
-  const char* range = stristr(headers.c_str(), "Content-Range:");
-  if (range == nullptr) {
-    return 0;
-  }
-  const std::string line(range, std::string_view(range).find_first_of("\r\n") == std::string_view::npos
-                                    ? std::char_traits<char>::length(range)
-                                    : std::string_view(range).find_first_of("\r\n"));
-  return NumberAfter(line, "/");
-}
+std::uint64_t TotalOf(const std::string& headers) { return NumberAfter(ContentRange(headers).value_or(""), "/"); }
 
 std::string OneLine(const std::string& headers) {
   std::string line;
@@ -236,8 +287,15 @@ std::string Download::RunOnce(const std::string& url, const TransferOptions& opt
   request.resume = have > 0;
   request.resumeFrom = static_cast<std::uint32_t>(have);
   QsInetHttpResponse response;
-  Watch watch{&progress, Stream(), 0, static_cast<std::uint64_t>(have), {}, 0};
-  const bool performed = QsInetHttp(request, response, &NoteText, &watch, &ShallAbort, &watch, 0);
+  Watch watch{&progress, Stream(), 0, static_cast<std::uint64_t>(have), {}, 0, {}};
+  bool performed = false;
+  try {
+    performed = QsInetHttp(request, response, &NoteText, &watch, &ShallAbort, &watch, 0);
+  } catch (const Refusal& refusal) {
+    again = refusal.again;
+    _keep = have > 0;
+    return refusal.reason;
+  }
   if (QsGetLogLevel() >= kHeaderLogLevel) {
     QsLogMsg(kInfo | kHeaderLogLevel, "Response of " + DisplayUrl(url) + ": " + OneLine(response.headers));
   }
@@ -265,10 +323,10 @@ std::string Download::RunOnce(const std::string& url, const TransferOptions& opt
     again = have > 0;
     return "the server does not serve the rest of the file";
   }
-  if (response.curlCode == kPartialFile) {
+  if (response.curlCode == kPartialFile || !HasWholeHeaders(response.headers)) {
     return "the connection ended before the whole file was there";
   }
-  if (status == 206 && (have == 0 || (total > 0 && total != static_cast<std::uint64_t>(Size())))) {
+  if (status == kPartialContent && (have == 0 || (total > 0 && total != static_cast<std::uint64_t>(Size())))) {
     again = have > 0;
     _keep = false;
     return "the server sent a part that was not asked for";
