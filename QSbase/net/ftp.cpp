@@ -87,12 +87,12 @@ class Transfer {
  public:
   Transfer(CURL* handle, CURLM* multi) : _handle(handle), _multi(multi) {
     _reply.growthStep = headerGrowth;
-    _body.growthStep = defaultBodyGrowth;
+    _listing.body.growthStep = defaultBodyGrowth;
     Set(CURLOPT_ERRORBUFFER, static_cast<char*>(_errorBuffer));
     Set(CURLOPT_HEADERFUNCTION, &ReceiveHeader);
     Set(CURLOPT_HEADERDATA, static_cast<void*>(&_reply));
     Set(CURLOPT_WRITEFUNCTION, &TakeListing);
-    Set(CURLOPT_WRITEDATA, static_cast<void*>(&_body));
+    Set(CURLOPT_WRITEDATA, static_cast<void*>(&_listing));
     Set(CURLOPT_LOW_SPEED_TIME, ftpStallSeconds.load());
     Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, ftpStallSeconds.load());  // for one whole reply
   }
@@ -131,14 +131,14 @@ class Transfer {
     return _errorBuffer[0] != '\0' ? _errorBuffer : curl_easy_strerror(_result);
   }
   std::string_view Reply() const { return _reply.Bytes(); }
-  std::string_view Body() const { return _body.Bytes(); }
+  std::string_view Body() const { return _listing.body.Bytes(); }
 
  private:
   const SigpipeGuard _sigpipe;
   CURL* const _handle;
   CURLM* const _multi;
   TransferSink _reply;
-  TransferSink _body;
+  Listing _listing;
   char _errorBuffer[CURL_ERROR_SIZE] = {};
   CURLcode _result = CURLE_OK;
   bool _done = false;

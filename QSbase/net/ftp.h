@@ -116,7 +116,7 @@ class QSBASE_API QsFTP {
   /// An object that has uploaded lists no more (kept: what a transfer tells libcurl to do stays told): List is refused
   /// with libcurl's "Uploading to a URL without a file name". Use another QsFTP, or QsFTPList.
   ///
-  /// A listing of more than 64 MiB fails.
+  /// A listing of more than 256 MiB or 10,000,000 names fails.
   ///
   /// \param dir        directory below the server's; it is escaped, its "/" too. Empty means the server's directory.
   /// \param lines      replaced by one name per entry, also by those that came before a failure (the last of them may

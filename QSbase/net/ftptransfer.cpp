@@ -1,11 +1,9 @@
 #include <QSbase/net/ftptransfer.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include <curl/curl.h>
-
-#include <QSbase/net/httptransfer.h>
-#include <QSbase/text/qsstring.h>
 
 namespace qsbase::detail {
 
@@ -20,19 +18,24 @@ std::size_t ReadStream(char* buffer, std::size_t size, std::size_t count, void* 
   return std::ferror(file) != 0 ? CURL_READFUNC_ABORT : bytes;
 }
 
-std::size_t TakeListing(char* data, std::size_t size, std::size_t count, void* sink) noexcept {
-  const TransferSink& listing = *static_cast<const TransferSink*>(sink);
-  return listing.held + size * count > longestListing ? 0 : ReceiveBody(data, size, count, sink);
+std::size_t TakeListing(char* data, std::size_t size, std::size_t count, void* listing) noexcept {
+  Listing& taken = *static_cast<Listing*>(listing);
+  const std::size_t bytes = size * count;
+  taken.names += static_cast<std::uint64_t>(std::count(data, data + bytes, '\n'));
+  const bool fits = taken.body.held + bytes <= longestListing && taken.names <= mostNames;
+  return fits ? ReceiveBody(data, size, count, &taken.body) : 0;
 }
 
 void SplitListing(std::string_view listing, std::vector<std::string>& names) {
-  SplitString(std::string(listing), "\n", names, false);
-  for (std::string& name : names) {
-    if (!name.empty() && name.back() == '\r') {
-      name.pop_back();
+  names.clear();
+  while (!listing.empty()) {
+    const std::size_t end = std::min(listing.find('\n'), listing.size());
+    const bool hasReturn = end > 0 && listing[end - 1] == '\r';
+    if (const std::string_view name = listing.substr(0, end - (hasReturn ? 1 : 0)); !name.empty()) {
+      names.emplace_back(name);
     }
+    listing.remove_prefix(std::min(end + 1, listing.size()));
   }
-  std::erase(names, std::string());
 }
 
 }  // namespace qsbase::detail

@@ -10,17 +10,26 @@
 #include <string_view>
 #include <vector>
 
+#include <QSbase/net/httptransfer.h>
+
 namespace qsbase::detail {
 
 /// A transfer in which nothing moves for so many seconds fails, and one whose server takes longer for a reply. Tests
 /// set it, between transfers.
 extern constinit std::atomic<long> ftpStallSeconds;
 
-/// A listing that is longer fails: a server could send names until the memory is full.
-constexpr std::uint64_t longestListing = 0x4000000;
+/// A listing that is longer fails, as one does of more names: a server could send them until the memory is full. A
+/// million names of 255 bytes have room.
+constexpr std::uint64_t longestListing = 0x10000000;
+constexpr std::uint64_t mostNames = 10000000;
 
-/// libcurl's write function of a listing; sink is a TransferSink*.
-std::size_t TakeListing(char* data, std::size_t size, std::size_t count, void* sink) noexcept;
+struct Listing {
+  TransferSink body;
+  std::uint64_t names = 0;
+};
+
+/// libcurl's write function of a listing; listing is a Listing*.
+std::size_t TakeListing(char* data, std::size_t size, std::size_t count, void* listing) noexcept;
 
 /// libcurl's read function; stream is a std::FILE*. A stream that fails, or is null, aborts the transfer: a file that
 /// was read in part must not pass for a whole one.

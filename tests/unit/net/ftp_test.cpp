@@ -96,18 +96,22 @@ class FtpTest : public ::testing::Test {
 
 TEST(FtpListing, IsTakenUpToItsLimit) {
   using namespace qsbase::detail;
-  TransferSink sink;
+  Listing listing;
   std::string bytes(16, 'x');
-  EXPECT_EQ(TakeListing(bytes.data(), 1, bytes.size(), &sink), bytes.size());
-  EXPECT_EQ(sink.Bytes(), bytes);
-  const qsbase::testing::TempDir dir;
-  sink.output = std::fopen((dir / "out").c_str(), "wb");  // counts, and keeps nothing in memory
-  ASSERT_NE(sink.output, nullptr);
-  sink.held = longestListing - 8;
-  EXPECT_EQ(TakeListing(bytes.data(), 1, 9, &sink), 0u);
-  EXPECT_EQ(TakeListing(bytes.data(), 2, 4, &sink), 8u);
-  EXPECT_EQ(TakeListing(bytes.data(), 1, 1, &sink), 0u);
-  std::fclose(sink.output);
+  EXPECT_EQ(TakeListing(bytes.data(), 1, bytes.size(), &listing), bytes.size());
+  EXPECT_EQ(listing.body.Bytes(), bytes);
+  listing.body.output = std::tmpfile();  // counts, and keeps nothing
+  ASSERT_NE(listing.body.output, nullptr);
+  listing.body.held = longestListing - 8;
+  EXPECT_EQ(TakeListing(bytes.data(), 1, 9, &listing), 0u);
+  EXPECT_EQ(TakeListing(bytes.data(), 2, 4, &listing), 8u);
+  EXPECT_EQ(TakeListing(bytes.data(), 1, 1, &listing), 0u);
+  listing.body.held = 0;
+  listing.names = mostNames - 2;
+  bytes = "a\nb\nc";
+  EXPECT_EQ(TakeListing(bytes.data(), 1, 5, &listing), 5u);
+  EXPECT_EQ(TakeListing(bytes.data(), 1, 2, &listing), 0u) << "one name too many";
+  std::fclose(listing.body.output);
 }
 
 TEST(FtpUrl, OfServers) {
