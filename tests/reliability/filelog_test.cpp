@@ -48,7 +48,7 @@ const std::string kSecond = "second";
 std::vector<Blow> LogBlows() {
   std::vector<Blow> blows = kFileBlows;
   for (Blow& blow : blows) {
-    blow.noticeable = blow.noticeable || (blow.kind == FaultKind::Write && blow.error == EINTR);
+    blow.noticeable = blow.noticeable || (blow.kind == FaultKind::Write && blow.error == qsbase::testing::kInterrupted);
   }
   return blows;
 }

@@ -53,10 +53,22 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::IsSubsetOf;
 using ::testing::IsSupersetOf;
+using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
 const std::string kOld = "old content " + Noise(70000);
 const std::string kNew = "new content " + Noise(90000);
+
+// What a text stream gives of the bytes: on Windows line feeds alone, up to the character that ends a text.
+std::string AsText(std::string bytes) {
+#ifdef _WIN32
+  for (std::size_t end = bytes.find("\r\n"); end != std::string::npos; end = bytes.find("\r\n", end)) {
+    bytes.erase(end, 1);
+  }
+  bytes.resize(std::min(bytes.find('\x1A'), bytes.size()));
+#endif
+  return bytes;
+}
 
 bool IsPrefix(const std::string& part, const std::string& whole) { return whole.compare(0, part.size(), part) == 0; }
 
@@ -188,7 +200,8 @@ TEST_F(FileFaults, ReadingIntoABufferGivesTheWholeFileOrACode) {
           } else if (binary) {
             EXPECT_EQ(std::string(outcome.result->buffer.get(), 60000), kOld.substr(0, 60000));
           } else {
-            EXPECT_EQ(std::string(outcome.result->buffer.get(), 1000), kOld.substr(0, 1000));
+            const std::string text = AsText(kOld.substr(0, 1000));
+            EXPECT_EQ(std::string(outcome.result->buffer.get(), text.size()), text);
           }
         });
   }
@@ -326,8 +339,8 @@ TEST_F(FileFaults, SavingWithALineBreakThrowsWhatItsTextSays) {
         EXPECT_TRUE(outcome.result ? content == kNew + "\r\n" : IsPrefix(content, kNew + "\r\n"));
         if (!outcome.result) {
           EXPECT_THAT(outcome.thrown,
-                      ::testing::ContainsRegex("^Cannot (create directory: |save to file:|save complete "
-                                               "filecontents:)|^std::bad_alloc"));
+                      AnyOf(StartsWith("Cannot create directory: "), StartsWith("Cannot save to file:"),
+                            StartsWith("Cannot save complete filecontents:"), StartsWith("std::bad_alloc")));
         }
       });
 }
@@ -569,6 +582,7 @@ TEST_F(FileFaults, FoldersAreMadeAndRenamedAndRemoved) {
 
 // ---- deleting ----
 
+#ifndef _WIN32
 TEST_F(FileFaults, DeletingCountsWhatIsGone) {
   Sweep(
       "QsDeleteFiles",
@@ -667,6 +681,7 @@ TEST_F(FileFaults, DeletingALinkToAFolderLeavesTheFolder) {
         EXPECT_EQ(Names().size(), Succeeded(outcome) ? 0U : 1U);
       });
 }
+#endif
 
 TEST_F(FileFaults, ListsHoldNothingThatIsNotThere) {
   Sweep(
@@ -743,8 +758,9 @@ TEST_F(FileFaults, TimesAndRightsAndSizesAreRightOrMissing) {
 
 // ---- open files ----
 
+#ifndef _WIN32
 // The C library makes no call again that a signal interrupted, and says so (no file on a disk lets one be interrupted).
-bool IsInterruption(const Fault& fault) { return fault.error == EINTR; }
+bool IsInterruption(const Fault& fault) { return fault.error == qsbase::testing::kInterrupted; }
 
 TEST_F(FileFaults, AStreamSaysWhenWhatItWroteIsNotThere) {
   Sweep(
@@ -834,7 +850,7 @@ TEST_F(FileFaults, AMappedFileShowsTheFileOrThrows) {
         ExpectSuccessUnlessAllowed(outcome);
         EXPECT_NE(outcome.result, false);
         if (!outcome.result && !LacksMemory(outcome.fault)) {
-          EXPECT_THAT(outcome.thrown, ::testing::StartsWith("Unable to "));
+          EXPECT_THAT(outcome.thrown, StartsWith("Unable to "));
         }
       });
 }
@@ -861,5 +877,6 @@ TEST_F(FileFaults, ASharedFileReadsWhatIsThereOrFails) {
         }
       });
 }
+#endif
 
 }  // namespace

@@ -57,7 +57,7 @@ std::vector<Blow> WritingBlows() {
   std::vector<Blow> blows = kFileBlows;
   std::erase_if(blows, [](const Blow& blow) { return blow.kind == FaultKind::Allocate; });
   for (Blow& blow : blows) {
-    blow.noticeable = blow.noticeable || blow.error == EINTR;
+    blow.noticeable = blow.noticeable || blow.error == qsbase::testing::kInterrupted;
   }
   return blows;
 }

@@ -38,12 +38,14 @@ inline constexpr int kDeviceError = ERROR_IO_DEVICE;
 inline constexpr int kDenied = ERROR_ACCESS_DENIED;
 inline constexpr int kTooManyOpen = ERROR_TOO_MANY_OPEN_FILES;
 inline constexpr int kNoMemory = ERROR_NOT_ENOUGH_MEMORY;
+inline constexpr int kInterrupted = -2;  // nothing is there
 #else
 inline constexpr int kNoSpace = ENOSPC;
 inline constexpr int kDeviceError = EIO;
 inline constexpr int kDenied = EACCES;
 inline constexpr int kTooManyOpen = EMFILE;
 inline constexpr int kNoMemory = ENOMEM;
+inline constexpr int kInterrupted = EINTR;
 #endif
 
 /// One way to fail. What nobody may notice must be made good: the call be made again, or the rest be asked for.
@@ -195,7 +197,7 @@ class Trial {
     Step({.kind = FaultKind::Open, .first = 0}, false);  // what a process makes once is made here
     for (const Blow& blow : blows) {
       SweepWith(blow, 1);
-      if (blow.error != EINTR) {
+      if (blow.error != kInterrupted) {
         SweepWith(blow, kForever);
       }
     }
