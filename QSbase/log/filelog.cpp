@@ -107,6 +107,7 @@ class LogFile {
 
   bool IsConfigured() const;
   void Rotate();
+  bool IsRotationDue();
   bool IsFull();
   bool MustAskSize();
   void Open();
@@ -138,11 +139,11 @@ void LogFile::Write(char* line, std::size_t length, bool mayRotate) {
   if (!IsConfigured()) {
     return;
   }
-  if (_rotatePending && mayRotate) {
+  if (IsRotationDue() && mayRotate) {
     Rotate();
   }
-  if (!_file.IsOpen()) {
-    Open();  // a rotation that found no descriptor or no memory must not be the end of the log
+  if (_ended && !_file.IsOpen()) {
+    Open();
   }
   if (!_file.IsOpen()) {
     return;
@@ -177,6 +178,9 @@ bool LogFile::MustAskSize() {
   }
   return QsGetLogLevel() == 0 && std::chrono::steady_clock::now() - _asked >= kAskPeriod;
 }
+
+/// Also after one that found no descriptor or no memory for the new file: it must not be the end of the log.
+bool LogFile::IsRotationDue() { return _rotatePending || (!_ended && !_file.IsOpen()); }
 
 bool LogFile::IsFull() {
   if (MustAskSize()) {
