@@ -349,6 +349,9 @@ TEST_F(FileFaults, SavingWithALineBreakThrowsWhatItsTextSays) {
 void ExpectAtomic(const Outcome<bool>& outcome, const TempDir& dir, const std::string& before) {
   ExpectSuccessUnlessAllowed(outcome);
   ExpectReason(outcome);
+  if (outcome.allowed && outcome.fault.kind == FaultKind::Flush && outcome.fault.first == 1) {
+    EXPECT_FALSE(Succeeded(outcome)) << "though the content may not be on the disk";
+  }
   std::vector<std::string> strays;
   for (const std::string& name : NamesIn(dir.Path())) {
     if (name != "file") {
