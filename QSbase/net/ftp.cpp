@@ -119,6 +119,9 @@ class Transfer {
     if (_result == CURLE_OK) {
       _result = Drive(_multi, _handle);
     }
+    if (HadLeft()) {
+      _result = Drive(_multi, _handle);  // over a new connection
+    }
     _done = _result == CURLE_OK;
     return _done;
   }
@@ -134,6 +137,13 @@ class Transfer {
   std::string_view Body() const { return _listing.body.Bytes(); }
 
  private:
+  // Whether the server's farewell (RFC 959: 421) to the connection of an earlier transfer was all that came.
+  bool HadLeft() const {
+    long connects = 1;
+    return _result == CURLE_OPERATION_TIMEDOUT && Reply().starts_with("421") &&
+           curl_easy_getinfo(_handle, CURLINFO_NUM_CONNECTS, &connects) == CURLE_OK && connects == 0;
+  }
+
   const SigpipeGuard _sigpipe;
   CURL* const _handle;
   CURLM* const _multi;

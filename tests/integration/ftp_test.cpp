@@ -752,6 +752,28 @@ TEST_F(FtpPeerTest, GiantListingsAreTaken) {
   EXPECT_EQ(got.lines[500000].size(), std::size_t{5 << 20});
 }
 
+// However late the farewell is seen: here it comes as the reply to the first command.
+TEST_F(FtpPeerTest, AFarewellInThePlaceOfTheFirstReplyMakesTheConnectionAnew) {
+  Serve(FirstOnly([](FtpConnection& client) {
+    if (client.ServeUntil("STOR")) {
+      client.Say("150 Send it");
+      client.Data().WaitForClose();
+      client.Say("226 Stored");
+      client.Hear();
+      client.Say("421 Too idle");
+    }
+  }));
+  QsFTP ftp(server->Login(), nullptr);
+  EXPECT_THAT(Upload(ftp, dir.Write("f", "first")), Succeeds());
+  EXPECT_THAT(Upload(ftp, dir.Write("f", "second")), Succeeds());
+}
+
+TEST_F(FtpPeerTest, AFarewellToANewConnectionIsAFailure) {
+  Serve([](FtpConnection& client) { client.Say("421 Not today"); });
+  QsFTP ftp(server->Login(), nullptr);
+  EXPECT_FALSE(Upload(ftp, dir.Write("f", "first")).done);
+}
+
 TEST_F(FtpPeerTest, AConnectionThatWentMeanwhileIsMadeAnew) {
   Serve(FirstOnly([](FtpConnection& client) {
     if (client.ServeUntil("STOR")) {
