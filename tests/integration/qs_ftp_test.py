@@ -219,7 +219,7 @@ class ScriptedPeer(FtpCase):
         self.assertEqual(peer.stored, {})
 
     def test_an_endless_listing(self):
-        peer = self.peer(listing=b"a name of a usual length\r\n" * 3_000_000)
+        peer = self.peer(listing=b"n\r\n" * 10_500_000)
         result = qs("ls", peer.url())
         self.assertEqual(result.returncode, 1)
         self.assertIn(b"Failure writing output to destination", result.stderr)
