@@ -10,8 +10,8 @@
 namespace qs {
 
 /// A structured field such as Content-Type: its value in lower case, and its parameters by lower-case name.
-/// Continuations ("name*0", "name*1") are joined and extended values ("name*=utf-8''...") decoded (RFC 2231). Parameters
-/// beyond the first 4000 are left out.
+/// Continuations ("name*0", "name*1") are joined and extended values ("name*=utf-8''...") decoded (RFC 2231).
+/// Parameters beyond the first 4000 are left out.
 struct FieldValue {
   std::string value;
   std::map<std::string, std::string> parameters;
