@@ -22,8 +22,12 @@ std::size_t TakeListing(char* data, std::size_t size, std::size_t count, void* l
   Listing& taken = *static_cast<Listing*>(listing);
   const std::size_t bytes = size * count;
   taken.names += static_cast<std::uint64_t>(std::count(data, data + bytes, '\n'));
-  const bool fits = taken.body.held + bytes <= longestListing && taken.names <= mostNames;
-  return fits ? ReceiveBody(data, size, count, &taken.body) : 0;
+  const std::uint64_t whole = taken.body.held + bytes;
+  if (whole > longestListing || taken.names > mostNames) {
+    return 0;
+  }
+  const std::size_t received = ReceiveBody(data, size, count, &taken.body);
+  return taken.body.held == whole ? received : 0;  // without memory it goes on with nothing, which is no listing
 }
 
 void SplitListing(std::string_view listing, std::vector<std::string>& names) {

@@ -397,8 +397,7 @@ TEST_F(FtpFaults, AListingIsWholeOrReported) {
       },
       [](const Outcome<Sent>& outcome) {
         ExpectReport(outcome);
-        // A listing that finds no memory is let go, as a body is.
-        if (outcome.result && outcome.result->done && outcome.fault.kind != FaultKind::Allocate) {
+        if (outcome.result && outcome.result->done) {
           EXPECT_THAT(outcome.result->names, ElementsAre("one", "two", "three"));
         }
       })

@@ -114,6 +114,17 @@ TEST(FtpListing, IsTakenUpToItsLimit) {
   std::fclose(listing.body.output);
 }
 
+TEST(FtpListing, IsRefusedWhereThereIsNoMemory) {
+  using namespace qsbase::detail;
+  Listing listing;
+  std::string bytes = "a\nb\n";
+  listing.body.growthStep = 16;
+  EXPECT_EQ(TakeListing(bytes.data(), 1, bytes.size(), &listing), bytes.size());
+  listing.body.capacity = bytes.size();
+  listing.body.reallocate = [](void*, std::size_t) -> void* { return nullptr; };
+  EXPECT_EQ(TakeListing(bytes.data(), 1, bytes.size(), &listing), 0u);
+}
+
 TEST(FtpUrl, OfServers) {
   const struct {
     const char* host;
