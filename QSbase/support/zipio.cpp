@@ -9,6 +9,7 @@
 #include <exception>
 #include <new>
 #include <optional>
+#include <utility>
 
 #include <QSbase/lasterrorguard.h>
 #include <QSbase/support/filedetail.h>
@@ -234,10 +235,10 @@ class ZipArchive::Output {
   }
 
   bool Close() {
-    std::FILE* const stream = _stream;
-    _stream = nullptr;
-    if (stream != nullptr && std::fclose(stream) != 0) {
-      _failed = true;
+    if (std::FILE* const stream = std::exchange(_stream, nullptr); stream != nullptr) {
+      // Not every C library tells at the closing what it could not write then, or when it moved before.
+      const bool written = std::fflush(stream) == 0 && std::ferror(stream) == 0;
+      _failed = std::fclose(stream) != 0 || !written || _failed;
     }
     return !_failed;
   }
