@@ -17,13 +17,11 @@ constexpr double kMostGrowthOfTime = 24;  // the geometric middle of linear and 
 constexpr std::clock_t kWorthALook = CLOCKS_PER_SEC / 100;
 constexpr int kMeasurements = 5;
 
-// Of one input in so many, libFuzzer's speed has to last for the rest.
-constexpr std::uint64_t kRepeatedShare = 1000;
-
 bool IsRepeated([[maybe_unused]] std::string_view text) {
 #ifdef QSBASE_FUZZ_REPLAY
   return true;
 #else
+  constexpr std::uint64_t kRepeatedShare = 1000;  // libFuzzer's speed has to last for the rest
   std::uint64_t hash = 0xcbf29ce484222325;  // FNV-1a: the same inputs in every run
   for (const char c : text) {
     hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;

@@ -280,7 +280,7 @@ TEST_F(PeersFtp, AnEndAtEveryByteOfAListing) {
 
 // What came is made names of.
 TEST_F(PeersFtp, AnEndlessListingIsRefused) {
-  for (const std::size_t length : {1, 255}) {
+  for (const std::size_t length : {1U, 255U}) {
     const std::string line = std::string(length, 'x') + "\r\n";
     const Met met = Meet(
         "endless listing, names of " + std::to_string(length),
