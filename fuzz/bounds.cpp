@@ -22,7 +22,7 @@ bool IsRepeated([[maybe_unused]] std::string_view text) {
   return true;
 #else
   constexpr std::uint64_t kRepeatedShare = 1000;  // libFuzzer's speed has to last for the rest
-  std::uint64_t hash = 0xcbf29ce484222325;  // FNV-1a: the same inputs in every run
+  std::uint64_t hash = 0xcbf29ce484222325;        // FNV-1a: the same inputs in every run
   for (const char c : text) {
     hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
   }
