@@ -277,8 +277,10 @@ void CompressAndUncompress(const std::string& text) {
   const auto size = static_cast<unsigned long>(text.size());
   fuzz::Demand(QsUncompress(again, size, packed) == 0 ? "" : "QsUncompress");
   fuzz::DemandEqual(text, again, "zlib");
-  fuzz::Demand(text.empty() || QsUncompress(again, size - 1, packed) == -5 ? "" : "a buffer that is too small");
-  fuzz::Demand(again.size() < text.size() || text.empty() ? "" : "more than the buffer holds");
+  if (text.size() > 1) {  // zlib has a byte of its own for no room at all
+    fuzz::Demand(QsUncompress(again, size - 1, packed) == -5 ? "" : "a buffer that is too small");
+    fuzz::Demand(again.size() < text.size() ? "" : "more than the buffer holds");
+  }
   packed += text;  // what follows is left alone
   std::vector<unsigned char> room(text.size() + 1);
   auto produced = static_cast<unsigned long>(room.size());
