@@ -45,6 +45,9 @@ constexpr unsigned kDefaultPermissions = 0666;
 /// Null on failure.
 std::FILE* OsOpenStream(const std::string& path, const char* mode);
 
+/// Closes a C stream: fclose's result, EOF also where the C library forgets what it could not write then.
+int OsCloseStream(std::FILE* stream);
+
 /// The position of a C stream in bytes from the start; -1 on failure. Not ftell's, which wraps where `long` has 32
 /// bits.
 std::int64_t OsTell(std::FILE* stream);

@@ -58,7 +58,7 @@ bool QsFile::Reset(const char* name) { return Open(name, "w") && Close() == 0; }
 int QsFile::Close() {
   std::FILE* const stream = _stream;
   _stream = nullptr;
-  const int result = stream == nullptr ? 0 : std::fclose(stream);
+  const int result = stream == nullptr ? 0 : qsbase::detail::OsCloseStream(stream);
   return Reported(result, result != 0);
 }
 

@@ -170,6 +170,8 @@ std::FILE* OsOpenStream(const std::string& path, const char* mode) {
   return stream;
 }
 
+int OsCloseStream(std::FILE* stream) { return std::fclose(stream); }
+
 std::int64_t OsTell(std::FILE* stream) { return ftello(stream); }
 
 bool OsSeek(std::FILE* stream, std::int64_t offset, int origin) { return fseeko(stream, offset, origin) == 0; }

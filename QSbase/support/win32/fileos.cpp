@@ -213,6 +213,13 @@ std::FILE* OsOpenStream(const std::string& path, const char* mode) {
   return stream;
 }
 
+// Some versions of the C runtime look for errors before they write what the stream holds back.
+int OsCloseStream(std::FILE* stream) {
+  const int written = std::fflush(stream);
+  const int closed = std::fclose(stream);
+  return written != 0 ? written : closed;
+}
+
 std::int64_t OsTell(std::FILE* stream) { return _ftelli64(stream); }
 
 bool OsSeek(std::FILE* stream, std::int64_t offset, int origin) { return _fseeki64(stream, offset, origin) == 0; }

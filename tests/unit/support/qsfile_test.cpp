@@ -21,7 +21,6 @@ namespace {
 
 using qsbase::testing::IsInherited;
 #ifdef _WIN32
-using qsbase::testing::IsWine;
 using qsbase::testing::PipeReader;
 #endif
 using qsbase::testing::kIsADirectory;
@@ -187,9 +186,6 @@ TEST_F(QsFileTest, FlushReportsAFailedWrite) {
 }
 
 TEST_F(QsFileTest, CloseReportsAFailedLastWrite) {
-  if (IsWine()) {
-    GTEST_SKIP() << "Wine's fclose forgets that the last write failed";
-  }
   PipeReader reader("qsbase-test-close");
   QsFile file(reader.Path().c_str(), "wb");
   EXPECT_EQ(file.Write("x", 1, 1), 1u);  // buffered
