@@ -32,7 +32,7 @@ constexpr int kWarmUp = 640;
 
 // The C library keeps the stacks of ended threads. How many there are, and how deep they were used, is another thing in
 // each run: by as much the resident memory may differ without a leak.
-constexpr std::int64_t kStacks = kThreads * (std::int64_t{128} << 10);
+[[maybe_unused]] constexpr std::int64_t kStacks = kThreads * (std::int64_t{128} << 10);
 
 bool AbortAtOnce(void* /*user*/) { return true; }
 
