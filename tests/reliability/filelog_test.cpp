@@ -1,40 +1,29 @@
 // What file logging promises when any call that it makes of the system fails: no earlier line is lost, no line stands
 // in the middle of another, and it goes on when the system does.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <filesystem>
 #include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include <common/platform.h>
 #include <common/tempdir.h>
 
 #include <reliability/common/faults.h>
+#include <reliability/common/rotatinglog.h>
 #include <reliability/common/sweep.h>
-
-#include <QSbase/log/filelog.h>
 
 namespace {
 
-namespace fs = std::filesystem;
 using qsbase::testing::Blow;
 using qsbase::testing::FaultKind;
 using qsbase::testing::kFileBlows;
-using qsbase::testing::NamesIn;
 using qsbase::testing::Outcome;
+using qsbase::testing::RotatingLog;
 using qsbase::testing::TempDir;
 using qsbase::testing::Trial;
 
 constexpr unsigned kInfo = 0x10000000;
-
-bool JustTheText(const MsgEntry& entry, std::string& line) {
-  line = entry.text;
-  return true;
-}
 
 // Fills the file, so that the line behind the next one rotates.
 const std::string kFiller(110000, 'f');
@@ -61,28 +50,21 @@ bool IsNoMatter(const std::string& line) {
 
 class FileLogFaults : public ::testing::Test {
  protected:
-  void Init() {
-    fs::create_directory(_dir / "log");
-    FileLoggingConfig config;
-    config.enabled = true;
-    config.logDirectory = _dir / "log";
-    config.logFileName = "app.log";
-    config.backupDirectory = _dir / "backup";
-    config.maxFileSize = 102400;
-    config.lineFormatter = &JustTheText;
-    InitLogConfig(config, false);
+  FileLogFaults() { _log.Init(); }
+
+  // Rotates, so that the file has just these lines; that they are there shows that the log has recovered.
+  void Prepare() const {
+    QsLogMsg(kInfo, kFiller);
+    QsLogMsg(kInfo, kPrevious);
+    _log.DropBackups();
+    QsLogMsg(kInfo, kBefore);
+    _log.DropBackups();
   }
 
   // How often each line stands in the log and its backups.
   std::map<std::string, int> Lines() const {
     std::map<std::string, int> lines;
-    std::vector<std::string> files = {_dir / "log/app.log"};
-    if (fs::exists(_dir / "backup")) {
-      for (const std::string& name : NamesIn(_dir / "backup")) {
-        files.push_back(_dir / ("backup/" + name));
-      }
-    }
-    for (const std::string& file : files) {
+    for (const std::string& file : _log.Files()) {
       std::istringstream content(TempDir::Read(file));
       for (std::string line; std::getline(content, line);) {
         ++lines[line.substr(0, line.find_last_not_of('\r') + 1)];
@@ -91,12 +73,8 @@ class FileLogFaults : public ::testing::Test {
     return lines;
   }
 
-  void DropBackups() const {
-    std::error_code none;
-    fs::remove_all(_dir / "backup", none);
-  }
-
   TempDir _dir;
+  const RotatingLog _log{_dir};
 };
 
 // Only a part of the filler may stand in the place of a line that could not be written.
@@ -109,17 +87,8 @@ void ExpectWholeLines(const std::map<std::string, int>& lines) {
 }
 
 TEST_F(FileLogFaults, LosesNoEarlierLineAndTearsNoneThroughARotation) {
-  Init();
   Trial(
-      "log through a rotation",
-      [this] {
-        // Rotates, so that the file has just this line; that it is there shows that the log has recovered.
-        QsLogMsg(kInfo, kFiller);
-        QsLogMsg(kInfo, kPrevious);
-        DropBackups();
-        QsLogMsg(kInfo, kBefore);
-        DropBackups();
-      },
+      "log through a rotation", [this] { Prepare(); },
       [] {
         QsLogMsg(kInfo, kFiller);
         QsLogMsg(kInfo, kFirst);
@@ -134,7 +103,7 @@ TEST_F(FileLogFaults, LosesNoEarlierLineAndTearsNoneThroughARotation) {
         EXPECT_TRUE(outcome.thrown.empty() || outcome.fault.kind == FaultKind::Allocate) << outcome.thrown;
         if (!outcome.allowed) {
           EXPECT_EQ(lines.count(kFirst) + lines.count(kSecond) + lines.count(kFiller), 3U);
-          EXPECT_TRUE(fs::exists(_dir / "backup") && NamesIn(_dir / "backup").size() == 1);
+          EXPECT_EQ(_log.Backups().size(), 1U);
         }
       })
       .LeaveLog()
@@ -142,16 +111,8 @@ TEST_F(FileLogFaults, LosesNoEarlierLineAndTearsNoneThroughARotation) {
 }
 
 TEST_F(FileLogFaults, LosesOnlyWhatItCouldNotWrite) {
-  Init();
   Trial(
-      "log of lines",
-      [this] {
-        QsLogMsg(kInfo, kFiller);
-        QsLogMsg(kInfo, kPrevious);
-        DropBackups();
-        QsLogMsg(kInfo, kBefore);
-        DropBackups();
-      },
+      "log of lines", [this] { Prepare(); },
       [] {
         QsLogMsg(kInfo, kFirst);
         QsLogMsg(kInfo, kSecond);

@@ -22,8 +22,9 @@
 #include <common/platform.h>
 #include <common/tempdir.h>
 
+#include <reliability/common/rotatinglog.h>
+
 #include <QSbase/errors.h>
-#include <QSbase/log/filelog.h>
 #include <QSbase/support/bufferedfile.h>
 #include <QSbase/support/cleanup.h>
 #include <QSbase/support/filesupport.h>
@@ -37,6 +38,7 @@ using qsbase::testing::LogCapture;
 using qsbase::testing::NamesIn;
 using qsbase::testing::Noise;
 using qsbase::testing::OpenHandles;
+using qsbase::testing::RotatingLog;
 using qsbase::testing::TempDir;
 
 constexpr const char* kNoMount = "only root can mount a small file system, and not in every container";
@@ -291,25 +293,8 @@ TEST_F(FullSystem, ALimitOfTheSizeLosesNothingThatWasThere) {
 
 // ---- the log ----
 
-bool JustTheText(const MsgEntry& entry, std::string& line) {
-  line = entry.text;
-  return true;
-}
-
 class FullLog : public FullSystem {
  protected:
-  void Init() {
-    fs::create_directory(_dir / "log");
-    FileLoggingConfig config;
-    config.enabled = true;
-    config.logDirectory = _dir / "log";
-    config.logFileName = "app.log";
-    config.backupDirectory = _dir / "backup";
-    config.maxFileSize = 102400;
-    config.lineFormatter = &JustTheText;
-    InitLogConfig(config, false);
-  }
-
   static std::string Line(int number) { return std::to_string(number) + " " + std::string(1000, 'x') + " end"; }
 
   static void Log(int from, int to) {
@@ -322,14 +307,7 @@ class FullLog : public FullSystem {
   // full. Those that are whole.
   std::vector<int> WholeLines() const {
     std::vector<int> numbers;
-    std::vector<std::string> files;
-    if (fs::exists(_dir / "backup")) {
-      for (const std::string& name : NamesIn(_dir / "backup")) {
-        files.push_back(_dir / ("backup/" + name));
-      }
-    }
-    files.push_back(_dir / "log/app.log");
-    for (const std::string& file : files) {
+    for (const std::string& file : _log.Files()) {
       std::istringstream content(TempDir::Read(file));
       for (std::string line; std::getline(content, line);) {
         const int number = std::atoi(line.c_str());
@@ -349,13 +327,15 @@ class FullLog : public FullSystem {
     }
     return numbers;
   }
+
+  const RotatingLog _log{_dir};
 };
 
 TEST_F(FullLog, GoesOnWhereTheDiskWasFull) {
   if (!MountSmall()) {
     GTEST_SKIP() << kNoMount;
   }
-  Init();
+  _log.Init();
   _dir.Write("ballast", std::string(150000, 'b'));
   Log(0, 50);
   EXPECT_EQ(WholeLines(), Range(0, 50));
@@ -371,7 +351,7 @@ TEST_F(FullLog, GoesOnWhereTheDiskWasFull) {
 }
 
 TEST_F(FullLog, GoesOnWhereThereWasNoDescriptor) {
-  Init();
+  _log.Init();
   Log(0, 103);  // it is full: the next line rotates
   {
     const Limit noMore(RLIMIT_NOFILE, 0);
@@ -391,9 +371,9 @@ TEST_F(FullLog, GoesOnWhereTheDiskWasReadOnly) {
   }
   fs::create_directory(_dir / "log");
   ASSERT_TRUE(MountReadOnly());
-  Init();
+  _log.Init();
   Log(0, 10);
-  EXPECT_FALSE(fs::exists(_dir / "log/app.log"));
+  EXPECT_FALSE(fs::exists(_log.Path()));
   ASSERT_EQ(mount("small", _dir.Path().c_str(), "tmpfs", MS_REMOUNT, "size=256k,mode=0777"), 0);
   Log(10, 20);
   EXPECT_EQ(WholeLines(), Range(10, 20));
@@ -401,7 +381,7 @@ TEST_F(FullLog, GoesOnWhereTheDiskWasReadOnly) {
 
 TEST_F(FullLog, KeepsWhatFitsUnderALimitOfTheSize) {
   std::signal(SIGXFSZ, SIG_IGN);
-  Init();
+  _log.Init();
   {
     const Limit limit(RLIMIT_FSIZE, 30000);
     Log(0, 50);

@@ -6,15 +6,14 @@
 #include <filesystem>
 #include <string>
 #include <thread>
-#include <vector>
 
-#include <QSbase/log/filelog.h>
 #include <QSbase/support/bufferedfile.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "common/platform.h"
 #include "common/tempdir.h"
+#include "reliability/common/rotatinglog.h"
 
 namespace {
 
@@ -41,25 +40,10 @@ std::string Tail(const std::string& path, std::size_t count) {
   return bytes;
 }
 
-/// The line as it is.
-bool JustTheText(const MsgEntry& entry, std::string& line) {
-  line = entry.text;
-  return true;
-}
-
-/// A process configures its log once: each test wants a process of its own, as ctest gives it.
 class LargeLog : public ::testing::Test {
  protected:
   LargeLog() {
-    std::filesystem::create_directory(_dir / "log");
-    FileLoggingConfig config;
-    config.enabled = true;
-    config.logDirectory = _dir / "log";
-    config.logFileName = "a.log";
-    config.backupDirectory = _dir / "backup";
-    config.lineFormatter = &JustTheText;
-    config.maxFileSize = 3U << 30U;
-    InitLogConfig(config, false);
+    _log.Init(3U << 30U);
     Log("first");
   }
 
@@ -67,41 +51,35 @@ class LargeLog : public ::testing::Test {
 
   /// As if lines had been written for days. The log asks the system for the size again within 50 microseconds.
   void GrowTo(std::int64_t size) const {
-    Resize(LogPath(), size);
+    Resize(_log.Path(), size);
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
 
-  std::string LogPath() const { return _dir / "log/a.log"; }
-
-  std::vector<std::string> Backups() const {
-    return std::filesystem::exists(_dir / "backup") ? qsbase::testing::NamesIn(_dir / "backup")
-                                                    : std::vector<std::string>();
-  }
-
   TempDir _dir;
+  const qsbase::testing::RotatingLog _log{_dir};
 };
 
 TEST_F(LargeLog, GoesOnBeyond2GiB) {
   GrowTo(2 * kGiB + 100);
   Log("second");
-  EXPECT_EQ(SizeOf(LogPath()), 2 * kGiB + 100 + static_cast<std::int64_t>(("second" + kLineEnd).size()));
-  EXPECT_EQ(Tail(LogPath(), kLineEnd.size() + 7), std::string(1, '\0') + "second" + kLineEnd);
+  EXPECT_EQ(SizeOf(_log.Path()), 2 * kGiB + 100 + static_cast<std::int64_t>(("second" + kLineEnd).size()));
+  EXPECT_EQ(Tail(_log.Path(), kLineEnd.size() + 7), std::string(1, '\0') + "second" + kLineEnd);
   Log("third");
-  EXPECT_THAT(Backups(), ::testing::IsEmpty());
+  EXPECT_THAT(_log.Backups(), ::testing::IsEmpty());
 }
 
 TEST_F(LargeLog, RotatesWhenASizeBeyond2GiBIsReached) {
   GrowTo(3 * kGiB - 1);
   Log("leaves it full");
   Log("finds it full");
-  EXPECT_THAT(Backups(), ::testing::IsEmpty());
+  EXPECT_THAT(_log.Backups(), ::testing::IsEmpty());
   Log("rotates");
-  ASSERT_EQ(Backups().size(), 1U);
+  ASSERT_EQ(_log.Backups().size(), 1U);
   const std::string lines = "leaves it full" + kLineEnd + "finds it full" + kLineEnd;
-  const std::string backup = _dir / ("backup/" + Backups()[0]);
+  const std::string backup = _log.Backups()[0];
   EXPECT_EQ(SizeOf(backup), 3 * kGiB - 1 + static_cast<std::int64_t>(lines.size()));
   EXPECT_EQ(Tail(backup, lines.size()), lines);
-  EXPECT_EQ(TempDir::Read(LogPath()), "rotates" + kLineEnd);
+  EXPECT_EQ(TempDir::Read(_log.Path()), "rotates" + kLineEnd);
 }
 
 TEST(LargeFile, IsWrittenThroughABufferBeyond4GiB) {
