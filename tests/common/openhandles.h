@@ -8,7 +8,7 @@
 #include <iterator>
 #include <vector>
 
-#include <QSbase/lasterrorguard.h>
+#include <QSbase/errors.h>
 
 #ifdef _WIN32
 #include <QSbase/win32/windowsapi.h>
@@ -52,13 +52,14 @@ inline constexpr NativeHandle kHandleStep = 1;
 /// In rising order, while no other thread opens or closes any. The system gives the lowest ones first. Keeps the last
 /// error.
 inline std::vector<NativeHandle> OpenHandles() {
-  const qsbase::detail::LastErrorGuard keep;
+  const int error = QsGetLastError();
   std::vector<NativeHandle> open;
   for (NativeHandle handle = 0; handle < 1024 * kHandleStep; handle += kHandleStep) {
     if (IsOpenHandle(handle)) {
       open.push_back(handle);
     }
   }
+  QsSetLastError(error);
   return open;
 }
 
