@@ -107,7 +107,6 @@ class LogFile {
 
   bool IsConfigured() const;
   void Rotate();
-  bool IsRotationDue();
   bool IsFull();
   bool MustAskSize();
   void Open();
@@ -139,10 +138,9 @@ void LogFile::Write(char* line, std::size_t length, bool mayRotate) {
   if (!IsConfigured()) {
     return;
   }
-  if (IsRotationDue() && mayRotate) {
+  if (_rotatePending && mayRotate) {
     Rotate();
-  }
-  if (_ended && !_file.IsOpen()) {
+  } else if (!_file.IsOpen()) {  // a rotation that found no descriptor for the new file must not be the end of the log
     Open();
   }
   if (!_file.IsOpen()) {
@@ -178,9 +176,6 @@ bool LogFile::MustAskSize() {
   }
   return QsGetLogLevel() == 0 && std::chrono::steady_clock::now() - _asked >= kAskPeriod;
 }
-
-/// Also after one that found no descriptor or no memory for the new file: it must not be the end of the log.
-bool LogFile::IsRotationDue() { return _rotatePending || (!_ended && !_file.IsOpen()); }
 
 bool LogFile::IsFull() {
   if (MustAskSize()) {

@@ -9,11 +9,11 @@
 ///
 /// The file is a text file of the system: each line ends in one "\n", on Windows in one "\r\n". Line feeds and carriage
 /// returns in the text become blanks. At log level 0 a line is flushed at once, at higher levels the stream's buffer
-/// decides. What fails on the way (moving, opening, writing) is swallowed; a file that cannot be opened receives
-/// nothing until the next rotation, which the next line tries. One that cannot be moved (on Windows while another
-/// process holds it open) is written on; while it is full every line tries again. What could not be written (on a full
-/// disk) is lost, and the next line begins a line of its own, behind an empty one if nothing was cut. The file is
-/// closed when the process ends or the library is unloaded; destructors that run later may still log to it.
+/// decides. What fails on the way (moving, opening, writing) is swallowed. A file that cannot be opened receives
+/// nothing until it can be, which each line tries. One that cannot be moved (on Windows while another process holds it
+/// open) is written on; while it is full every line tries again. What could not be written (on a full disk) is lost,
+/// and the next line begins a line of its own, behind an empty one if nothing was cut. The file is closed when the
+/// process ends or the library is unloaded; destructors that run later may still log to it.
 ///
 /// Every function may be called from any thread at any time: one lock serialises the file, so that no line is lost or
 /// torn. Callbacks and formatters run outside it, and what rotation itself logs goes to the new file. A forked child

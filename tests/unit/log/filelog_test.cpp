@@ -534,6 +534,39 @@ TEST_F(FileLog, AFileThatCannotBeOpenedReceivesNothing) {
   EXPECT_FALSE(fs::exists(LogPath()));
 }
 
+TEST_F(FileLog, AFileThatCouldNotBeOpenedReceivesTheFirstLineThatFindsItsFolder) {
+  fs::remove(_dir / "log");
+  InitLogConfig(config, false);
+  Log("lost");
+  Log("lost too");
+  fs::create_directory(_dir / "log");
+  Log("one");
+  Log("two");
+  EXPECT_THAT(LogLines(), ElementsAre("one", "two"));
+  EXPECT_THAT(Backups(), IsEmpty());
+}
+
+// Every line tries that, and would look for old backups and say what a rotation has to say.
+TEST_F(FileLog, AFileThatCannotBeOpenedIsTriedAgainWithoutARotation) {
+  fs::remove(_dir / "log");
+  _dir.Write("log", "a file in the place of the folder");
+  config.maxBackupFiles = 1;
+  InitLogConfig(config, true);
+  testing::internal::CaptureStdout();
+  Log("one");
+  _dir.Write("backup/a", "x");
+  _dir.Write("backup/b", "x");
+  Log("two");
+  Log("three");
+  std::fflush(stdout);
+  EXPECT_THAT(testing::internal::GetCapturedStdout(), ::testing::EndsWith("twothree"));
+  EXPECT_EQ(Backups().size(), 2U) << "not trimmed";
+  fs::remove(_dir / "log");
+  fs::create_directory(_dir / "log");
+  Log("four");
+  EXPECT_THAT(LogLines(), ElementsAre("four"));
+}
+
 TEST_F(FileLog, ADirectoryInThePlaceOfTheFileIsMovedLikeOne) {
   fs::create_directory(LogPath());
   _dir.Write("log/my app.log/inside", "x");
