@@ -49,9 +49,9 @@ bool Prepare(CURL* handle) {
   SetEasyOption(handle, CURLOPT_LOW_SPEED_LIMIT, 1L, first);
   // An empty name switches the proxies of the environment off, an empty exception list those that no_proxy names.
   SetEasyOption(handle, CURLOPT_PROXY, "", first);
+  SetEasyOption(handle, CURLOPT_NOPROXY, "", first);
   // Data goes to no other host than the server's, whatever the reply to PASV says.
   SetEasyOption(handle, CURLOPT_FTP_SKIP_PASV_IP, 1L, first);
-  SetEasyOption(handle, CURLOPT_NOPROXY, "", first);
   return first == CURLE_OK;
 }
 
