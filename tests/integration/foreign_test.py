@@ -17,6 +17,7 @@ import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import unittest
 import zlib
@@ -195,8 +196,10 @@ class Nginx(ForeignTest):
     CONFIG = """user root; daemon off; pid {0}/pid; error_log {0}/error.log;
 events {{}}
 http {{ access_log off; client_body_temp_path {0}/body; proxy_temp_path {0}/proxy; fastcgi_temp_path {0}/fastcgi;
-uwsgi_temp_path {0}/uwsgi; scgi_temp_path {0}/scgi; server {{ listen 127.0.0.1:{1}; listen 127.0.0.1:{3} ssl; ssl_certificate {0}/cert.pem;
-ssl_certificate_key {0}/key.pem; root {2}; }} }}
+uwsgi_temp_path {0}/uwsgi; scgi_temp_path {0}/scgi;
+proxy_buffering off; proxy_buffer_size 64k; proxy_buffers 8 64k; proxy_busy_buffers_size 64k;
+server {{ listen 127.0.0.1:{1}; listen 127.0.0.1:{3} ssl http2; ssl_certificate {0}/cert.pem;
+ssl_certificate_key {0}/key.pem; root {2}; location /behind/ {{ proxy_pass http://127.0.0.1:{4}; }} }} }}
 """
 
     def setUp(self):
@@ -207,7 +210,10 @@ ssl_certificate_key {0}/key.pem; root {2}; }} }}
             plain.bind(("127.0.0.1", 0))
             tls.bind(("127.0.0.1", 0))
             self.port, self.tls_port = plain.getsockname()[1], tls.getsockname()[1]
-        self.file("nginx.conf", self.CONFIG.format(self.folder, self.port, EXAMPLES / "data", self.tls_port).encode())
+        self.behind = socket.create_server(("127.0.0.1", 0))
+        self.addCleanup(self.behind.close)
+        self.file("nginx.conf", self.CONFIG.format(self.folder, self.port, EXAMPLES / "data", self.tls_port,
+                                                   self.behind.getsockname()[1]).encode())
         server = subprocess.Popen(["/usr/sbin/nginx", "-p", str(self.folder), "-c", str(self.folder / "nginx.conf")])
         self.addCleanup(server.wait, 10)
         self.addCleanup(server.terminate)
@@ -237,6 +243,24 @@ ssl_certificate_key {0}/key.pem; root {2}; }} }}
                               capture_output=True, cwd=self.folder, timeout=60, check=False)
         self.assertEqual(done.returncode, 1, done.stderr)
         self.assertRegex(done.stdout, rb"failed: .*\(code 60\)")
+        self.assertEqual(list((self.folder / "out").iterdir()), [])
+
+    def test_an_http2_stream_that_breaks_off(self):
+        """libcurl's reason begins with "HTTP/", as header lines do. One that knows HTTP/1 only says it otherwise."""
+        def answer():
+            with self.behind.accept()[0] as client:
+                client.recv(65536)
+                client.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n" + (b"X-Long: " + b"y" * 100 + b"\r\n") * 300
+                               + b"\r\n" + bytes(50000))
+
+        server = threading.Thread(target=answer)
+        server.start()
+        self.addCleanup(server.join)
+        done = subprocess.run(QS.command("fetch", "-q", "-o", "out", "--ca", self.folder / "cert.pem",
+                                         f"https://localhost:{self.tls_port}/behind/file"),
+                              capture_output=True, cwd=self.folder, timeout=60, check=False)
+        self.assertEqual(done.returncode, 1, done.stderr)
+        self.assertRegex(done.stdout, rb"failed: (HTTP/2 stream [^\n]*\(code 92\)|the connection ended before .*)\r?\n")
         self.assertEqual(list((self.folder / "out").iterdir()), [])
 
 

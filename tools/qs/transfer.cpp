@@ -41,6 +41,8 @@ struct Watch {
 // More than libcurl takes for headers: lines behind a chunked body, of which it takes, and holds, any number.
 constexpr std::size_t kLongestHeaders = 400000;
 
+constexpr char kHeadersLost[] = "not enough memory for the header lines";
+
 // Thrown through the library, which hands on nothing more of the answer then.
 struct Refusal {
   const char* reason;
@@ -111,14 +113,21 @@ void NoteHeader(const std::string& lines, Watch& watch) {
   }
 }
 
-// The library hands over status lines ("D ..."), the header text so far, and at the end the reason of a failure.
+// The library hands over status lines ("D ..."), the header text so far, and at the end the reason of a failure, which
+// may begin with "HTTP/", too, but has no line break. A header line that finds no memory takes those before it along,
+// and the text begins anew.
 void NoteText(const char* text, void* user) {
   Watch& watch = *static_cast<Watch*>(user);
-  if (std::strncmp(text, "HTTP/", 5) == 0) {
-    NoteHeader(text + watch.headerSeen, watch);
-  } else if (std::strncmp(text, "D ", 2) != 0) {
-    watch.errorText = text;
+  const char* const end = std::strchr(text, '\n');
+  if (end == nullptr) {
+    watch.errorText = StartsWith(text, "D ") ? watch.errorText : text;
+    return;
   }
+  const bool isFirstLine = end[1] == '\0';
+  if (!StartsWith(text, "HTTP/") || (isFirstLine && watch.headerSeen > 0)) {
+    throw Refusal{kHeadersLost, false};
+  }
+  NoteHeader(text + watch.headerSeen, watch);
 }
 
 bool ShallAbort(void* user) {
@@ -302,6 +311,10 @@ std::string Download::RunOnce(const std::string& url, const TransferOptions& opt
   const int status = StatusOf(response);
   const std::uint64_t total = TotalOf(response.headers);
   _keep = have > 0 || (status >= 200 && status < 300);
+  if (response.headers.size() != watch.headerSeen || (watch.headerSeen == 0 && Size() != have)) {
+    _keep = false;  // nobody has looked which part it is
+    return kHeadersLost;
+  }
   if (Interrupted()) {
     return "interrupted";
   }
