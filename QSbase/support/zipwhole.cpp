@@ -52,8 +52,22 @@ int GoToNext(const UnzipArchive& archive, std::uint64_t number, std::uint64_t co
   return maybeLast && IsBehindLast(archive) ? UNZ_END_OF_LIST_OF_FILE : result;
 }
 
-// Visits each entry with its number, from 1, and the number of all (at least: see kOpenCount). What the visitor returns
-// other than 0 ends the walk and is its result.
+// How many entries there are. Where the count is open they are counted, as far as they can be found.
+std::uint64_t CountEntries(const UnzipArchive& archive) {
+  unz_global_info64 global{};
+  unzGetGlobalInfo64(archive.Handle(), &global);
+  if (global.number_entry != kOpenCount) {
+    return global.number_entry;
+  }
+  std::uint64_t number = 1;
+  while (GoToNext(archive, number, kOpenCount) == UNZ_OK) {
+    ++number;
+  }
+  unzGoToFirstFile(archive.Handle());
+  return std::max(number, kOpenCount);
+}
+
+// Visits each entry with its number, from 1. What the visitor returns other than 0 ends the walk and is its result.
 template <class Visit>
 int WalkEntries(const UnzipArchive& archive, const std::string& path, const WalkCodes& codes, Visit visit) {
   unz_global_info64 global;
@@ -70,7 +84,7 @@ int WalkEntries(const UnzipArchive& archive, const std::string& path, const Walk
       QsLogMsg(kLogError, "unzGetCurrentFileInfo failed (%d) for %s in %s", result, entry.name.c_str(), path.c_str());
       return codes.noEntry;
     }
-    const int verdict = visit(entry, number, std::max(count, number));
+    const int verdict = visit(entry, number);
     if (verdict != 0) {
       return verdict;
     }
@@ -131,7 +145,7 @@ int Summarize(const std::string& path, const ZipSummary& summary) {
   if (!OpenArchive(archive, path)) {
     return -4;
   }
-  const int result = WalkEntries(archive, path, kListCodes, [&](const ZipEntry& entry, std::uint64_t, std::uint64_t) {
+  const int result = WalkEntries(archive, path, kListCodes, [&](const ZipEntry& entry, std::uint64_t) {
     summary.Add(entry);
     return 0;
   });
@@ -155,21 +169,21 @@ class WholeExtraction {
     if (QsGetLogLevel() >= kVerboseLevel) {
       QsLogMsg(kLogInfo4, "extracting %s to %s", _archivePath.c_str(), _folder.c_str());
     }
-    const int result = WalkEntries(archive, _archivePath, kExtractCodes,
-                                   [&](const ZipEntry& entry, std::uint64_t number, std::uint64_t count) {
-                                     return Visit(archive, entry, number, count);
-                                   });
+    _count = _handler == nullptr ? 0 : CountEntries(archive);
+    const int result =
+        WalkEntries(archive, _archivePath, kExtractCodes,
+                    [&](const ZipEntry& entry, std::uint64_t number) { return Visit(archive, entry, number); });
     CloseArchive(archive, _archivePath);
     return result;
   }
 
  private:
-  int Visit(const UnzipArchive& archive, const ZipEntry& entry, std::uint64_t number, std::uint64_t count) {
+  int Visit(const UnzipArchive& archive, const ZipEntry& entry, std::uint64_t number) {
     const int result = IsDirectoryEntry(entry.name) ? MakeDirectory(entry) : ExtractFile(archive, entry);
     if (result != 0) {
       return result;
     }
-    if (_handler != nullptr && !MayGoOn(number, count)) {
+    if (_handler != nullptr && !MayGoOn(number)) {
       return -8;
     }
     if (_extracted != nullptr) {
@@ -228,16 +242,16 @@ class WholeExtraction {
     return -1;
   }
 
-  bool MayGoOn(std::uint64_t number, std::uint64_t count) const {
+  bool MayGoOn(std::uint64_t number) const {
     constexpr std::uint64_t kReports = 20;
     const bool stops = _handler->IsAborted();
     if (stops && QsGetLogLevel() >= kVerboseLevel) {
       QsLogMsg(kLogInfo4, "File extraction (%s) stopped due to abort signal!", _archivePath.c_str());
     }
-    const std::uint64_t step = count > kReports ? count / kReports : 1;
+    const std::uint64_t step = _count > kReports ? _count / kReports : 1;
     if (stops || number % step == 0) {
       constexpr int kLast = 99;
-      _handler->OnProgress(number == count ? kLast : static_cast<int>(number * 100 / count));
+      _handler->OnProgress(number >= _count ? kLast : static_cast<int>(number * 100 / _count));
     }
     return !stops;
   }
@@ -246,7 +260,8 @@ class WholeExtraction {
   const std::string& _folder;
   std::vector<std::string>* const _extracted;
   QsProgressAndAbortHandler* const _handler;
-  std::string _lastFolder;  // below the folder; there is nothing to make for the empty one
+  std::uint64_t _count = 0;  // of the entries, where there is a handler
+  std::string _lastFolder;   // below the folder; there is nothing to make for the empty one
 };
 
 }  // namespace

@@ -442,6 +442,25 @@ TEST_F(ZipProgress, NeverFalls) {
   }
 }
 
+// The field for the count ends at 65535.
+TEST_F(ZipProgress, CountsTheEntriesWhereTheArchiveDoesNotSay) {
+  const auto percents = [this](int count) {
+    ZipBuilder many;
+    for (int i = 0; i < count; ++i) {
+      many.Add(Stored("d/", ""));
+    }
+    Make(many, 65535 - count);
+    Recorder recorder;
+    EXPECT_EQ(Extract(nullptr, &recorder), 0);
+    EXPECT_EQ(recorder.asked, count);
+    return recorder.percents;
+  };
+  EXPECT_THAT(percents(65600),
+              ElementsAre(5, 10, 15, 20, 25, 30, 35, 40, 45, 50, 55, 60, 65, 70, 75, 80, 85, 90, 95, 99));
+  EXPECT_THAT(percents(65535),
+              ElementsAre(4, 9, 14, 19, 24, 29, 34, 39, 44, 49, 54, 59, 64, 69, 74, 79, 84, 89, 94, 99));
+}
+
 TEST_F(ZipProgress, AnAbortEndsAfterItsEntry) {
   MakeMany(30);
   QsSetLogLevel(4);
