@@ -1,6 +1,7 @@
 #include <QSbase/codec/binhexkernel.h>
 #include <QSbase/simd/targets.h>
 
+#include <cstddef>
 #include <cstdint>
 
 #undef HWY_TARGET_INCLUDE
@@ -68,7 +69,7 @@ BinHexGroups DecodeGroups(const char* position, const char* end, unsigned char* 
       out += kGroupBytes;
       continue;
     }
-    const int groups = std::countr_zero(others) / 4;
+    const std::ptrdiff_t groups = std::countr_zero(others) / 4;
     position += 4 * groups;
     out += 3 * groups;
     const char* const next = DecodeBinHexGroup(position, end, out);

@@ -42,7 +42,7 @@ HWY_INLINE void EncodeVectors(D d, const unsigned char* bytes, std::size_t lengt
 }
 
 void Encode(const unsigned char* bytes, std::size_t length, unsigned char* out) {
-  if (length >= kLanes<Bytes> / 2) {
+  if (length >= kLanes<Bytes> / 2) {  // NOLINT(bugprone-branch-clone): Bytes is Block where vectors have 16 bytes
     EncodeVectors(Bytes(), bytes, length, out);
   } else if (length >= kLanes<Block> / 2) {
     EncodeVectors(Block(), bytes, length, out);

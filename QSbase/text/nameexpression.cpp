@@ -90,6 +90,7 @@ class Position {
   Position(const Position& other) noexcept : _at(other._at), _limits(other._limits) { Add(); }
   ~Position() { Remove(); }
 
+  // NOLINTNEXTLINE(bugprone-unhandled-self-assignment): it has the same limits, and stays where it is
   Position& operator=(const Position& other) {
     if (_limits != other._limits) {
       Remove();

@@ -907,6 +907,7 @@ std::string SymbolicNameToString(const std::string& name) {
 namespace {
 
 std::string RoundedWithUnit(double value, const char* unit) {
+  // NOLINTNEXTLINE(bugprone-incorrect-roundings): a half more, then cut off: so it is promised
   return std::to_string(static_cast<std::int64_t>(value + 0.5)) + " " + unit;
 }
 

@@ -136,7 +136,7 @@ HWY_INLINE void MapVectors(D d, std::uint8_t* text, std::size_t length) {
 template <class CaseMap>
 void Map(char* text, std::size_t length) {
   auto* const bytes = reinterpret_cast<std::uint8_t*>(text);
-  if (length >= hn::MaxLanes(Bytes())) {
+  if (length >= hn::MaxLanes(Bytes())) {  // NOLINT(bugprone-branch-clone): Bytes is Block where vectors have 16 bytes
     MapVectors<CaseMap>(Bytes(), bytes, length);
   } else if (length >= hn::MaxLanes(Block())) {
     MapVectors<CaseMap>(Block(), bytes, length);
