@@ -171,6 +171,7 @@ TEST_F(PeersHttp, AnAnnouncementOfFourGibibytesTakesNoMemory) {
           std::string(header, std::string(header).find('\r')) + " and " + std::to_string(body.size()) + " bytes";
       const Script script = Once("HTTP/1.1 200 OK\r\n" + (header + body));
       const Met inMemory = Meet(peer, script);
+      ExpectNothingReserved(peer, inMemory.cost);
       EXPECT_TRUE(inMemory.result) << peer;
       EXPECT_EQ(inMemory.response.curlCode, 18) << peer;
       EXPECT_EQ(inMemory.response.body, body) << peer;
@@ -179,6 +180,7 @@ TEST_F(PeersHttp, AnAnnouncementOfFourGibibytesTakesNoMemory) {
       QsInetHttpRequest request;
       request.outputFile = file.get();
       const Met inFile = Meet(peer + ", into a file", script, request);
+      ExpectNothingReserved(peer, inFile.cost);
       EXPECT_EQ(inFile.response.curlCode, 18) << peer;
       EXPECT_EQ(TempDir::Read(dir / "out"), body) << peer;
       EXPECT_EQ(inFile.response.contentLength, header[0] == 'C' ? 2147483647u : 0u) << "the most that is told";
@@ -566,7 +568,8 @@ TEST_F(PeersHttp, NoRedirectionIsFollowed) {
         QsInetHttpRequest request = Get(server.Url());
         request.postData = post;
         request.httpUser = "joe";
-        const Outcome outcome = Fetch(request);
+        const Met outcome = Transfer(request);
+        ExpectBounded(target.substr(0, 100), outcome.cost);
         EXPECT_TRUE(outcome.result) << outcome.response.errorText;
         EXPECT_EQ(outcome.response.httpCode, status);
         EXPECT_EQ(outcome.response.body, "no");
@@ -580,8 +583,8 @@ TEST_F(PeersHttp, NoRedirectionIsFollowed) {
 
 // ---- the rest of a file ----
 
-// libcurl's rules: a range that begins elsewhere is refused, one that it cannot read is taken, and a length that is the
-// offset means that all is there already. `qs` is stricter.
+// libcurl's rules: a range that begins elsewhere is refused, and so is none; one that it cannot read is taken; and a
+// length that is the offset means that all is there already. `qs` is stricter.
 TEST_F(PeersHttp, TheRestOfAFile) {
   const struct {
     std::string headers;
@@ -598,6 +601,9 @@ TEST_F(PeersHttp, TheRestOfAFile) {
       {"206 Partial Content\r\nContent-Range: bytes -5\r\nContent-Length: 5\r\n", "fghij", 0, 206, "fghij"},
       {"206 Partial Content\r\nContent-Range: nonsense\r\nContent-Length: 5\r\n", "fghij", 0, 206, "fghij"},
       {"206 Partial Content\r\nContent-Length: 5\r\n", "fghij", 0, 206, ""},
+      {"206 Partial Content\r\nContent-Length: 7\r\n", "fghijkl", 33, 206, ""},
+      {"206 Partial Content\r\n", "fghij", 33, 206, ""},
+      {"206 Partial Content\r\nTransfer-Encoding: chunked\r\n", "5\r\nfghij\r\n0\r\n\r\n", 33, 206, ""},
       {"200 OK\r\nContent-Length: 10\r\n", "abcdefghij", 33, 200, ""},
       {"200 OK\r\n", "abcdefghij", 33, 200, ""},
       {"200 OK\r\nContent-Range: nonsense\r\n", "abcdefghij", 0, 200, "abcdefghij"},
@@ -615,7 +621,8 @@ TEST_F(PeersHttp, TheRestOfAFile) {
     request.outputFile = file.get();
     request.resume = true;
     request.resumeFrom = 5;
-    const Outcome outcome = Fetch(request);
+    const Met outcome = Transfer(request);
+    ExpectBounded(row.headers, outcome.cost);
     EXPECT_TRUE(outcome.result);
     EXPECT_EQ(outcome.response.curlCode, row.code);
     EXPECT_EQ(outcome.response.httpCode, row.status);
