@@ -452,10 +452,10 @@ class Tls(Case):
         subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=localhost",
                         "-addext", "subjectAltName=DNS:localhost", "-keyout", key, "-out", self.certificate],
                        check=True, capture_output=True)
-        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(self.certificate, key)
+        self.context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        self.context.load_cert_chain(self.certificate, key)
         self.peer.stop()
-        self.peer = Peer(context)
+        self.peer = Peer(self.context)
         self.peer.resources["/a.txt"] = Resource(b"by TLS")
         self.port = self.peer.server_address[1]
 
@@ -498,6 +498,20 @@ class Tls(Case):
 
     def test_other_host_name_is_refused(self):
         self.check_refused(f"https://127.0.0.1:{self.port}/a.txt", "--ca", self.certificate)
+
+    def cut_off(self, answer, code):
+        peer = HostilePeer(b"HTTP/1.1 200 OK\r\n" + answer, tls=self.context)
+        self.addCleanup(peer.stop)
+        return self.rows(self.fetch(peer.url(), "--ca", self.certificate, code=code))[0]["Verdict"]
+
+    def test_what_ends_too_early(self):
+        for answer in (b"Content-Length: 10\r\n\r\nabc", b"Transfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n", b"X: y\r\n"):
+            self.assertIn("the connection ended before the whole file was there", self.cut_off(answer, 1))
+        self.assertEqual(self.stored(), {})
+
+    def test_an_end_without_a_length_is_taken_for_a_good_one(self):
+        self.assertEqual(self.cut_off(b"\r\nabc", 0), "good")
+        self.assertEqual(self.stored(), {"a.txt": b"abc"})
 
     def test_insecure(self):
         self.fetch(f"https://127.0.0.1:{self.port}/a.txt", "--insecure")
@@ -622,28 +636,34 @@ class Resume(Case):
 
 class HostilePeer:
     """Answers every request with these bytes, then with more of them for ever if there are any, and ends the connection
-    in good order or with a reset."""
+    in good order or with a reset; over TLS, when it is given that, without its farewell."""
 
-    def __init__(self, answer, for_ever=b"", reset=False):
+    def __init__(self, answer, for_ever=b"", reset=False, tls=None):
         self._listener = socket.create_server(("127.0.0.1", 0))
         self._script = answer, for_ever * (65536 // max(len(for_ever), 1)), reset
+        self._tls = tls
         self._thread = threading.Thread(target=self._serve)
         self._thread.start()
 
     def url(self):
-        return f"http://127.0.0.1:{self._listener.getsockname()[1]}/a.txt"
+        begin = "https://localhost" if self._tls else "http://127.0.0.1"
+        return f"{begin}:{self._listener.getsockname()[1]}/a.txt"
 
     def stop(self):
+        self._tls = None  # to say so
         with contextlib.suppress(OSError), socket.create_connection(self._listener.getsockname()) as last:
             last.sendall(b"stop")
         self._thread.join()
         self._listener.close()
 
+    def _secured(self, accepted):
+        return self._tls.wrap_socket(accepted, server_side=True) if self._tls else accepted
+
     def _serve(self):
         answer, for_ever, reset = self._script
         while True:
-            client = self._listener.accept()[0]
-            with client, contextlib.suppress(OSError):
+            accepted = self._listener.accept()[0]
+            with accepted, contextlib.suppress(OSError), self._secured(accepted) as client:
                 if client.recv(65536) == b"stop":
                     return
                 if reset:
