@@ -342,6 +342,7 @@ class Attachments(FaultCase):
         super().setUp()
         self.article = (b"Subject: two files\n\nText.\n\n" + self.uuencoded(b"first.txt", self.FIRST) + b"\n" +
                         self.uuencoded(b"second.txt", self.SECOND))
+        self.kept_articles = 0
         self.origin = Origin({"article": self.article})
         self.addCleanup(self.origin.stop)
 
@@ -361,6 +362,7 @@ class Attachments(FaultCase):
                          {name: content for name, content in (whole | kept).items() if name in now}, result)
         self.assertIn("first.txt", now)
         self.assertEqual("article" in now, "not looked into" in result.out, result)
+        self.kept_articles += "article" in now
         if result.code == 0:
             self.assertEqual(now, kept if "article" in now else whole, result)
 
@@ -370,6 +372,14 @@ class Attachments(FaultCase):
 
     def test_allocations(self):
         self.sweep_allocations()
+
+    def test_allocations_of_the_looking(self):
+        """Each of the last ones: there the article is taken apart, or kept as it came."""
+        self.fresh()
+        whole = self.allocations(self.command())
+        for number in range(whole - 300, whole + 1):
+            self.try_fault("allocate", "ENOMEM", number)
+        self.assertGreater(self.kept_articles, 0)
 
 
 class Upload(FaultCase):
