@@ -328,6 +328,28 @@ class FullLog : public FullSystem {
     return numbers;
   }
 
+  // The disk takes so many bytes of the file, while the buffer of the stream holds 16 KiB, which are 17 lines.
+  void ExpectToLoseTheBufferAt(rlim_t size) const {
+    std::signal(SIGXFSZ, SIG_IGN);
+    QsSetLogLevel(1);
+    _log.Init();
+    Log(0, 50);
+    {
+      const Limit limit(RLIMIT_FSIZE, size);
+      Log(50, 80);
+    }
+    Log(80, 95);
+    {
+      const LogCapture swallow;
+      QsSetLogLevel(0);
+    }
+    Log(95, 96);  // this one is written at once, with those before
+    const std::vector<int> lines = WholeLines();
+    EXPECT_EQ(std::vector<int>(lines.begin(), lines.begin() + 33), Range(0, 33));
+    EXPECT_EQ(std::vector<int>(lines.end() - 16, lines.end()), Range(80, 96));
+    EXPECT_LT(lines.size(), 96U) << "the limit met no line";
+  }
+
   const RotatingLog _log{_dir};
 };
 
@@ -394,26 +416,8 @@ TEST_F(FullLog, KeepsWhatFitsUnderALimitOfTheSize) {
   EXPECT_EQ(std::vector<int>(after.end() - 10, after.end()), Range(50, 60));
 }
 
-// What has not left the stream's buffer, 16 KiB or 17 lines, goes with the first write that the disk refuses.
-TEST_F(FullLog, AtAHigherLevelLosesOnlyWhatItsBufferHeld) {
-  std::signal(SIGXFSZ, SIG_IGN);
-  QsSetLogLevel(1);
-  _log.Init();
-  Log(0, 50);
-  {
-    const Limit limit(RLIMIT_FSIZE, 55000);  // in the middle of a line
-    Log(50, 80);
-  }
-  Log(80, 95);
-  {
-    const LogCapture swallow;
-    QsSetLogLevel(0);
-  }
-  Log(95, 96);  // this one is written at once, with those before
-  const std::vector<int> lines = WholeLines();
-  EXPECT_EQ(std::vector<int>(lines.begin(), lines.begin() + 33), Range(0, 33));
-  EXPECT_EQ(std::vector<int>(lines.end() - 16, lines.end()), Range(80, 96));
-  EXPECT_LT(lines.size(), 96U) << "the limit met no line";
-}
+TEST_F(FullLog, AtAHigherLevelLosesOnlyWhatItsBufferHeld) { ExpectToLoseTheBufferAt(20000); }
+
+TEST_F(FullLog, AtAHigherLevelALineThatIsCutEndsThere) { ExpectToLoseTheBufferAt(55000); }
 
 }  // namespace
