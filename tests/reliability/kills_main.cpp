@@ -2,6 +2,10 @@
 // when a promise was broken; else 77 when the moments within a step were left out, as no process may be traced here.
 //
 //     reliability_kills [--short] [--kills N] [--seed N] [--qs PATH] [OPERATION...]
+//
+// An operation is named by a part of its name, without regard to case, "-" for a blank: atomic-save, namedevent.
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -52,10 +56,17 @@ Options Parse(int argc, char** argv) {
   return options;
 }
 
+std::string AsWord(std::string name) {
+  std::transform(name.begin(), name.end(), name.begin(), [](char c) {
+    return c == ' ' ? '-' : static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  });
+  return name;
+}
+
 bool IsWanted(const Options& options, const std::string& name) {
   bool isWanted = options.operations.empty();
   for (const std::string& operation : options.operations) {
-    isWanted = isWanted || name.find(operation) != std::string::npos;
+    isWanted = isWanted || AsWord(name).find(AsWord(operation)) != std::string::npos;
   }
   return isWanted;
 }
