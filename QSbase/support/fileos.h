@@ -135,6 +135,9 @@ class OsFile {
   /// Opens for writing and makes the file if it is missing.
   bool OpenWrite(const std::string& path, Writing writing);
 
+  /// The open file of a stream, for writing when the stream is closed. They share the position.
+  bool OpenSame(std::FILE* stream);
+
   enum class Creation { Created, Exists, Failed };
 
   /// Makes a file that was not there and opens it for writing. A symbolic link at the name, even a dangling one,

@@ -24,6 +24,9 @@ namespace {
 // two has its window into the file.
 constexpr std::size_t kWindow = 16384;
 
+// Of an archive that is added to: more than the records of millions of entries.
+constexpr std::int64_t kLongestTail = std::int64_t{1} << 30;
+
 // The absolute position that minizip means; nothing if that would be before the start. A step back comes as an
 // unsigned number.
 std::optional<std::uint64_t> Target(std::uint64_t position, std::uint64_t size, ZPOS64_T offset, int origin) {
@@ -205,7 +208,7 @@ class ZipArchive::Output {
 
   // What was written is the archive from now on.
   bool Keep() {
-    _kept = Close() && (_made.empty() || _made == _path || TakePlace());
+    _kept = Close() && CutOldRest() && (_made.empty() || TakePlace());
     return _kept;
   }
 
@@ -236,6 +239,7 @@ class ZipArchive::Output {
 
   bool Close() {
     if (std::FILE* const stream = std::exchange(_stream, nullptr); stream != nullptr) {
+      _end = OsTell(stream);  // minizip writes the end of the records last
       // Not every C library tells at the closing what it could not write then, or when it moved before.
       const bool written = std::fflush(stream) == 0 && std::ferror(stream) == 0;
       _failed = std::fclose(stream) != 0 || !written || _failed;
@@ -267,16 +271,9 @@ class ZipArchive::Output {
   }
 
  private:
-  // Beside a regular file that stands there.
   bool OpenAnew() {
     OsFile file;
-    const OsFile::Creation created = file.CreateNew(_path, kDefaultPermissions);
-    if (created == OsFile::Creation::Failed) {
-      return false;
-    }
-    if (created == OsFile::Creation::Created) {
-      _made = _path;
-    } else if (!MakeBeside(file)) {
+    if (!MakeBeside(file)) {
       return false;
     }
     const bool closed = file.Close();  // some systems open no file twice
@@ -284,17 +281,27 @@ class ZipArchive::Output {
     return _stream != nullptr;
   }
 
-  // False if what stands there must not be written. Without a new file it is written to itself.
+  // Also where nothing stands: of two that make an archive there at once, one must not remove or write over the
+  // other's. False if no file can be made, or what stands there must not be written. Without a new file that is written
+  // to itself.
   bool MakeBeside(OsFile& file) {
+    std::string name;
     FileStatus old;
-    if (!OsGetStatus(_path, LinkView::Itself, old) || old.kind != FileKind::Regular) {
+    _replaces = OsGetStatus(_path, LinkView::Itself, old);
+    if (!_replaces) {
+      if (CreateBeside(TemporaryBase(_path), kDefaultPermissions, file, name) != OsFile::Creation::Created) {
+        return false;
+      }
+      _made.swap(name);
+      return true;
+    }
+    if (old.kind != FileKind::Regular) {
       return true;
     }
     OsFile given;
     if (!given.OpenWrite(_path, OsFile::Writing::Keep)) {
       return false;
     }
-    std::string name;
     if (CreateBeside(TemporaryBase(_path), old.permissions, file, name) != OsFile::Creation::Created) {
       return true;
     }
@@ -308,12 +315,22 @@ class ZipArchive::Output {
     return true;
   }
 
-  // Where nothing can take the old archive's name, as on Windows while somebody reads it, it is written over.
+  // The records of the old archive may have been longer, by a comment.
+  bool CutOldRest() { return _tail.empty() || (_end >= 0 && _old.Truncate(static_cast<std::uint64_t>(_end))); }
+
+  // Where nothing can take the old archive's name, as on Windows while somebody reads it, it is written over. If that
+  // breaks off, the new one stays under its own name.
   bool TakePlace() {
-    if (OsMove(_made, _path, true) == MoveResult::Done) {
+    if (OsMove(_made, _path, _replaces) == MoveResult::Done) {
       return true;
     }
+    if (!_replaces) {
+      return false;  // somebody else has made one meanwhile
+    }
     if (!QsCopyFile(_made, _path, false, false)) {
+      if (QsGetFileSize64(_path.c_str()) <= 0) {
+        _made.clear();
+      }
       return false;
     }
     OsRemoveFile(_made);
@@ -334,9 +351,13 @@ class ZipArchive::Output {
       return false;
     }
     const std::int64_t size = OsTell(_stream) - start;
+    if (size < 0 || size > kLongestTail) {
+      return false;
+    }
     try {
-      std::string tail(static_cast<std::size_t>(std::max<std::int64_t>(size, 0)), '\0');
-      if (size < 0 || !_old.OpenWrite(_path, OsFile::Writing::Keep) || !OsSeek(_stream, start, SEEK_SET) ||
+      std::string tail(static_cast<std::size_t>(size), '\0');
+      // Not by its name, which may be another file's by now.
+      if (!_old.OpenSame(_stream) || !OsSeek(_stream, start, SEEK_SET) ||
           Read(tail.data(), tail.size()) != tail.size() || !OsSeek(_stream, start, SEEK_SET)) {
         return false;
       }
@@ -367,7 +388,9 @@ class ZipArchive::Output {
   OsFile _old;        // to put it back, for which there may be neither memory nor descriptor later
   std::uint64_t _tailStart = 0;
   std::FILE* _stream = nullptr;
-  bool _saves = false;  // the next write is the first to the old archive
+  std::int64_t _end = -1;  // where the last write ended
+  bool _replaces = true;   // something stood at the path
+  bool _saves = false;     // the next write is the first to the old archive
   bool _failed = false;
   bool _kept = false;
 };
@@ -400,8 +423,8 @@ bool ZipArchive::Close() {
   if (_handle == nullptr) {
     return true;
   }
-  const bool closed = zipClose(_handle, "") == ZIP_OK && !_output->IsFailed() && _output->Keep();
-  _handle = nullptr;
+  const int result = zipClose(std::exchange(_handle, nullptr), "");  // whatever is thrown: not twice
+  const bool closed = result == ZIP_OK && !_output->IsFailed() && _output->Keep();
   const LastErrorGuard keep;
   _output.reset();
   return closed;

@@ -46,8 +46,9 @@ class UnzipArchive {
 };
 
 /// An archive to write. Until it is closed as a whole one the old archive can be had back: a new one is written beside
-/// it, and what an added entry overwrites is remembered. A link or device, and an archive with a further name or
-/// another owner, is written to itself, and so is what stands where no file can be made beside it or take its place.
+/// it, and what an added entry overwrites is remembered. A link or device, and an archive with a further name or, on
+/// Linux, another owner, is written to itself, and so is what stands where no file can be made beside it. What nothing
+/// can take the place of is copied over.
 class ZipArchive {
  public:
   ZipArchive();

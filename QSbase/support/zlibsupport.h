@@ -88,8 +88,13 @@ QSBASE_API bool QsWrite2Zip(void** zipFile, const std::string& content, const Qs
 /// Opens the archive, adds the entry and closes it. Without `append`, and if there is no archive or an empty one, it is
 /// written anew; an archive that is appended to loses its comment. False for a null or empty path, if the archive
 /// cannot be opened or not everything be written: the old archive then is as it was, and without one there is none. (A
-/// link or device is written to itself, and so is an old archive that has a further name or another owner, or where no
-/// file can be made beside it or take its place: it is lost then when it was to be written anew.)
+/// link or device is written to itself, and so is an old archive that has a further name or, on Linux, another owner,
+/// or where no file can be made beside it: it is lost then when it was to be written anew. One that nothing can take
+/// the place of is copied over; if that breaks off, the new one is left beside it. An old archive that is added to is
+/// lost when the disk refuses also what is to be written back.)
+///
+/// Of two calls that make one archive at the same time, where none was, one returns false. Two that append to one
+/// archive must not run at the same time.
 QSBASE_API bool QsWrite2Zip(const char* zipPath, const std::string& content, const QsDateTime& time, bool append,
                             const char* nameInZip);
 

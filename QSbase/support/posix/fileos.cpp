@@ -275,6 +275,12 @@ bool OsFile::OpenWrite(const std::string& path, Writing writing) {
   return _handle != -1;
 }
 
+bool OsFile::OpenSame(std::FILE* stream) {
+  Close();
+  _handle = fcntl(fileno(stream), F_DUPFD_CLOEXEC, 0);
+  return _handle != -1;
+}
+
 OsFile::Creation OsFile::CreateNew(const std::string& path, unsigned permissions) {
   Close();
   _handle = OpenDescriptor(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, permissions);

@@ -378,6 +378,17 @@ bool OsFile::OpenWrite(const std::string& path, Writing writing) {
   return _handle != -1;
 }
 
+bool OsFile::OpenSame(std::FILE* stream) {
+  Close();
+  const auto file = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(stream)));
+  HANDLE same = nullptr;
+  if (!DuplicateHandle(GetCurrentProcess(), file, GetCurrentProcess(), &same, 0, FALSE, DUPLICATE_SAME_ACCESS)) {
+    return false;
+  }
+  _handle = reinterpret_cast<std::intptr_t>(same);
+  return true;
+}
+
 OsFile::Creation OsFile::CreateNew(const std::string& path, unsigned permissions) {
   Close();
   const DWORD attributes = (permissions & kWriteBits) == 0 ? FILE_ATTRIBUTE_READONLY : FILE_ATTRIBUTE_NORMAL;

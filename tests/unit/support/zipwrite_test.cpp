@@ -6,9 +6,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <limits>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include <common/failingallocation.h>
 #include <common/platform.h>
 #include <common/tempdir.h>
 #include <common/zipbuilder.h>
@@ -18,6 +21,7 @@
 
 #include <QSbase/support/filesupport.h>
 #include <QSbase/support/paths.h>
+#include <QSbase/support/zipio.h>
 #include <QSbase/support/zlibsupport.h>
 
 namespace {
@@ -109,6 +113,14 @@ TEST_F(ZipWriting, AppendingDropsTheComment) {
   EXPECT_EQ(TempDir::Read(path).find("a comment"), std::string::npos);
 }
 
+TEST_F(ZipWriting, AppendingLeavesNothingOfALongComment) {
+  dir.Write("a.zip", ZipBuilder().Add(Stored("x", "1")).Bytes(std::string(60000, 'c')));
+  ASSERT_TRUE(QsWrite2Zip(path.c_str(), "2", kTime, true, "y"));
+  EXPECT_THAT(Names(), ElementsAre("x", "y"));
+  const std::string bytes = TempDir::Read(path);
+  EXPECT_EQ(bytes.rfind("PK\5\6"), bytes.size() - 22) << "the end record is the end";
+}
+
 TEST_F(ZipWriting, WhatIsNoArchiveIsNotAppendedTo) {
   const std::string text(1000, 'x');
   dir.Write("a.zip", text);
@@ -181,6 +193,70 @@ TEST_F(ZipWriting, AnewWhileSomebodyReads) {
   EXPECT_EQ(std::fclose(reader), 0);
   EXPECT_THAT(Names(), ElementsAre("y"));
   EXPECT_THAT(NamesIn(dir.Path()), ElementsAre("a.zip"));
+}
+
+// An entry begins; it is not ended, or the archive not closed, by who lets go of it.
+void BeginEntry(const qsbase::detail::ZipArchive& archive) {
+  ASSERT_EQ(zipOpenNewFileInZip(archive.Handle(), "z", nullptr, nullptr, 0, nullptr, 0, nullptr, 0, 0), ZIP_OK);
+}
+
+using Archive = qsbase::detail::ZipArchive;
+
+TEST_F(ZipWriting, OfTwoThatMakeOneArchiveTheFirstIsKept) {
+  Archive late;
+  ASSERT_TRUE(late.Open(path, Archive::Writing::Anew));
+  BeginEntry(late);
+  ASSERT_TRUE(QsWrite2Zip(path.c_str(), "1", kTime, false, "x"));
+  EXPECT_EQ(zipCloseFileInZip(late.Handle()), ZIP_OK);
+  EXPECT_FALSE(late.Close());
+  EXPECT_THAT(Names(), ElementsAre("x"));
+  EXPECT_THAT(NamesIn(dir.Path()), ElementsAre("a.zip"));
+}
+
+TEST_F(ZipWriting, WhoGivesUpRemovesNoArchiveOfAnother) {
+  {
+    Archive late;
+    ASSERT_TRUE(late.Open(path, Archive::Writing::Anew));
+    ASSERT_TRUE(QsWrite2Zip(path.c_str(), "1", kTime, false, "x"));
+  }
+  EXPECT_THAT(Names(), ElementsAre("x"));
+  EXPECT_THAT(NamesIn(dir.Path()), ElementsAre("a.zip"));
+}
+
+#ifndef _WIN32  // there no other file takes the name of one that is open
+TEST_F(ZipWriting, WhoGivesUpAppendingWritesToNoArchiveOfAnother) {
+  ASSERT_TRUE(QsWrite2Zip(path.c_str(), "1", kTime, false, "x"));
+  {
+    Archive late;
+    ASSERT_TRUE(late.Open(path, Archive::Writing::Append));
+    ASSERT_TRUE(QsWrite2Zip(path.c_str(), std::string(1000, '2'), kTime, false, "y"));
+    BeginEntry(late);
+  }
+  EXPECT_THAT(Names(), ElementsAre("y"));
+  EXPECT_EQ(Content("y"), std::string(1000, '2'));
+}
+#endif
+
+// Anything but false or an exception, and the old archive: such as what is let go of twice.
+TEST_F(ZipWriting, EveryLackOfMemoryIsReportedOrThrown) {
+  for (const bool append : {false, true}) {
+    bool written = false;
+    for (int n = 1; !written; ++n) {
+      ASSERT_TRUE(QsWrite2Zip(path.c_str(), "1", kTime, false, "x"));
+      const std::string before = TempDir::Read(path);
+      throwingAllocation = n;
+      try {
+        written = QsWrite2Zip(path.c_str(), "2", kTime, append, "y");
+      } catch (const std::bad_alloc&) {
+      }
+      written = written && throwingAllocation != 0;
+      if (std::exchange(throwingAllocation, 0) == 0) {
+        EXPECT_TRUE(TempDir::Read(path) == before) << "at allocation " << n;
+        EXPECT_THAT(NamesIn(dir.Path()), ElementsAre("a.zip")) << "at allocation " << n;
+      }
+      ASSERT_LT(n, 1000);
+    }
+  }
 }
 
 TEST_F(ZipWriting, AnewWithTheLongestName) {

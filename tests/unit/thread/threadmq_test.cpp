@@ -3,6 +3,7 @@
 #include <QSbase/errors.h>
 #include <QSbase/process.h>
 
+#include <common/failingallocation.h>
 #include <common/sanitized.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -27,31 +28,13 @@
 
 namespace {
 
-/// Which of this thread's allocations from now on fails: 1 is the next. Back at 0 when it has.
-thread_local int failingAllocation = 0;
-
-}  // namespace
-
-// Not inlined, since GCC takes a half-inlined pair for a mismatched one.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  const bool fails = failingAllocation > 0 && --failingAllocation == 0;
-  void* const memory = fails ? nullptr : std::malloc(size == 0 ? 1 : size);
-  if (memory == nullptr) {
-    throw std::bad_alloc();
-  }
-  return memory;
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-
-namespace {
-
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::Ge;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Le;
+using qsbase::testing::throwingAllocation;
 
 constexpr int kQuit = 18;
 // Below 1024 Windows has messages of its own.
@@ -156,15 +139,15 @@ TEST(QsThreadMQ, AppendsItsOperations) {
 
 /// What constructing one throws when that allocation fails; "nothing" when it does not come to it.
 std::string ErrorWithout(int allocation) {
-  failingAllocation = allocation;
+  throwingAllocation = allocation;
   std::string text = "nothing";
   try {
     const Plain thread{Plain::Body()};
   } catch (const ExMemoryAllocation& error) {
-    failingAllocation = 0;
+    throwingAllocation = 0;
     text = error.GetErrorText();
   }
-  failingAllocation = 0;
+  throwingAllocation = 0;
   return text;
 }
 
