@@ -31,8 +31,8 @@ bool MoveOnto(const std::string& from, const std::string& to, bool replace);
 
 /// QsCopyFile(from, to, failIfExists, true) in one step: who is killed leaves the old target or the new one, whole. The
 /// copy is made beside the target and brought to the disk first. A target that is a symbolic link, has a further name
-/// or another owner is written in place, and so is one whose directory takes no new file or does not let it replace the
-/// old.
+/// or, on Linux, another owner, or cannot be opened for reading is written in place, and so is one whose directory
+/// takes no new file, has all the names that are tried, or does not let the new file replace the old.
 bool CopyInOneStep(const std::string& from, const std::string& to, bool failIfExists);
 
 }  // namespace qsbase::detail

@@ -233,8 +233,11 @@ QSBASE_API void SaveFileWithCRLF(const std::string& path, const std::string& con
 /// only with `overwriteBackup`. That a copy fails is ignored.
 ///
 /// Backup and restored file come in one step, so that one of the two is whole whenever the process ends: the copy is
-/// made beside its target, under a name as in QsAtomicSaveBinaryFile, and moved over. Only a target that is a symbolic
-/// link, has a further name or another owner, or is in a directory that takes no new file, is written in place.
+/// made beside its target, under a name as in QsAtomicSaveBinaryFile, and moved over. Written in place, as QsCopyFile
+/// does it, is a target that is a symbolic link, has a further name or, on Linux, another owner, cannot be opened for
+/// reading, or cannot be replaced (on Windows while it is open elsewhere), and one in a directory that takes no new
+/// file or has a hundred of those names. A file that is there and cannot be read counts as lost, too: an older backup
+/// then takes its place.
 /// \throws ExBase "File loading error! Could not load original file nor backup file!" if both are missing or empty.
 QSBASE_API std::string FileLoadAndBackup(const std::string& path, bool overwriteBackup);
 
