@@ -163,7 +163,8 @@ class Transfer {
     Set(CURLOPT_SSL_VERIFYPEER, _request.verifyPeer ? 1L : 0L);
     if (!_request.caInfoFile.empty() && _request.verifyPeer) {
       Set(CURLOPT_CAINFO, QsNativePath(_request.caInfoFile).c_str());
-      Set(CURLOPT_CAPATH, static_cast<const char*>(nullptr));  // or else the system's folder of authorities stays
+      // Or else the system's folder of authorities stays. A libcurl that refuses the option has none to take.
+      curl_easy_setopt(_handle.easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     } else {
       Set(CURLOPT_SSL_OPTIONS, static_cast<long>(CURLSSLOPT_NATIVE_CA));  // Windows: its certificate store
     }

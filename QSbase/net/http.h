@@ -52,8 +52,9 @@ struct QSBASE_API QsInetHttpRequest {
   /// Offset in bytes at which the transfer resumes; used only with resume.
   std::uint32_t resumeFrom;
   /// Ask the server for the bytes from resumeFrom on. A server that sends the whole file instead gives curlCode 33,
-  /// result true, and nothing is written. libcurl takes a part whose "Content-Range" is missing or unreadable, too: the
-  /// text callback gets the headers before the first byte of it. A POST with an offset fails (curlCode 26).
+  /// result true, and nothing is written; a part without "Content-Range" likewise, or 0 when its length is the offset.
+  /// A "Content-Range" that libcurl cannot read counts as the right one: the text callback gets the headers before the
+  /// first byte. A POST with an offset fails (curlCode 26).
   bool resume;
   /// Verify the server's certificate.
   bool verifyPeer;
@@ -115,13 +116,15 @@ using AbortCheck = bool (*)(void* user);
 ///
 /// A transfer slower than 512 bytes a second for 60 seconds fails (28). One that is never slower takes as long as the
 /// server sends: only the abort check ends it, and only a body that goes to outputFile takes no memory. Headers of more
-/// than 300 KiB end it, too (56). Lines behind a chunked body do not: of headers and such lines 512 KiB are kept, and
-/// the text callback is not called for what follows; but some versions of libcurl hold all of them.
+/// than 300 KiB end it, too (56), and so does a line of more than 100 KiB (27, or 100 in newer libcurl). Lines behind a
+/// chunked body do not: of headers and such lines 512 KiB are kept, and the text callback is not called for what
+/// follows; but some versions of libcurl hold all of them.
 ///
-/// An answer that ends in its body is a partial file (18). One that ends among its header lines is one (18) only when a
-/// length was announced, otherwise libcurl takes it for whole (0): headers then has no empty line behind the last
-/// status line. No coding but "chunked" is undone: neither "Content-Encoding" nor another "Transfer-Encoding", none of
-/// which is asked for.
+/// An answer that ends in its body is a partial file (18) when a length was announced or it comes in chunks; any other
+/// ends where the connection does (0), over TLS with or without a farewell. One that ends among its header lines is a
+/// partial file only when a length or chunks were announced before, otherwise libcurl takes it for whole (0): headers
+/// then has no empty line behind the last status line. No coding but "chunked" is undone: neither "Content-Encoding"
+/// nor another "Transfer-Encoding", none of which is asked for.
 ///
 /// \param textCallback  receives status text with textUser; may be null.
 /// \param abortCheck    is asked with abortUser whether to stop; may be null.
