@@ -160,7 +160,11 @@ class HttpFaults : public ::testing::Test {
     if (!outcome.allowed) {
       EXPECT_TRUE(IsWhole(outcome)) << outcome.result->response.curlCode << ' ' << outcome.result->response.errorText;
     }
-    if (!outcome.result || !outcome.hit || outcome.result->result || outcome.fault.kind == FaultKind::Allocate) {
+    if (!outcome.result || !outcome.hit || outcome.fault.kind == FaultKind::Allocate) {
+      return;
+    }
+    if (outcome.result->result) {
+      EXPECT_TRUE(!IsNetwork(outcome.fault) || IsWhole(outcome)) << outcome.result->response.curlCode;
       return;
     }
     const QsInetHttpResponse& response = outcome.result->response;

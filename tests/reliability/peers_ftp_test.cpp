@@ -389,7 +389,6 @@ TEST_F(PeersFtp, PassiveRepliesLeadToNoOtherHost) {
     const Met met = Meet(
         isExtended ? "EPSV to another host" : "PASV to another host",
         [&](FtpConnection& client) {
-          client.listing = kListing;
           client.ServeUntil("EPSV");
           const int port = client.OpenDoor();
           const Bait bait(port);
@@ -401,12 +400,19 @@ TEST_F(PeersFtp, PassiveRepliesLeadToNoOtherHost) {
             client.ServeUntil("PASV");
             client.Say(PassiveReply("127,0,0,2", port));
           }
-          client.ServeToTheEnd();
+          const bool isAsked = client.ServeUntil("NLST");  // by then the data connection stands
           wasCome = bait.WasCome();
+          if (isAsked && !wasCome) {
+            client.Say("150 Here it comes");
+            client.Data().Send(kListing);
+            client.Say("226 Listed");
+            client.ServeToTheEnd();
+          }
         },
         false);
     EXPECT_FALSE(wasCome);
     EXPECT_EQ(met.done, !isExtended) << met.errorText;
+    EXPECT_EQ(met.names.size(), isExtended ? 0u : 3u);
   }
 }
 
