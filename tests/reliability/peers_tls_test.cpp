@@ -304,7 +304,8 @@ TEST_F(PeersTls, AnEndWithoutAFarewellPassesForWholeWhereNoLengthIsKnown) {
   const auto [whole, all] = fetch(std::string::npos, false);
   ASSERT_TRUE(whole.result && whole.response.body == content) << whole.response.errorText;
   ASSERT_THAT(whole.response.headers, ::testing::Not(AnyOf(HasSubstr("Length"), HasSubstr("chunked"))));
-  for (const std::size_t size : {all / 3, all / 2, all - 1}) {
+  const std::size_t within = all - 10;  // the 24 bytes of the farewell, whose place differs with the signature's length
+  for (const std::size_t size : {all / 3, all / 2, within}) {
     for (const bool reset : {false, true}) {
       SCOPED_TRACE(std::to_string(size) + " of " + std::to_string(all) + (reset ? " and a reset" : ""));
       const Outcome cut = fetch(size, reset).first;
@@ -313,7 +314,7 @@ TEST_F(PeersTls, AnEndWithoutAFarewellPassesForWholeWhereNoLengthIsKnown) {
       EXPECT_EQ(cut.result, code == 0);
       EXPECT_TRUE(content.starts_with(cut.response.body));
       EXPECT_LE(cut.response.body.size(), size);
-      EXPECT_TRUE(reset || (cut.response.body.size() == content.size()) == (size == all - 1));
+      EXPECT_TRUE(reset || (cut.response.body.size() == content.size()) == (size == within));
     }
   }
 }
