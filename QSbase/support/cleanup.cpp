@@ -201,14 +201,15 @@ void LogCleanup(const std::string& dir, const std::string& omit, const QsDateTim
   LogDetail(text);
 }
 
-// Oldest first. The lists of files do not part what was written within one second; here the file system's own time
-// does, or a log that rotates several times a second would lose its newest files and keep older ones.
-using FilesByAge = std::multimap<std::pair<QsDateTime, std::int32_t>, std::string>;
+// Oldest first. The lists of files do not part what was written within one second, and go by local time, which says one
+// hour twice when clocks are turned back; here the file system's own time counts, or a log that rotates then, or
+// several times a second, would lose its newest files and keep older ones.
+using FilesByAge = std::multimap<std::pair<std::int64_t, std::int32_t>, std::string>;
 
 FilesByAge ListByAge(const std::string& dir, const std::string& pattern) {
   FilesByAge files;
   const auto take = [&files](const std::string& name, const DirEntry& entry) {
-    files.emplace(std::make_pair(qsbase::detail::EntryDate(entry), entry.writtenNanoseconds), name);
+    files.emplace(std::make_pair(entry.written, entry.writtenNanoseconds), name);
     return true;
   };
   qsbase::detail::WalkDirectory(dir, pattern, qsbase::detail::ListFiles, qsbase::detail::EntryDetail::All, take,

@@ -52,10 +52,11 @@ QSBASE_API void QsBuildFileListTimeAgeSorted(const std::string& dir, const std::
 ///     QsCleanupDir("C:\\logs\\", "C:\\logs\\keep", 7 * 24 * 60);
 QSBASE_API void QsCleanupDir(const std::string& dir, const std::string& omitDir, unsigned ageMinutes);
 
-/// Deletes the oldest files of dir that match the pattern until `keep` of them remain; does not descend. Of files of
-/// one second the file system's finer times tell. `force` also deletes read-only ones (QsDeleteFile). A file that
-/// cannot be deleted is logged as a warning, "QsCleanupDirectory could not delete file '%s', error: '%s'", and counts
-/// as gone: no younger one is deleted in its place. Returns how many files were deleted.
+/// Deletes the oldest files of dir that match the pattern until `keep` of them remain; does not descend. The file
+/// system's own times tell which, also within one second and while clocks are turned back. `force` also deletes
+/// read-only ones (QsDeleteFile). A file that cannot be deleted is logged as a warning, "QsCleanupDirectory could not
+/// delete file '%s', error: '%s'", and counts as gone: no younger one is deleted in its place. Returns how many files
+/// were deleted.
 QSBASE_API unsigned QsCleanupDirectory(const std::string& dir, unsigned keep, const std::string& pattern, bool force);
 
 /// Deletes everything below dir, bottom-up, and then dir itself if removeDir is set.

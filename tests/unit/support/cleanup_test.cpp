@@ -509,6 +509,16 @@ TEST_F(CleanupDirectory, OfFilesOfOneSecondTheOldestGo) {
   EXPECT_THAT(List(dir.Path(), "*", 1), UnorderedElementsAre("f47", "f48", "f49"));
 }
 
+// Local time says the same hour twice then.
+TEST_F(CleanupDirectory, TheOldestGoAlsoWhenClocksAreTurnedBack) {
+  SetEnvironment("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
+  constexpr std::int64_t kTurnedBack = 1792890000;  // 2026-10-25 01:00 UTC
+  SetTimes(dir.Write("before", ""), (kTurnedBack - 20 * 60) * kSecond);
+  SetTimes(dir.Write("after", ""), (kTurnedBack + 20 * 60) * kSecond);
+  EXPECT_EQ(QsCleanupDirectory(dir.Path(), 1, "*", false), 1U);
+  EXPECT_THAT(List(dir.Path(), "*", 1), ElementsAre("after"));
+}
+
 TEST_F(CleanupDirectory, DeletesNoneWhenThereAreFew) {
   for (int i = 0; i < 4; ++i) {
     WriteAged(dir, std::to_string(i) + ".log", i);
