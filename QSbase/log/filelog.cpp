@@ -224,7 +224,7 @@ void LogFile::Open() {
 
 void LogFile::End() {
   _ended = true;
-  _file.Close();
+  _torn = _file.Close() != 0 || _torn;
   _buffered = false;
   _size = -1;
 }

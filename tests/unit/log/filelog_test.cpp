@@ -31,6 +31,8 @@
 #include <io.h>
 #else
 #include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
@@ -40,6 +42,7 @@ namespace {
 namespace fs = std::filesystem;
 using qsbase::testing::kOnWindows;
 using qsbase::testing::LogCapture;
+using qsbase::testing::RemoveEnvironment;
 using qsbase::testing::SetEnvironment;
 using qsbase::testing::TempDir;
 using ::testing::ElementsAre;
@@ -655,9 +658,7 @@ struct LastLogger {
   std::string path;
 };
 
-[[noreturn]] void LogToTheEnd() {
-  const std::string dir = std::getenv(kEndedIn);
-  static const LastLogger last{dir + "/a.log"};
+void StartLog(const std::string& dir) {
   FileLoggingConfig config;
   config.enabled = true;
   config.logDirectory = dir;
@@ -666,19 +667,73 @@ struct LastLogger {
   config.lineFormatter = &JustTheText;
   QsSetLogLevel(3);
   InitLogConfig(config, false);
+}
+
+/// The run that ends comes by the test, too.
+struct FolderOfBothRuns {
+  FolderOfBothRuns() {
+    if (std::getenv(kEndedIn) == nullptr) {
+      dir = std::make_unique<TempDir>();
+      SetEnvironment(kEndedIn, dir->Path());
+    }
+    path = std::getenv(kEndedIn);
+  }
+  ~FolderOfBothRuns() {
+    if (dir) {
+      RemoveEnvironment(kEndedIn);
+    }
+  }
+  FolderOfBothRuns(const FolderOfBothRuns&) = delete;
+  FolderOfBothRuns& operator=(const FolderOfBothRuns&) = delete;
+
+  std::unique_ptr<TempDir> dir;
+  std::string path;
+};
+
+[[noreturn]] void LogToTheEnd(const std::string& dir) {
+  static const LastLogger last{dir + "/a.log"};
+  StartLog(dir);
   Log("before");
   std::exit(0);
 }
 
 TEST(FileLogDeathTest, TheEndOfTheProcessClosesTheFileAndLaterLinesStillReachIt) {
   ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
-  std::unique_ptr<TempDir> dir;
-  if (std::getenv(kEndedIn) == nullptr) {  // the run that ends comes by here, too
-    dir = std::make_unique<TempDir>();
-    SetEnvironment(kEndedIn, dir->Path());
-  }
-  EXPECT_EXIT(LogToTheEnd(), ::testing::ExitedWithCode(0), "then before; now before;after;");
+  const FolderOfBothRuns dir;
+  EXPECT_EXIT(LogToTheEnd(dir.path), ::testing::ExitedWithCode(0), "then before; now before;after;");
 }
+
+#ifndef _WIN32  // no limit of a file's size there
+/// What the C library may write into a file from now on; the rest of the buffer is lost. Gone with the last logger.
+constexpr rlim_t kRoom = 3;
+
+struct LastLoggerWithRoom : LastLogger {
+  ~LastLoggerWithRoom() {
+    rlimit limit;
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+};
+
+[[noreturn]] void LogToTheEndWithoutRoom(const std::string& dir) {
+  static const LastLoggerWithRoom last{{dir + "/a.log"}};
+  StartLog(dir);
+  Log("before");
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit limit;
+  getrlimit(RLIMIT_FSIZE, &limit);
+  limit.rlim_cur = kRoom;
+  setrlimit(RLIMIT_FSIZE, &limit);
+  std::exit(0);
+}
+
+TEST(FileLogDeathTest, ALineBehindOneThatTheEndCutStandsByItself) {
+  ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  const FolderOfBothRuns dir;
+  EXPECT_EXIT(LogToTheEndWithoutRoom(dir.path), ::testing::ExitedWithCode(0), "then  now bef;after;");
+}
+#endif
 
 TEST(OsStreamFileSize, CountsWhatIsInTheFileAndFailsWithMinusOne) {
   const TempDir dir;
