@@ -21,6 +21,24 @@ inline bool ForbidSystemCall(unsigned int number, unsigned int error) {
   return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
+/// Only calls in whose argument (counted from 0) these bits of the lower 32 have these values.
+inline bool ForbidSystemCall(unsigned int number, unsigned int argument, unsigned int bits, unsigned int values,
+                             unsigned int error) {
+  const auto low = static_cast<unsigned int>(offsetof(seccomp_data, args) + 8 * argument);
+  sock_filter steps[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, number, 0, 4),
+                         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, low),
+                         BPF_STMT(BPF_ALU | BPF_AND | BPF_K, bits),
+                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, values, 0, 1),
+                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | error),
+                         BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+  const sock_fprog filter{sizeof(steps) / sizeof(steps[0]), steps};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+/// Why a test is skipped where neither can be.
+inline constexpr const char* kForbidsNoCalls = "this kernel or container lets no thread forbid its own system calls";
+
 }  // namespace qsbase::testing
 
 #endif

@@ -268,7 +268,11 @@ bool OsFile::OpenWrite(const std::string& path, Writing writing) {
   Close();
   constexpr int kFlags = O_WRONLY | O_CREAT;
   if (writing == Writing::Keep) {
-    _handle = OpenRegular(path, kFlags);
+    // In a folder where everybody may make files, another's file opens only for who does not ask for its making.
+    _handle = OpenRegular(path, O_WRONLY);
+    if (_handle == -1 && errno == ENOENT) {
+      _handle = OpenRegular(path, kFlags);
+    }
   } else {
     _handle = OpenDescriptor(path, kFlags | (writing == Writing::Append ? O_APPEND : O_TRUNC));
   }

@@ -4,6 +4,7 @@
 #ifdef _WIN32
 #include <io.h>
 #else
+#include <common/forbiddencall.h>
 #include <fcntl.h>
 #include <grp.h>
 #include <sched.h>
@@ -1879,6 +1880,26 @@ TEST_F(FileSupportTest, SaveFileWithCrlfThrows) {
 }
 
 // ---- Load with a backup ----
+
+#ifndef _WIN32
+// In a folder where everybody may make files but remove only their own, Linux opens another's file only for who does
+// not ask for its making.
+TEST_F(FileSupportTest, CopyOverAFileAsksForNoMaking) {
+  const std::string from = _dir.Write("from", "new");
+  const std::string to = _dir.Write("to", "an old one");
+  bool forbidden = false;
+  bool copied = false;
+  std::thread([&] {
+    forbidden = qsbase::testing::ForbidSystemCall(SYS_openat, 2, O_CREAT | O_EXCL, O_CREAT, EACCES);
+    copied = QsCopyFile(from, to, false, false);
+  }).join();
+  if (!forbidden) {
+    GTEST_SKIP() << qsbase::testing::kForbidsNoCalls;
+  }
+  EXPECT_TRUE(copied);
+  EXPECT_EQ(TempDir::Read(to), "new");
+}
+#endif
 
 TEST_F(FileSupportTest, LoadAndBackupCopiesAGoodFile) {
   const std::string path = _dir.Write("file", "content");
