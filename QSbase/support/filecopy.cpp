@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 
@@ -168,7 +169,12 @@ bool MayReplace(const std::string& source, const std::string& target, const OsFi
   return old.MayGiveWayTo(file) && !(copied.OpenRead(source) && copied.IsSameAs(old));
 }
 
-Step CopyAndReplace(const std::string& from, const std::string& to, bool failIfExists) {
+bool HasAtLeast(const std::string& path, std::size_t bytes) {
+  FileStatus status;
+  return OsGetStatus(path, LinkView::Itself, status) && static_cast<std::uint64_t>(status.size) >= bytes;
+}
+
+Step CopyAndReplace(const std::string& from, const std::string& to, bool failIfExists, std::size_t least) {
   OsFile file;
   std::string temporary;
   if (CreateBeside(TemporaryBase(to), kPrivatePermissions, file, temporary) != OsFile::Creation::Created) {
@@ -179,7 +185,7 @@ Step CopyAndReplace(const std::string& from, const std::string& to, bool failIfE
     return Step::NotPossible;
   }
   file.Close();
-  if (!QsCopyFile(from, temporary, false, false)) {
+  if (!QsCopyFile(from, temporary, false, false) || !HasAtLeast(temporary, least)) {
     return Step::Failed;
   }
   BringToDisk(temporary);
@@ -255,8 +261,8 @@ bool MoveOnto(const std::string& from, const std::string& to, bool replace) {
   return QsMoveFile(from, to, replace, true);
 }
 
-bool CopyInOneStep(const std::string& from, const std::string& to, bool failIfExists) {
-  const Step step = MayBeReplaced(to, failIfExists) ? CopyAndReplace(from, to, failIfExists) : Step::NotPossible;
+bool CopyInOneStep(const std::string& from, const std::string& to, bool failIfExists, std::size_t least) {
+  const Step step = MayBeReplaced(to, failIfExists) ? CopyAndReplace(from, to, failIfExists, least) : Step::NotPossible;
   return step == Step::NotPossible ? QsCopyFile(from, to, failIfExists, true) : step == Step::Done;
 }
 

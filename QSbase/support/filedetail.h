@@ -3,6 +3,7 @@
 #ifndef QSBASE_SUPPORT_FILEDETAIL_H
 #define QSBASE_SUPPORT_FILEDETAIL_H
 
+#include <cstddef>
 #include <string>
 
 #include <QSbase/log/logwords.h>
@@ -29,11 +30,13 @@ std::string TemporaryBase(const std::string& target);
 /// file that has it: who is killed in between leaves the target without it.
 bool MoveOnto(const std::string& from, const std::string& to, bool replace);
 
-/// QsCopyFile(from, to, failIfExists, true) in one step: who is killed leaves the old target or the new one, whole. The
-/// copy is made beside the target and brought to the disk first. A target that is a symbolic link, has a further name
-/// or, on Linux, another owner, or cannot be opened for reading is written in place, and so is one whose directory
-/// takes no new file, has all the names that are tried, or does not let the new file replace the old.
-bool CopyInOneStep(const std::string& from, const std::string& to, bool failIfExists);
+/// QsCopyFile(from, to, failIfExists, true) of a file that has had `least` bytes, in one step: who is killed leaves the
+/// old target or the new one, whole. The copy is made beside the target and brought to the disk first; one of fewer
+/// bytes, as of a file that is being saved anew, is given up and the old target stays. A target that is a symbolic
+/// link, has a further name or, on Linux, another owner, or cannot be opened for reading is written in place, and so is
+/// one whose directory takes no new file, has all the names that are tried, or does not let the new file replace the
+/// old.
+bool CopyInOneStep(const std::string& from, const std::string& to, bool failIfExists, std::size_t least);
 
 }  // namespace qsbase::detail
 

@@ -125,14 +125,14 @@ bool EndsWithoutLineBreak(const std::string& content) {
 std::string LoadWithBackup(const std::string& original, const std::string& backup, bool overwriteBackup) {
   std::string content = LoadBinaryFile(original);
   if (!content.empty()) {
-    CopyInOneStep(original, backup, !overwriteBackup);
+    CopyInOneStep(original, backup, !overwriteBackup, content.size());
     return content;
   }
   content = LoadBinaryFile(backup);
   if (content.empty()) {
     throw ExBase("File loading error! Could not load original file nor backup file!");
   }
-  CopyInOneStep(backup, original, !overwriteBackup);
+  CopyInOneStep(backup, original, !overwriteBackup, content.size());
   return content;
 }
 

@@ -1978,6 +1978,31 @@ TEST_F(FileSupportTest, LoadAndBackupReplacesInOneStep) {
   EXPECT_THAT(NamesIn(_dir.Path()), UnorderedElementsAre("file", "file.bak"));
 }
 
+// Who saves in place leaves the file empty for a moment, which must not become the backup of what was loaded before.
+TEST_F(FileSupportTest, LoadAndBackupTakesNoCopyThatLacksWhatItLoaded) {
+  constexpr int kLoads = 500;
+  const LogCapture quiet;
+  const std::string path = _dir.Write("file", "content");
+  EXPECT_EQ(FileLoadAndBackup(path, true), "content");
+  std::atomic<bool> enough{false};
+  std::thread saver([&] {
+    while (!enough) {
+      SaveBinaryFile(path, "content", false);
+    }
+  });
+  int lost = 0;
+  for (int i = 0; i < kLoads; ++i) {
+    try {
+      FileLoadAndBackup(path, true);
+    } catch (const ExBase&) {  // both are empty
+    }
+    lost += TempDir::Read(path + ".bak") == "content" ? 0 : 1;
+  }
+  enough = true;
+  saver.join();
+  EXPECT_EQ(lost, 0);
+}
+
 // As the others who share it see it.
 TEST_F(FileSupportTest, LoadAndBackupKeepsTheBackupsNamesAndOwner) {
   const std::string path = _dir.Write("file", "new");
