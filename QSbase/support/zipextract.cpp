@@ -46,8 +46,7 @@ class TargetFile {
 
   // Everything is there.
   bool Finish() {
-    if ((_target.flush && !_file.Flush()) || !_file.Close() ||
-        (!_temporary.empty() && OsMove(_temporary, _path, true) != MoveResult::Done)) {
+    if ((_target.flush && !_file.Flush()) || !_file.Close() || (!_temporary.empty() && !TakePlace())) {
       return false;
     }
     _state = State::Done;
@@ -108,6 +107,41 @@ class TargetFile {
     }
     _state = State::Overwriting;
     return true;
+  }
+
+  // A file that nothing can take the name of is written over: on Windows one that somebody reads, on Linux another's in
+  // a folder where everybody may remove their own only. Never what has become a link.
+  bool TakePlace() {
+    if (OsMove(_temporary, _path, true) == MoveResult::Done) {
+      return true;
+    }
+    FileStatus old;
+    if (!OsGetStatus(_path, LinkView::Itself, old) || old.kind != FileKind::Regular) {
+      return false;
+    }
+    if (!CopyOver(old.size)) {
+      return false;
+    }
+    OsRemoveFile(_temporary);
+    return true;
+  }
+
+  // If that breaks off, the old file is lost, and the new one stays under its temporary name.
+  bool CopyOver(std::int64_t oldSize) {
+    if (QsCopyFile(_temporary, _path, false, false)) {
+      return !_target.flush || FlushTarget();
+    }
+    const LastErrorGuard keep;
+    FileStatus now;
+    if (!OsGetStatus(_path, LinkView::Itself, now) || now.size != oldSize) {
+      _state = State::Done;
+    }
+    return false;
+  }
+
+  bool FlushTarget() {
+    OsFile file;
+    return file.OpenWrite(_path, OsFile::Writing::Keep) && file.Flush();
   }
 
   // Half a file must not pass for a whole one. What another hand made, such as a link or a device, is not removed.

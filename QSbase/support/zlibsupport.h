@@ -127,8 +127,9 @@ QSBASE_API bool QsWrite2Zip(const char* zipPath, const std::string& content, con
 ///                   case. On success the entry is the current one.
 /// \param destPath   the file to write. Its folder is made when missing. A regular file that stands there is replaced
 ///                   when everything is there and right; after a failure it is as it was, and no new file is left.
-///                   (Written over directly, and so lost, where no file can be made beside it.) A link or device is
-///                   written to itself.
+///                   (Written over directly, and so lost, where no file can be made beside it. One that nothing can
+///                   take the place of is copied over; if that breaks off, the new one is left beside it.) A link or
+///                   device is written to itself.
 /// \param buffer     used without `destPath`: gets the content, which the caller releases with free(), also that of an
 ///                   empty entry. Null after a failure, unless it is -12, -11 or -1.
 /// \param size       gets the number of bytes in `buffer`, 0 after a failure as there. Alone, without `destPath` and

@@ -1,9 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <common/logcapture.h>
@@ -19,9 +23,14 @@
 #include <QSbase/support/paths.h>
 #include <QSbase/support/zlibsupport.h>
 
-#ifndef _WIN32
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <common/forbiddencall.h>
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #endif
 
 namespace {
@@ -29,6 +38,7 @@ namespace {
 using namespace qsbase::testing;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
 std::string Lines(std::size_t size) {
@@ -404,6 +414,119 @@ TEST_F(ZipExtraction, AFileThatIsThereIsReplaced) {
   EXPECT_EQ(TempDir::Read(target), "new");
   EXPECT_THAT(NamesIn(dir.Path()), UnorderedElementsAre("a.zip", "file"));
 }
+
+#ifdef _WIN32
+TEST_F(ZipExtraction, AFileThatIsReadIsWrittenOver) {
+  Make(Stored("x", "new"));
+  const std::string target = dir.Write("file", "old content");
+  std::FILE* const reader = std::fopen(target.c_str(), "rb");  // shared for all but its removal
+  ASSERT_NE(reader, nullptr);
+  EXPECT_EQ(ToFile("x", target), 0);
+  EXPECT_EQ(QsExtractFileSimpleFlush(path.c_str(), "x", target.c_str(), nullptr, nullptr, 0), 0);
+  std::fclose(reader);
+  EXPECT_EQ(TempDir::Read(target), "new");
+  EXPECT_THAT(NamesIn(dir.Path()), UnorderedElementsAre("a.zip", "file"));
+}
+
+TEST_F(ZipExtraction, AFileThatIsNotSharedForWritingStays) {
+  Make(Stored("x", "new"));
+  const std::string target = dir.Write("file", "old content");
+  const HANDLE reader = CreateFileA(target.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+  ASSERT_NE(reader, INVALID_HANDLE_VALUE);
+  EXPECT_EQ(ToFile("x", target), -6);
+  CloseHandle(reader);
+  EXPECT_EQ(TempDir::Read(target), "old content");
+  EXPECT_THAT(NamesIn(dir.Path()), UnorderedElementsAre("a.zip", "file"));
+}
+#else
+// Extracts in a thread that may replace no file, as in a folder where everybody may remove their own files only. What
+// else it may not do comes first. False if a thread cannot be forbidden anything.
+template <class Forbid, class Extract>
+bool WithoutReplacing(Forbid forbid, Extract extract) {
+  bool forbidden = false;
+  std::thread([&] {
+    forbidden = forbid() && ForbidSystemCall(SYS_rename, EPERM);
+    if (forbidden) {
+      extract();
+    }
+  }).join();
+  return forbidden;
+}
+
+TEST_F(ZipExtraction, AFileThatCannotBeReplacedIsWrittenOver) {
+  Make(Stored("x", "new"));
+  const std::string target = dir.Write("file", "old content");
+  ASSERT_EQ(chmod(target.c_str(), 0640), 0);
+  int code = -99;
+  int flushed = -99;
+  if (!WithoutReplacing([] { return true; },
+                        [&] {
+                          code = ToFile("x", target);
+                          flushed = QsExtractFileSimpleFlush(path.c_str(), "x", target.c_str(), nullptr, nullptr, 0);
+                        })) {
+    GTEST_SKIP() << kForbidsNoCalls;
+  }
+  EXPECT_EQ(code, 0);
+  EXPECT_EQ(flushed, 0);
+  EXPECT_EQ(TempDir::Read(target), "new");
+  EXPECT_THAT(NamesIn(dir.Path()), UnorderedElementsAre("a.zip", "file"));
+  struct stat status;
+  ASSERT_EQ(stat(target.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0640U);
+}
+
+TEST_F(ZipExtraction, AFileThatCanNeitherBeReplacedNorOpenedStays) {
+  Make(Stored("x", "new"));
+  const std::string target = dir.Write("file", "old content");
+  int code = -99;
+  if (!WithoutReplacing([] { return ForbidSystemCall(SYS_openat, 2, O_ACCMODE | O_EXCL, O_WRONLY, EACCES); },
+                        [&] { code = ToFile("x", target); })) {
+    GTEST_SKIP() << kForbidsNoCalls;
+  }
+  EXPECT_EQ(code, -6);
+  EXPECT_EQ(TempDir::Read(target), "old content");
+  EXPECT_THAT(NamesIn(dir.Path()), UnorderedElementsAre("a.zip", "file"));
+}
+
+// The copy reads blocks of a size that nothing else has here.
+TEST_F(ZipExtraction, WhatWasExtractedStaysBesideAFileThatWasLost) {
+  Make(Stored("x", "new"));
+  const std::string target = dir.Write("file", "old content");
+  constexpr unsigned kBlockOfTheCopy = 32768;
+  int code = -99;
+  if (!WithoutReplacing(
+          [] {
+            return ForbidSystemCall(SYS_copy_file_range, EIO) &&
+                   ForbidSystemCall(SYS_read, 2, ~0U, kBlockOfTheCopy, EIO);
+          },
+          [&] { code = ToFile("x", target); })) {
+    GTEST_SKIP() << kForbidsNoCalls;
+  }
+  EXPECT_EQ(code, -6);
+  EXPECT_EQ(TempDir::Read(target), "") << "half a file must not pass for a whole one";
+  const std::vector<std::string> names = NamesIn(dir.Path());
+  ASSERT_THAT(names, UnorderedElementsAre("a.zip", "file", StartsWith("file.")));
+  for (const std::string& name : names) {
+    EXPECT_TRUE(name == "a.zip" || name == "file" || TempDir::Read(dir / name) == "new") << name;
+  }
+}
+
+// A whole archive writes through no link, not even where it cannot replace it.
+TEST_F(ZipExtraction, ALinkThatCannotBeReplacedIsNotWrittenThrough) {
+  Make(Stored("x", "new"));
+  const std::string elsewhere = dir.Write("elsewhere", "old");
+  std::filesystem::create_symlink(elsewhere, dir.Path() + "/x");
+  int code = -99;
+  if (!WithoutReplacing([] { return true; },
+                        [&] { code = QsExtractWholeFile(path.c_str(), dir.Path().c_str(), nullptr, nullptr); })) {
+    GTEST_SKIP() << kForbidsNoCalls;
+  }
+  EXPECT_EQ(code, -1);
+  EXPECT_EQ(TempDir::Read(elsewhere), "old");
+  EXPECT_THAT(NamesIn(dir.Path()), UnorderedElementsAre("a.zip", "elsewhere", "x"));
+}
+#endif
 
 TEST_F(ZipExtraction, AReadOnlyFileRefuses) {
   if (!ReadOnlyRefusesWriting(dir / "try")) {
