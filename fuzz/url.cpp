@@ -112,9 +112,10 @@ bool TakeNumber(const char*& text, std::string& out) {
   char* end = nullptr;
   const char* sign = text + std::strspn(text, " \t\n\v\f\r");
   const bool isNegative = *sign == '-';
-  const unsigned long long magnitude = std::strtoull(isNegative ? sign + 1 : sign, &end, 0);
+  const char* const digits = isNegative ? sign + 1 : sign;
+  const unsigned long long magnitude = std::strtoull(digits, &end, 0);
   // Between a sign and its number the C library takes more than one of 32 bits would.
-  if (isNegative && !IsDigit(sign[1])) {
+  if (end == digits || (isNegative && !IsDigit(*digits))) {
     return false;
   }
   std::uint32_t value = 0xFFFFFFFF;
