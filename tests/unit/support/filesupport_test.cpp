@@ -1980,7 +1980,7 @@ TEST_F(FileSupportTest, LoadAndBackupReplacesInOneStep) {
 
 // Who saves in place leaves the file empty for a moment, which must not become the backup of what was loaded before.
 TEST_F(FileSupportTest, LoadAndBackupTakesNoCopyThatLacksWhatItLoaded) {
-  constexpr int kLoads = 500;
+  constexpr int kLoads = 100;
   const LogCapture quiet;
   const std::string path = _dir.Write("file", "content");
   EXPECT_EQ(FileLoadAndBackup(path, true), "content");
