@@ -28,13 +28,13 @@
 
 namespace {
 
+using qsbase::testing::throwingAllocation;
 using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::Ge;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Le;
-using qsbase::testing::throwingAllocation;
 
 constexpr int kQuit = 18;
 // Below 1024 Windows has messages of its own.
