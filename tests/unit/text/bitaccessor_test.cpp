@@ -277,7 +277,7 @@ TEST(BitAccessor, SetAndUnsetAsOneByOne) {
 
 TEST(BitAccessor, CombinesBitByBit) {
   std::mt19937 random(11);
-  for (unsigned int count = 0; count <= 200; ++count) {
+  for (unsigned int count = 0; count <= 600; ++count) {
     SlowBits left(count);
     SlowBits right(count);
     SlowBits either(count);
