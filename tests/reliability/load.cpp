@@ -2,9 +2,9 @@
 // Without arguments the items. Exits with 1 when something is wrong.
 #include <reliability/load.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <fstream>
 #include <limits>
@@ -112,12 +112,12 @@ void Measure(const std::string& what, std::int64_t count, const std::function<vo
   ForgetPeak();
   const std::int64_t resident = StatusKiB("VmRSS:");
   const std::int64_t heap = HeapInUse();
-  const auto start = std::chrono::steady_clock::now();
+  const std::clock_t start = std::clock();
   work();
-  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+  const double seconds = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
   const std::int64_t kept = HeapInUse() - heap;
   const std::int64_t peak = StatusKiB("VmHWM:");
-  std::printf("%s\t%lld\t%.4f\t%lld\t%lld\t%lld\n", what.c_str(), static_cast<long long>(count), taken.count(),
+  std::printf("%s\t%lld\t%.4f\t%lld\t%lld\t%lld\n", what.c_str(), static_cast<long long>(count), seconds,
               static_cast<long long>(peak), static_cast<long long>(peak - resident),
               static_cast<long long>(kept / 1024));
   std::fflush(stdout);

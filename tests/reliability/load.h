@@ -16,9 +16,9 @@ void Require(bool condition, const std::string& what);
 /// The same for two numbers, which the text of the error names.
 void RequireEqual(std::int64_t actual, std::int64_t expected, const std::string& what);
 
-/// Does the work and prints a line of fields with tabs between them: what, count, seconds, the process's peak of
-/// resident memory in KiB, by how much that is more than at the beginning, and by how much more heap is in use at the
-/// end. The last three are 0 where the system does not tell.
+/// Does the work and prints a line of fields with tabs between them: what, count, seconds of the processor, the
+/// process's peak of resident memory in KiB, by how much that is more than at the beginning, and by how much more heap
+/// is in use at the end. The last three are 0 where the system does not tell.
 void Measure(const std::string& what, std::int64_t count, const std::function<void()>& work);
 
 /// Bytes of heap in use; 0 where the C library does not tell.
