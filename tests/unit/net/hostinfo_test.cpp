@@ -335,7 +335,7 @@ TEST(QsGetComputerName, IsTheFirstLabelOfTheHostName) {
 
 TEST(QsGetHostName, IsTheLoopbackWhenTheSystemDoesNotTell) {
   if (!qsbase::testing::ForbidSystemCall(SYS_uname, EFAULT)) {
-    GTEST_SKIP() << "this kernel or container lets no thread forbid its own system calls";
+    GTEST_SKIP() << qsbase::testing::kForbidsNoCalls;
   }
   const LogCapture log;
   EXPECT_EQ(QsGetHostName(), "127.0.0.1");

@@ -1240,7 +1240,7 @@ TEST_F(ThreadPriorities, AreNotToldWhenTheSystemDoesNot) {
   });
   thread.CreateAndWait();
   if (!isForbidden) {
-    GTEST_SKIP() << "this kernel or container lets no thread forbid its own system calls";
+    GTEST_SKIP() << qsbase::testing::kForbidsNoCalls;
   }
   const std::string error =
       "QsGetThreadPriority() for thread " + Number(thread.ThreadId()) + " failed (" + QsErrorMessage(EPERM) + ")";
