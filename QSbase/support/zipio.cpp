@@ -239,10 +239,9 @@ class ZipArchive::Output {
 
   bool Close() {
     if (std::FILE* const stream = std::exchange(_stream, nullptr); stream != nullptr) {
-      _end = OsTell(stream);  // minizip writes the end of the records last
-      // Not every C library tells at the closing what it could not write then, or when it moved before.
-      const bool written = std::fflush(stream) == 0 && std::ferror(stream) == 0;
-      _failed = std::fclose(stream) != 0 || !written || _failed;
+      _end = OsTell(stream);                          // minizip writes the end of the records last
+      const bool written = std::ferror(stream) == 0;  // also what was written when it moved
+      _failed = OsCloseStream(stream) != 0 || !written || _failed;
     }
     return !_failed;
   }
